@@ -1,0 +1,24 @@
+# The public headers, and the one-line header of each by Qt's habit: <VelModule> for module/VelModule.h.
+
+set(VEL_PUBLIC_HEADERS
+    app/VelApplication.h
+    app/VelExceptionNet.h
+    bus/VelDBusInterface.h
+    bus/VelReturnType.h
+    errors/VelException.h
+    errors/VelExitCodes.h
+    events/VelDBusTypes.h
+    events/VelEvent.h
+    module/VelModule.h
+    platform/QtStateMachine.h
+    platform/VelLogger.h
+)
+set(VEL_FORWARDING_DIR ${PROJECT_BINARY_DIR}/include)
+
+set(vel_all_headers "")
+foreach(header IN LISTS VEL_PUBLIC_HEADERS)
+    get_filename_component(name ${header} NAME_WE)
+    file(CONFIGURE OUTPUT ${VEL_FORWARDING_DIR}/${name} CONTENT "#include \"${header}\"\n")
+    string(APPEND vel_all_headers "#include \"${header}\"\n")
+endforeach()
+file(CONFIGURE OUTPUT ${VEL_FORWARDING_DIR}/Vel CONTENT "${vel_all_headers}")

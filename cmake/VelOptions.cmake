@@ -1,0 +1,27 @@
+# What a build may decide: the bus-name prefix, the version stamp, warnings and sanitizers.
+
+set(VEL_BUS_PREFIX "org.vel.module" CACHE STRING
+    "Bus-name prefix of three elements, the same in every module of a system")
+
+# The date honours SOURCE_DATE_EPOCH, so that two builds of one commit are the same bytes.
+string(TIMESTAMP vel_now "%Y-%m-%d %H:%M:%S" UTC)
+set(VEL_VERSION_RELEASE "${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}" CACHE STRING "Version stamp: release identifier")
+set(VEL_VERSION_SOFT "${PROJECT_VERSION}" CACHE STRING "Version stamp: software version, dotted numbers")
+set(VEL_VERSION_BUILD "0" CACHE STRING "Version stamp: build number")
+set(VEL_VERSION_DATE "${vel_now}" CACHE STRING "Version stamp: build date and time")
+set(VEL_VERSION_RANGE "generic" CACHE STRING "Version stamp: product range")
+set(VEL_VERSION_APPMODE "release" CACHE STRING "Version stamp: application mode")
+
+option(VEL_WARNINGS_AS_ERRORS "Treat every compiler warning as an error" OFF)
+set(VEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them (address,undefined or thread)")
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual)
+if(VEL_WARNINGS_AS_ERRORS)
+    add_compile_options(-Werror)
+endif()
+if(VEL_SANITIZE)
+    add_compile_options(-fsanitize=${VEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${VEL_SANITIZE})
+endif()
+
+add_compile_definitions(QT_NO_CAST_TO_ASCII QT_DEPRECATED_WARNINGS)
