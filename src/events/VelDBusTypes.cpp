@@ -1,0 +1,90 @@
+// Marshalling of events: VelEvent <-> the D-Bus structure (ssia{ss}a{sv}).
+//
+//   s      name
+//   s      context
+//   i      number of arguments
+//   a{ss}  argument name -> type name; informative, a reader accepts any
+//   a{sv}  argument name -> value
+//
+// What must always hold: a peer may send anything under any event's name. Qt hands every structure, array or
+// dictionary to a slot that takes a VelEvent without comparing signatures, and libdbus aborts the process
+// when a reader recurses into what is not there. So the reader looks at the signature before it takes the
+// first field, and stops at a dictionary's end whatever the count says. Once the signature is right, libdbus
+// has validated every byte below it.
+#include "events/VelDBusTypes.h"
+
+#include <QDBusMetaType>
+#include <QDBusVariant>
+
+namespace {
+
+const QLatin1String eventSignature("(ssia{ss}a{sv})");
+
+} // namespace
+
+QDBusArgument& operator<<(QDBusArgument& argument, const VelEvent& event) {
+    argument.beginStructure();
+    argument << event.getEvtName() << event.getContext() << event.argumentCount();
+
+    argument.beginMap(QMetaType::QString, QMetaType::QString);
+    const QMap<QString, QString>& types = event.getArgTypes();
+    for (auto type = types.cbegin(); type != types.cend(); ++type) {
+        argument.beginMapEntry();
+        argument << type.key() << type.value();
+        argument.endMapEntry();
+    }
+    argument.endMap();
+
+    argument.beginMap(QMetaType::QString, qMetaTypeId<QDBusVariant>());
+    const QVariantMap& values = event.getArguments();
+    for (auto value = values.cbegin(); value != values.cend(); ++value) {
+        argument.beginMapEntry();
+        argument << value.key() << QDBusVariant(value.value());
+        argument.endMapEntry();
+    }
+    argument.endMap();
+
+    argument.endStructure();
+    return argument;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& argument, VelEvent& event) {
+    if (argument.currentSignature() != eventSignature)
+        return argument;
+
+    QString name;
+    QString context;
+    int count = 0;
+    argument.beginStructure();
+    argument >> name >> context >> count;
+    event.setEvtName(name);
+    event.setContext(context);
+
+    argument.beginMap();
+    while (!argument.atEnd()) {
+        QString typeName;
+        argument.beginMapEntry();
+        argument >> name >> typeName;
+        argument.endMapEntry();
+        event.addArgType(name, typeName);
+    }
+    argument.endMap();
+
+    argument.beginMap();
+    for (int read = 0; read < count && !argument.atEnd(); ++read) {
+        QDBusVariant value;
+        argument.beginMapEntry();
+        argument >> name >> value;
+        argument.endMapEntry();
+        event.addArgument(value.variant(), name, false);
+    }
+    argument.endMap();
+
+    argument.endStructure();
+    return argument;
+}
+
+int registerCoreDBusTypes() {
+    qRegisterMetaType<VelEvent>("VelEvent");
+    return qDBusRegisterMetaType<VelEvent>();
+}
