@@ -1,0 +1,63 @@
+// Bus registration: the module's names, its single instance, its object and its standing subscriptions.
+#include "module/VelModule.h"
+
+#include "bus/BusNames.h"
+#include "errors/VelExitCodes.h"
+#include "events/VelDBusTypes.h"
+#include "platform/GuardedLog.h"
+
+#include <cstdlib>
+
+namespace {
+
+// Made when the library is loaded, so that a reference to it is good for the life of the process.
+const QString dbusInterfaceName = vel::bus::commonInterface();
+
+} // namespace
+
+void VelModule::initDBus(const QString& name) {
+    m_moduleName = name;
+    initLoggerList(m_moduleName);
+    vel::logInfo([&] { return QStringLiteral("The module's DBus name is ") + name; });
+    m_dbusServiceName = vel::bus::serviceName(name);
+    m_dbusObjectName = vel::bus::objectPath(name);
+
+    // Before this process registers anything: whoever answers now is another one. Two that start at the same
+    // moment can both pass; the bus gives the name to one of them, and the other goes on without it.
+    if (isModuleConnected(name)) {
+        vel::logWarning(
+            [&] { return QStringLiteral("%1 is already running: Stopping new instance.").arg(name); });
+        std::exit(VelAlreadyRunning);
+    }
+
+    // The object before the name: whoever sees the name finds the object. Only adaptors: none of this class's
+    // own slots becomes a D-Bus method.
+    m_connection.registerObject(m_dbusObjectName, this, QDBusConnection::ExportAdaptors);
+    m_connection.registerService(m_dbusServiceName);
+    registerCoreDBusTypes();
+
+    vel::logDebug([] { return QStringLiteral("subscribe to -- log_level_changed -- event"); });
+    subscribeEvent(QStringLiteral("log_level_changed"), this, SLOT(loggerChanged(VelEvent)));
+    subscribeEvent(QStringLiteral("reset_data_default"), this, SLOT(resetToDefault()));
+    subscribeEvent(QStringLiteral("reset_data_factory"), this, SLOT(resetToFactory()));
+}
+
+const QString& VelModule::getDbusObjectName() const {
+    return m_dbusObjectName;
+}
+
+const QString& VelModule::getDbusServiceName() const {
+    return m_dbusServiceName;
+}
+
+const QString& VelModule::getDbusInterfaceName() const {
+    return dbusInterfaceName;
+}
+
+bool VelModule::getDBusServiceInfos(const QString& moduleName, QString& dbusObject, QString& dbusService,
+                                    QString& dbusInterface) const {
+    dbusService = vel::bus::serviceName(moduleName);
+    dbusObject = vel::bus::objectPath(moduleName);
+    dbusInterface = vel::bus::commonInterface();
+    return true;
+}

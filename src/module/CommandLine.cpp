@@ -1,0 +1,26 @@
+// The module's command line: `--key=value` options and the help text.
+#include "module/CommandLine.h"
+
+#include <QRegExp>
+
+#include <iostream>
+
+QMap<QString, QString> vel::readCommandLine(const QStringList& arguments) {
+    const QRegExp dashesAndValue(QStringLiteral("(\\-*)|(=.*)"));
+    QMap<QString, QString> options;
+    for (const QString& argument : arguments.mid(1)) {
+        const int equalsSign = argument.indexOf(QLatin1Char('='));
+        const QString key = QString(argument).remove(dashesAndValue);
+        options.insert(key, equalsSign < 0 ? QString() : argument.mid(equalsSign + 1));
+    }
+    return options;
+}
+
+bool vel::asksForHelp(const QMap<QString, QString>& options) {
+    return options.contains(QStringLiteral("h")) || options.contains(QStringLiteral("help"));
+}
+
+void vel::printHelp() {
+    std::cout << "The module parameters are :" << std::endl
+              << "  --moduleName=<name of the module> : References the module on DBus" << std::endl;
+}

@@ -1,0 +1,32 @@
+// Keeping and restoring the one pointer that a QDBusContext is.
+#include "module/DBusContextKeeper.h"
+
+#include <QDBusAbstractAdaptor>
+#include <QDBusContext>
+
+#include <cstring>
+
+namespace {
+
+static_assert(sizeof(QDBusContext) == sizeof(void*), "a QDBusContext is expected to be one pointer");
+
+void* contextOf(QObject* object) {
+    return object->qt_metacast("QDBusContext");
+}
+
+} // namespace
+
+vel::DBusContextKeeper::DBusContextKeeper(QObject* receiver) {
+    // Qt sets the adapted object's context, not the adaptor's.
+    QObject* holder = qobject_cast<QDBusAbstractAdaptor*>(receiver) ? receiver->parent() : receiver;
+    const void* context = holder ? contextOf(holder) : nullptr;
+    if (!context)
+        return;
+    m_holder = holder;
+    std::memcpy(&m_context, context, sizeof m_context);
+}
+
+vel::DBusContextKeeper::~DBusContextKeeper() {
+    if (void* context = m_holder ? contextOf(m_holder) : nullptr)
+        std::memcpy(context, &m_context, sizeof m_context);
+}
