@@ -56,8 +56,8 @@ struct VelModule::Lifecycle {
         {Exit, nullptr, NoState, "slot_exit"},
     };
 
-    // RUN is the initial sub-state of RUNNING.
-    static constexpr TransitionRow transitions[] = {
+    // RUN is the initial sub-state of RUNNING. (Not constexpr: in debug builds SIGNAL() is a function call.)
+    inline static const TransitionRow transitions[] = {
         {Check, SIGNAL(sig_check_ok()), Init},
         {Check, SIGNAL(sig_check_nok()), Deploy},
         {Deploy, SIGNAL(sig_deploy_ok()), Init},
