@@ -1,0 +1,68 @@
+// A module that is destroyed while its lifecycle is in a given state: its command line's --in=STATE.
+//
+// A step's outcome signal is taken as soon as the step ends, so the lifecycle never rests in most states by
+// itself. It is held there by blocking the signal.
+#include <Vel>
+
+#include <QTimer>
+
+#include <cstdio>
+
+class HeldModule : public VelModule {
+    Q_OBJECT
+public:
+    HeldModule() : VelModule(QStringLiteral("Held")), m_target(getParameters().value(QStringLiteral("in"))) {
+        m_ownedObject = new QObject;
+        connect(this, &VelModule::sig_init_ok, this, [this] { holdIn(QStringLiteral("END_OF_INIT")); });
+    }
+
+    bool check() override {
+        holdIn(QStringLiteral("CHECK"));
+        return m_target != QLatin1String("DEPLOY");
+    }
+    bool deploy() override { return holdIn(QStringLiteral("DEPLOY")); }
+    bool init() override { return holdIn(QStringLiteral("INIT")); }
+    bool run() override {
+        holdIn(QStringLiteral("RUN"));
+        QTimer::singleShot(0, this, [this] {
+            if (m_target.startsWith(QLatin1String("PRESENTATION")))
+                presentationLoadedEvent(VelEvent());
+            if (m_target == QLatin1String("PRESENTATION_STOP"))
+                stopWebclientEvent(VelEvent());
+            if (m_target == QLatin1String("STOP") || m_target == QLatin1String("EXIT"))
+                stopModuleEvent(VelEvent());
+        });
+        return true;
+    }
+    void presentation_loaded() override { holdIn(QStringLiteral("PRESENTATION_LOADED")); }
+    void presentation_stop() override { holdIn(QStringLiteral("PRESENTATION_STOP")); }
+    bool stop() override { return holdIn(QStringLiteral("STOP")); }
+
+private:
+    bool holdIn(const QString& state) {
+        if (m_target == state) {
+            blockSignals(true);
+            QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
+        }
+        return true;
+    }
+
+    const QString m_target;
+};
+
+int main(int argc, char** argv) {
+    VelApplication application(argc, argv);
+    {
+        HeldModule module;
+        if (module.getParameters().contains(QStringLiteral("in")))
+            application.exec();
+        module.blockSignals(false);
+        std::printf("destroyed in '%s'\n", qPrintable(module.getState()));
+    }
+    // What is left in the event queue must not reach for the module.
+    QTimer::singleShot(0, &application, &QCoreApplication::quit);
+    application.exec();
+    return moduleIsDead ? 0 : 1;
+}
+
+#include "DestroyedModule.moc"

@@ -1,0 +1,38 @@
+// Destruction in every lifecycle state; what it must not touch shows under AddressSanitizer.
+#include "support/BusTest.h"
+
+#include <QTest>
+
+class DestructionTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanInEveryState_data();
+    void cleanInEveryState();
+};
+
+void DestructionTest::cleanInEveryState_data() {
+    QTest::addColumn<QString>("state");
+    QTest::newRow("before the loop ran") << QString();
+    for (const char* state : {"CHECK", "DEPLOY", "INIT", "END_OF_INIT", "RUN", "PRESENTATION_LOADED",
+                              "PRESENTATION_STOP", "STOP", "EXIT"})
+        QTest::newRow(state) << QString::fromLatin1(state);
+}
+
+void DestructionTest::cleanInEveryState() {
+    QFETCH(QString, state);
+    for (const bool withBus : {true, false}) {
+        ChildProcess module;
+        if (!withBus)
+            module.setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
+                               QStringLiteral("unix:path=/nonexistent"));
+        QVERIFY(module.run(bustest::program(QStringLiteral("destroyed-module")),
+                           state.isEmpty() ? QStringList() : QStringList{QStringLiteral("--in=") + state}));
+        const int status = module.waitForStatus();
+        QVERIFY2(status == 0, qPrintable(module.lines().join(QLatin1Char('\n'))));
+        QCOMPARE(module.lines(), QStringList{QStringLiteral("destroyed in '%1'").arg(state)});
+    }
+}
+
+VEL_BUS_TEST_MAIN(DestructionTest)
+#include "DestructionTest.moc"

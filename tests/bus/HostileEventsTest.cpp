@@ -1,0 +1,212 @@
+// Events that no well-behaved module sends: the module lives, and the next good event is delivered.
+#include "support/BusTest.h"
+#include "support/EventListener.h"
+#include "support/RawClient.h"
+
+#include "module/VelModule.h"
+
+#include <QDBusMetaType>
+#include <QTest>
+
+namespace {
+
+const QString topic = QStringLiteral("topic");
+const QString hostile = QStringLiteral("Hostile");
+
+// A type that Qt D-Bus was never told about.
+struct Unregistered {};
+
+} // namespace
+Q_DECLARE_METATYPE(Unregistered)
+
+class HostileEventsTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void otherFormIsTakenForNothing_data();
+    void otherFormIsTakenForNothing();
+    void countNeverReadsPastTheArguments_data();
+    void countNeverReadsPastTheArguments();
+    void nestedVariantsAreDelivered_data();
+    void nestedVariantsAreDelivered();
+    void lifecycleSurvivesHostileControlEvents();
+    void unpublishableArgumentIsRefused_data();
+    void unpublishableArgumentIsRefused();
+    void deepestArgumentTheBusAcceptsIsPublished();
+
+private:
+    void nextGoodEventArrives();
+
+    VelModule m_module{QStringLiteral("Display")};
+    RawClient m_hostile;
+    std::unique_ptr<EventListener> m_listener;
+};
+
+void HostileEventsTest::initTestCase() {
+    QVERIFY(m_hostile.isConnected());
+}
+
+void HostileEventsTest::init() {
+    m_listener = std::make_unique<EventListener>();
+    QVERIFY(m_module.subscribeEvent(topic, m_listener.get(), SLOT(heard(VelEvent))));
+}
+
+void HostileEventsTest::nextGoodEventArrives() {
+    const QVariantMap good{{QStringLiteral("good"), 7}};
+    QVERIFY(m_module.notifyEvent(topic, good));
+    QVERIFY(m_listener->waitForEvent([&](const VelEvent& event) { return event.getArguments() == good; }));
+}
+
+void HostileEventsTest::otherFormIsTakenForNothing_data() {
+    QTest::addColumn<QByteArray>("signature");
+    QTest::addColumn<bool>("reachesTheSlot"); // Qt hands over every container; the rest has no matching slot
+    for (const char* signature : {"(ssia{ss})", "(s)", "(i)", "((ssia{ss}a{sv}))", "(ssia{ss}a{ss})",
+                                  "(ssia{sv}a{ss})", "(sssa{ss}a{sv})", "(ssia{ss}a{sv}s)", "(ssxa{ss}a{sv})",
+                                  "ai", "a(ssia{ss}a{sv})", "aai", "a{si}", "a{s(ssia{ss}a{sv})}"})
+        QTest::newRow(signature) << QByteArray(signature) << true;
+    for (const char* signature : {"", "s", "i", "d", "o", "g", "v", "as", "ay", "ss"})
+        QTest::newRow(*signature ? signature : "no argument") << QByteArray(signature) << false;
+    QTest::newRow("two events") << QByteArray("(ssia{ss}a{sv})(ssia{ss}a{sv})") << true;
+}
+
+void HostileEventsTest::otherFormIsTakenForNothing() {
+    QFETCH(QByteArray, signature);
+    QFETCH(bool, reachesTheSlot);
+    QVERIFY(m_hostile.sendSignal(hostile, topic, [&](DBusMessageIter& iterator) {
+        appendBySignature(iterator, signature.constData());
+    }));
+    m_hostile.flush();
+    nextGoodEventArrives();
+    const bool isEventForm = signature.startsWith("(ssia{ss}a{sv})(");
+    QCOMPARE(m_listener->events().size(), reachesTheSlot ? 2u : 1u);
+    if (reachesTheSlot && !isEventForm) {
+        const VelEvent& taken = m_listener->events().front();
+        QCOMPARE(taken.getEvtName(), QString());
+        QCOMPARE(taken.argumentCount(), 0);
+        QVERIFY(taken.getArgTypes().isEmpty());
+    }
+}
+
+void HostileEventsTest::countNeverReadsPastTheArguments_data() {
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("arguments");
+    QTest::addColumn<int>("types");
+    QTest::addColumn<int>("taken");
+    QTest::newRow("fits") << 3 << 3 << 3 << 3;
+    QTest::newRow("too large") << 1000 << 3 << 0 << 3;
+    QTest::newRow("largest") << INT_MAX << 1 << 0 << 1;
+    QTest::newRow("too small") << 1 << 3 << 3 << 1;
+    QTest::newRow("zero") << 0 << 3 << 1 << 0;
+    QTest::newRow("negative") << -1 << 3 << 0 << 0;
+    QTest::newRow("most negative") << INT_MIN << 3 << 0 << 0;
+    QTest::newRow("more types than arguments") << 1 << 1 << 5000 << 1;
+    QTest::newRow("ten thousand arguments") << 10000 << 10000 << 10000 << 10000;
+    QTest::newRow("large count of nothing") << 5 << 0 << 0 << 0;
+}
+
+void HostileEventsTest::countNeverReadsPastTheArguments() {
+    QFETCH(int, count);
+    QFETCH(int, arguments);
+    QFETCH(int, types);
+    QFETCH(int, taken);
+    QVERIFY(m_hostile.sendSignal(hostile, topic, [&](DBusMessageIter& iterator) {
+        appendEvent(iterator, "topic", count, arguments, types);
+    }));
+    m_hostile.flush();
+    QVERIFY(m_listener->waitForEvents(1));
+    const VelEvent& event = m_listener->events().front();
+    QCOMPARE(event.argumentCount(), taken);
+    QCOMPARE(event.getArgTypes().size(), types);
+    if (taken > 0)
+        QCOMPARE(event.getArgument(0, QStringLiteral("key")), QVariant()); // "key_0" is no key of ours
+    QCOMPARE(event.getArguments().value(QStringLiteral("key0")), taken > 0 ? QVariant(0) : QVariant());
+    nextGoodEventArrives();
+}
+
+void HostileEventsTest::nestedVariantsAreDelivered_data() {
+    QTest::addColumn<int>("wrapping");
+    for (int wrapping : {1, 2, 10, 55})
+        QTest::addRow("%d", wrapping) << wrapping;
+}
+
+void HostileEventsTest::nestedVariantsAreDelivered() {
+    QFETCH(int, wrapping);
+    QVERIFY(m_hostile.sendSignal(hostile, topic, [&](DBusMessageIter& iterator) {
+        appendEvent(iterator, "topic", 1, 1, 0, wrapping);
+    }));
+    m_hostile.flush();
+    nextGoodEventArrives();
+    QCOMPARE(m_listener->events().size(), 2u);
+    QCOMPARE(m_listener->events().front().argumentCount(), 1);
+}
+
+void HostileEventsTest::lifecycleSurvivesHostileControlEvents() {
+    ChildProcess scripted;
+    QVERIFY(scripted.run(bustest::program(QStringLiteral("scripted-module"))));
+    QVERIFY(scripted.waitForLine(QStringLiteral("hook run")));
+    for (const char* control :
+         {"log_level_changed", "mtrace_on", "mtrace_off", "test_save", "test_restored"}) {
+        for (const char* signature : {"(ssia{ss})", "(s)", "ai", "s", "", "a{sv}"})
+            QVERIFY(m_hostile.sendSignal(hostile, QLatin1String(control), [&](DBusMessageIter& iterator) {
+                appendBySignature(iterator, signature);
+            }));
+        QVERIFY(m_hostile.sendSignal(hostile, QLatin1String(control), [](DBusMessageIter& iterator) {
+            appendEvent(iterator, "x", -5, 100, 100);
+        }));
+    }
+    m_hostile.flush();
+    QVERIFY(m_module.notifyEvent(QStringLiteral("stop_module_Scripted")));
+    QCOMPARE(scripted.waitForStatus(), 1);
+}
+
+void HostileEventsTest::unpublishableArgumentIsRefused_data() {
+    QTest::addColumn<QVariant>("value");
+    QTest::newRow("invalid") << QVariant();
+    QTest::newRow("unregistered type") << QVariant::fromValue(Unregistered());
+    QTest::newRow("invalid in a map") << QVariant(QVariantMap{{QStringLiteral("a"), QVariant()}});
+    QTest::newRow("invalid in a list") << QVariant(QVariantList{1, QVariant()});
+    QTest::newRow("unregistered in a variant")
+        << QVariant::fromValue(QDBusVariant(QVariant::fromValue(Unregistered())));
+    QTest::newRow("invalid in an event") << QVariant::fromValue(
+        VelEvent(QStringLiteral("inner"), {{QStringLiteral("a"), QVariant()}}, QString()));
+    QTest::newRow("invalid object path") << QVariant::fromValue(QDBusObjectPath());
+    QVariant deep(1);
+    for (int level = 0; level < 100; ++level)
+        deep = QVariantMap{{QStringLiteral("a"), deep}};
+    QTest::newRow("nested too deeply") << deep;
+}
+
+void HostileEventsTest::unpublishableArgumentIsRefused() {
+    QFETCH(QVariant, value);
+    QVERIFY(!m_module.notifyEvent(topic, {{QStringLiteral("argument"), value}}));
+    nextGoodEventArrives();
+    QCOMPARE(m_listener->events().size(), 1u);
+
+    ChildProcess scripted;
+    QVERIFY(scripted.run(bustest::program(QStringLiteral("scripted-module"))));
+    QVERIFY(scripted.waitForLine(QStringLiteral("hook run")));
+    QVERIFY_EXCEPTION_THROWN(
+        m_module.syncRemoteCall(QStringLiteral("Scripted"), QStringLiteral("echo"), {value}), QString);
+    QVERIFY_EXCEPTION_THROWN(
+        m_module.asyncRemoteCall(QStringLiteral("Scripted"), QStringLiteral("echo"), {value}), QString);
+}
+
+void HostileEventsTest::deepestArgumentTheBusAcceptsIsPublished() {
+    // The first depth that is refused is refused by the publisher, never by the bus: that would cost the
+    // connection.
+    QVariant value(1);
+    bool published = true;
+    int depth = 0;
+    for (; published; ++depth) {
+        published = m_module.notifyEvent(topic, {{QStringLiteral("deep"), value}});
+        value = QVariantList{value};
+    }
+    QVERIFY(depth > 20);
+    nextGoodEventArrives();
+    QCOMPARE(static_cast<int>(m_listener->events().size()), depth);
+}
+
+VEL_BUS_TEST_MAIN(HostileEventsTest)
+#include "HostileEventsTest.moc"

@@ -1,0 +1,116 @@
+// A module that does in each hook what its command line says, for tests that look at a whole process.
+//
+//     --HOOK=false|QString|std|int|VelException|exit|coreLimit    what the hook of that name does
+//     --stdin=exit                                                asks for its own stop when its standard
+//     input ends
+//
+// It prints "hook NAME" for each hook it enters, and what its adaptor's slots are told to print.
+#include <Vel>
+
+#include <QDBusAbstractAdaptor>
+#include <QSocketNotifier>
+
+#include <cstdio>
+#include <stdexcept>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+void say(const QString& text) {
+    std::puts(text.toUtf8().constData());
+    std::fflush(stdout);
+}
+
+void sayCoreLimit() {
+    rlimit limit{};
+    getrlimit(RLIMIT_CORE, &limit);
+    say(QStringLiteral("core limit %1 %2").arg(limit.rlim_cur).arg(limit.rlim_max));
+}
+
+} // namespace
+
+class ScriptedModule : public VelModule {
+    Q_OBJECT
+public:
+    ScriptedModule();
+
+    bool check() override { return act(QStringLiteral("check")); }
+    bool deploy() override { return act(QStringLiteral("deploy")); }
+    bool init() override { return act(QStringLiteral("init")); }
+    bool run() override { return act(QStringLiteral("run")); }
+    void presentation_loaded() override { act(QStringLiteral("presentation_loaded")); }
+    void presentation_stop() override { act(QStringLiteral("presentation_stop")); }
+    bool stop() override { return act(QStringLiteral("stop")); }
+    void preSaveForSaveRestore() override { act(QStringLiteral("preSave")); }
+    void postRestoreForSaveRestore() override { act(QStringLiteral("postRestore")); }
+    bool restoreDataToDefault() override { return act(QStringLiteral("toDefault")); }
+    void restoreDataToFactory() override { act(QStringLiteral("toFactory")); }
+
+private:
+    bool act(const QString& hook) {
+        say(QStringLiteral("hook ") + hook);
+        const QString action = getParameters().value(hook);
+        if (action == QLatin1String("QString"))
+            throw QStringLiteral("thrown text");
+        if (action == QLatin1String("std"))
+            throw std::runtime_error("thrown what");
+        if (action == QLatin1String("int"))
+            throw 42;
+        if (action == QLatin1String("VelException"))
+            throw new VelException(this, VelException::AccessDenied, QStringLiteral("thrown exception"));
+        if (action == QLatin1String("exit"))
+            exit();
+        if (action == QLatin1String("coreLimit"))
+            sayCoreLimit();
+        return action != QLatin1String("false");
+    }
+};
+
+class ScriptedAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.vel.module.VelInterface")
+public:
+    explicit ScriptedAdaptor(ScriptedModule* module) : QDBusAbstractAdaptor(module), m_module(module) {}
+
+public Q_SLOTS:
+    QString echo(const QString& text) { return text; }
+
+    QString answerWith(int errorType, const QString& text) {
+        velGuarded(
+            [&] { throw new VelException(m_module, static_cast<VelException::ErrorType>(errorType), text); });
+        return QString();
+    }
+
+    QString throwInt() { throw 42; }
+
+    QString state() { return m_module->getState(); }
+
+    Q_NOREPLY void stopPresentation() { m_module->stopWebclientEvent(VelEvent()); }
+
+    Q_NOREPLY void askForStop() { m_module->exit(); }
+
+private:
+    ScriptedModule* m_module;
+};
+
+ScriptedModule::ScriptedModule() : VelModule(QStringLiteral("Scripted")) {
+    new ScriptedAdaptor(this);
+    if (getParameters().value(QStringLiteral("stdin")) == QLatin1String("exit")) {
+        auto* input = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
+        connect(input, &QSocketNotifier::activated, this, [this, input] {
+            input->setEnabled(false);
+            exit();
+        });
+    }
+    subscribeEvent(QStringLiteral("test_save"), this, SLOT(stopForSaveRestore(VelEvent)));
+    subscribeEvent(QStringLiteral("test_restored"), this, SLOT(postOperationForRestore(VelEvent)));
+}
+
+int main(int argc, char** argv) {
+    VelApplication application(argc, argv);
+    ScriptedModule module;
+    return application.exec();
+}
+
+#include "ScriptedModule.moc"

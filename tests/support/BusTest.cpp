@@ -1,0 +1,94 @@
+// A test program with a bus of its own.
+#include "support/BusTest.h"
+
+#include "app/VelApplication.h"
+#include "bus/BusNames.h"
+#include "events/VelDBusTypes.h"
+
+#include <QDBusMessage>
+#include <QFile>
+#include <QTest>
+
+#include <link.h>
+
+#include <cstring>
+#include <memory>
+
+namespace bustest {
+
+namespace {
+
+std::unique_ptr<PrivateBus> privateBus;
+
+// Looks at the library, not at the processor: the exception index table of 32-bit ARM, or the frame tables
+// elsewhere.
+int hasUnwindTables(dl_phdr_info* info, size_t, void* found) {
+    if (!std::strstr(info->dlpi_name, "libQt5DBus"))
+        return 0;
+    for (int header = 0; header < info->dlpi_phnum; ++header) {
+#ifdef PT_ARM_EXIDX
+        constexpr ElfW(Word) unwindTables = sizeof(void*) == 4 ? PT_ARM_EXIDX : PT_GNU_EH_FRAME;
+#else
+        constexpr ElfW(Word) unwindTables = PT_GNU_EH_FRAME;
+#endif
+        // An index of one entry (8 bytes) is the linker's "cannot unwind".
+        if (info->dlpi_phdr[header].p_type == unwindTables && info->dlpi_phdr[header].p_memsz > 8)
+            *static_cast<bool*>(found) = true;
+    }
+    return 1;
+}
+
+} // namespace
+
+int runOnPrivateBus(int argc, char** argv, const std::function<int(int, char**)>& test) {
+    privateBus = std::make_unique<PrivateBus>();
+    if (!privateBus->isRunning()) {
+        qCritical("cannot start 'dbus-daemon'; nothing was tested");
+        return 1;
+    }
+    int applicationArgc = 1; // the test's own arguments are not the module's
+    VelApplication application(applicationArgc, argv);
+    const int failures = test(argc, argv);
+    privateBus.reset();
+    return failures;
+}
+
+PrivateBus& bus() {
+    return *privateBus;
+}
+
+QDBusConnection connectAs(const QString& name) {
+    return QDBusConnection::connectToBus(privateBus->address(), name);
+}
+
+bool publish(const QDBusConnection& connection, const QString& moduleName, const QString& event,
+             const QVariantMap& arguments) {
+    registerCoreDBusTypes();
+    QDBusMessage signal =
+        QDBusMessage::createSignal(vel::bus::objectPath(moduleName), vel::bus::commonInterface(), event);
+    signal << QVariant::fromValue(VelEvent(event, arguments, QString()));
+    return connection.send(signal);
+}
+
+void settle(const QDBusConnection& connection) {
+    const auto roundTrip = [](const QDBusConnection& over) {
+        over.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
+                                                 QStringLiteral("org.freedesktop.DBus"),
+                                                 QStringLiteral("GetId")));
+    };
+    roundTrip(connection);
+    roundTrip(QDBusConnection::sessionBus()); // its answer comes after whatever was routed here before
+    QCoreApplication::processEvents();
+}
+
+QString program(const QString& name) {
+    return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
+}
+
+bool exceptionsCrossQtDBus() {
+    bool found = false;
+    dl_iterate_phdr(hasUnwindTables, &found);
+    return found;
+}
+
+} // namespace bustest

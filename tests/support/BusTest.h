@@ -1,0 +1,47 @@
+// A test program with a bus of its own and a VelApplication, for tests that host one module in their own
+// process.
+#pragma once
+
+#include "support/ChildProcess.h"
+#include "support/PrivateBus.h"
+
+#include <QDBusConnection>
+#include <QVariantMap>
+
+#include <functional>
+
+namespace bustest {
+
+/// Opens the bus and the application, runs `test`, and returns its result.
+int runOnPrivateBus(int argc, char** argv, const std::function<int(int, char**)>& test);
+
+/// The bus that runOnPrivateBus() opened.
+PrivateBus& bus();
+
+/// A connection of its own to the bus, as another process would have: its name is made from `name`.
+QDBusConnection connectAs(const QString& name);
+
+/// Publishes an event on `connection` as the module called `moduleName` would. Returns whether it was sent.
+[[nodiscard]] bool publish(const QDBusConnection& connection, const QString& moduleName, const QString& event,
+                           const QVariantMap& arguments = QVariantMap());
+
+/// Waits until everything that was sent before on this thread's connections has passed the bus daemon, and
+/// what it routed to this process has been delivered.
+void settle(const QDBusConnection& connection);
+
+/// The path of a program that the build put beside this one.
+QString program(const QString& name);
+
+/// Whether an exception can pass Qt D-Bus's delivery of a call: not where the library was built without
+/// unwind tables.
+bool exceptionsCrossQtDBus();
+
+} // namespace bustest
+
+#define VEL_BUS_TEST_MAIN(TestClass)                                                                         \
+    int main(int argc, char** argv) {                                                                        \
+        return bustest::runOnPrivateBus(argc, argv, [](int count, char** arguments) {                        \
+            TestClass test;                                                                                  \
+            return QTest::qExec(&test, count, arguments);                                                    \
+        });                                                                                                  \
+    }
