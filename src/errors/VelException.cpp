@@ -28,10 +28,9 @@ VelException::VelException(const VelException& other)
 VelException::~VelException() = default;
 
 void VelException::sendErrorReply() {
-    // The context belongs to the event loop's thread; an event's delivery sets it too, but nobody awaits an
-    // answer.
+    // The context belongs to the event loop's thread; an event's delivery sets it too, but only a method call
+    // whose caller did not renounce it requires a reply.
     if (!m_module || QThread::currentThread() != m_module->thread() || !m_module->calledFromDBus() ||
-        m_module->message().type() != QDBusMessage::MethodCallMessage ||
         !m_module->message().isReplyRequired())
         return;
     const auto type = static_cast<unsigned>(m_errorType);

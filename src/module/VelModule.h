@@ -45,7 +45,7 @@ public:
     ///
     /// `name` is the module's name unless the command line says `--moduleName=NAME`; an empty one becomes
     /// "Default". Only letters, digits and underscores, not beginning with a digit, make a name that other
-    /// modules can reach; under any other the module runs its lifecycle but is not on the bus. Without a bus
+    /// modules can reach; under any other the module runs its lifecycle but cannot be called. Without a bus
     /// it does the same.
     ///
     /// Precondition: the VelApplication exists.
@@ -67,8 +67,9 @@ public:
     /// "PRESENTATION_LOADED", "PRESENTATION_STOP", "STOP" or "EXIT"; empty before the first.
     QString getState();
 
-    /// Asks for this module to be stopped: the module "ApplicationManager" stops itself, every other one asks
-    /// it with its method "stopModule" and, when it cannot be asked, stops itself. Has an effect only in RUN
+    /// Asks for this module to be stopped: the module "ApplicationManager" stops itself, every other one asks it with
+    /// its method "stopModule", without waiting, and stops itself when there is no such module on the bus. What the
+    /// supervisor does with the request, refusing it included, is the supervisor's affair. Has an effect only in RUN
     /// and the presentation states.
     void exit();
 
