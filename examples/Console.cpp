@@ -1,0 +1,49 @@
+// Calls a method it knows nothing about and shows the typed answer: --call=Tuner.reception
+#include <VelApplication>
+#include <VelLogger>
+#include <VelModule>
+#include <VelReturnType>
+
+#include <QDBusArgument>
+
+class Console : public VelModule {
+    Q_OBJECT
+public:
+    Console() : VelModule("Console") {}
+
+    bool run() override {
+        const QStringList target = getParameters().value("call").split('.');
+        try {
+            showAnswer(target.value(0), target.value(1));
+        } catch (const QString& text) {
+            logger("")->error("the call failed: " + text);
+        }
+        exit(); // the work is done: ask to be stopped
+        return true;
+    }
+
+private:
+    void showAnswer(const QString& module, const QString& method) {
+        const QDBusMessage reply = syncRemoteCall(module, method);
+        const QVariant answer = reply.arguments().value(0);
+        // "TYPE:CONTAINER:KEY", from the module's own description of its methods
+        const QStringList type = getReturnType(module, method, reply.signature()).split(':');
+        if (type.value(1) == "map") {
+            logger("")->info(
+                QString("%1.%2 returns a map of %3 to %4").arg(module, method, type[2], type[0]));
+            const auto map = qdbus_cast<QVariantMap>(answer); // a map travels in its D-Bus form
+            for (auto entry = map.cbegin(); entry != map.cend(); ++entry)
+                logger("")->info(QString("  %1 = %2").arg(entry.key(), entry->toString()));
+        } else {
+            logger("")->info(QString("%1.%2 returns %3: %4").arg(module, method, type[0], answer.toString()));
+        }
+    }
+};
+
+int main(int argc, char** argv) {
+    VelApplication application(argc, argv);
+    Console console;
+    return application.exec();
+}
+
+#include "Console.moc"

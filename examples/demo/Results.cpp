@@ -1,0 +1,32 @@
+// The table at the demo's end: every module process with its expected and its actual status.
+#include "demo/Results.h"
+
+#include "demo/Stage.h"
+
+#include <VelExitCodes>
+
+namespace {
+
+QString row(const QString& module, const QString& expected, const QString& actual, const QString& verdict) {
+    return QString("  %1%2%3%4")
+        .arg(module.leftJustified(22), expected.leftJustified(24), actual.leftJustified(24), verdict);
+}
+
+} // namespace
+
+bool printResults(Timeline& timeline, const Stage& stage) {
+    bool allAsExpected = true;
+    timeline.heading("HOW THEY ENDED");
+    timeline.text(QString());
+    timeline.text(row("module", "expected", "actual", QString()).trimmed().prepend("  "),
+                  Timeline::Tone::Faint);
+    for (const auto& actor : stage.actors()) {
+        const bool asExpected = actor->endedAsExpected();
+        timeline.text(row(actor->role().label, getExitCodeInString(actor->role().expectedStatus),
+                          actor->statusText(), asExpected ? "as expected" : "WRONG"),
+                      asExpected ? Timeline::Tone::Plain : Timeline::Tone::Bad);
+        allAsExpected = allAsExpected && asExpected;
+    }
+    timeline.text(QString());
+    return allAsExpected;
+}
