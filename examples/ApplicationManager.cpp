@@ -1,5 +1,4 @@
-// The supervisor: stops modules on request and starts the maintenance operations. Its name is part of the
-// system.
+// The supervisor: stops modules on request and starts the maintenance operations. Modules know its name.
 #include "SaveRestore.h"
 
 #include <VelApplication>

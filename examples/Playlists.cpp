@@ -19,8 +19,7 @@ public:
                subscribeEvent("restore_done", this, SLOT(postOperationForRestore(VelEvent)));
     }
 
-    // In a thread, so that the event loop stays free; in the critical section, so that no save finds half a
-    // list.
+    // In a thread: the event loop stays free. In the critical section: no save finds half a list.
     void importFile(const QString& path) {
         waitForImport();
         m_import.reset(QThread::create([this, path] {

@@ -89,10 +89,9 @@ QList<QByteArray> linesOf(const QString& path) {
     return file.open(QIODevice::ReadOnly) ? file.readAll().split('\n') : QList<QByteArray>();
 }
 
-// When tracing ends while another thread allocates, the C library may crash, and the bus thread has still
-// something to free when it has just handed over the event that ends tracing. So that event is sent while the
-// module waits for its critical section: it is handled after the save, when the bus thread has been idle for
-// long.
+// The C library may crash when another thread allocates at the moment in which tracing ends, and the bus
+// thread does just after it has handed over the event that ends it. Here the module takes that event in while
+// it waits for its critical section, and handles it after the save: the bus thread has long been idle then.
 void memoryTracing(Stage& stage) {
     stage.scene("Memory tracing in one module, from before a save to its end");
     const QString lists = "TracedLists";

@@ -1,9 +1,8 @@
 // Where the demo plays: a private bus, the module processes on it, and the waiting for what they do.
 //
-// Every wait ends with the event it waits for, with the end of the process it concerns, or, so that a broken
-// module cannot hang the demo, after one overall limit. A wait that ends without its event throws Missing; a
-// signal from outside makes every wait throw Interrupted. Whatever is thrown, the destructor takes everything
-// down.
+// Every wait ends with what it waits for, when a process ends in the wrong way, or after one overall limit,
+// so that no broken module can hang the demo. A wait that was in vain throws Missing; a signal from outside
+// makes every wait throw Interrupted. Whatever is thrown, the destructor takes everything down.
 #pragma once
 
 #include "demo/Actor.h"
