@@ -79,6 +79,7 @@ private Q_SLOTS:
     void contextIsBackAfterASlotThrew();
     void innerCallThrowsAndOuterStillAnswers();
     void exceptionFromAnEventsSlotAnswersNobody();
+    void throwingSlotDoesNotDisturbTheOthers();
     void exceptionFromAnotherThreadAnswersNobody();
     void copyAnswersNotAgain();
     void callToItselfThrowsTextAndLeavesNoContext();
@@ -232,6 +233,24 @@ void CallContextTest::exceptionFromAnEventsSlotAnswersNobody() {
     QVERIFY(seen.contains(QStringLiteral("signal topic")));
     QCOMPARE(seen.filter(QStringLiteral("error ")), QStringList());
     QVERIFY(m_module->unsubscribeEvent(QStringLiteral("topic"), m_module.get(), SLOT(heard(VelEvent))));
+}
+
+void CallContextTest::throwingSlotDoesNotDisturbTheOthers() {
+    const QString topic = QStringLiteral("topic");
+    const char* const heardSlot = SLOT(heard(VelEvent));
+    EventListener throwing;
+    EventListener other;
+    QVERIFY(m_module->subscribeEvent(topic, &throwing, heardSlot));
+    QVERIFY(m_module->subscribeEvent(topic, &other, heardSlot));
+    throwing.onEvent = [](const VelEvent&) { throw QStringLiteral("from a slot"); };
+    QVERIFY(bustest::publish(m_caller, QStringLiteral("Other"), topic));
+    QVERIFY(bustest::publish(m_caller, QStringLiteral("Other"), topic));
+    QVERIFY(throwing.waitForEvents(2));
+    QVERIFY(other.waitForEvents(2));
+    QCOMPARE(recordedLines()
+                 .filter(QStringLiteral("error: QString exception catch in VelApplication: from a slot"))
+                 .size(),
+             2);
 }
 
 void CallContextTest::exceptionFromAnotherThreadAnswersNobody() {

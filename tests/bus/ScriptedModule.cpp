@@ -11,8 +11,12 @@
 #include <QSocketNotifier>
 
 #include <cstdio>
+#include <future>
+#include <iostream>
 #include <stdexcept>
+#include <string>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -46,6 +50,8 @@ public:
     void postRestoreForSaveRestore() override { act(QStringLiteral("postRestore")); }
     bool restoreDataToDefault() override { return act(QStringLiteral("toDefault")); }
     void restoreDataToFactory() override { act(QStringLiteral("toFactory")); }
+
+    void script(const QString& hook, const QString& action) { m_parameters.insert(hook, action); }
 
 private:
     bool act(const QString& hook) {
@@ -85,6 +91,28 @@ public Q_SLOTS:
     QString throwInt() { throw 42; }
 
     QString state() { return m_module->getState(); }
+
+    int logLevel() { return moduleLogLevel; }
+
+    // From now on, instead of what the command line said.
+    void script(const QString& hook, const QString& action) { m_module->script(hook, action); }
+
+    // Answers when a worker thread is in the critical section; a line on standard input makes it leave.
+    void startWorker() {
+        std::promise<void> inside;
+        const std::future<void> workerIsInside = inside.get_future();
+        std::thread([module = m_module, inside = std::move(inside)]() mutable {
+            module->beginCriticalSection();
+            inside.set_value();
+            std::string line;
+            std::getline(std::cin, line);
+            say(QStringLiteral("worker leaves"));
+            module->endCriticalSection();
+        }).detach();
+        workerIsInside.wait();
+    }
+
+    void leaveSection() { m_module->endCriticalSection(); }
 
     Q_NOREPLY void stopPresentation() { m_module->stopWebclientEvent(VelEvent()); }
 

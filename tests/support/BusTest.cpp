@@ -48,6 +48,9 @@ int runOnPrivateBus(int argc, char** argv, const std::function<int(int, char**)>
     }
     int applicationArgc = 1; // the test's own arguments are not the module's
     VelApplication application(applicationArgc, argv);
+    // Qt holds back what arrives before a connection's first turn of the event loop, and may deliver it after what came
+    // later. The tests rely on order, so that turn is over before they begin.
+    settle(QDBusConnection::sessionBus());
     const int failures = test(argc, argv);
     privateBus.reset();
     return failures;
@@ -68,6 +71,15 @@ bool publish(const QDBusConnection& connection, const QString& moduleName, const
         QDBusMessage::createSignal(vel::bus::objectPath(moduleName), vel::bus::commonInterface(), event);
     signal << QVariant::fromValue(VelEvent(event, arguments, QString()));
     return connection.send(signal);
+}
+
+QDBusMessage call(const QDBusConnection& connection, const QString& moduleName, const QString& method,
+                  const QVariantList& arguments) {
+    QDBusMessage question =
+        QDBusMessage::createMethodCall(vel::bus::serviceName(moduleName), vel::bus::objectPath(moduleName),
+                                       vel::bus::commonInterface(), method);
+    question.setArguments(arguments);
+    return connection.call(question);
 }
 
 void settle(const QDBusConnection& connection) {

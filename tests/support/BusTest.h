@@ -6,6 +6,7 @@
 #include "support/PrivateBus.h"
 
 #include <QDBusConnection>
+#include <QDBusMessage>
 #include <QVariantMap>
 
 #include <functional>
@@ -24,6 +25,11 @@ QDBusConnection connectAs(const QString& name);
 /// Publishes an event on `connection` as the module called `moduleName` would. Returns whether it was sent.
 [[nodiscard]] bool publish(const QDBusConnection& connection, const QString& moduleName, const QString& event,
                            const QVariantMap& arguments = QVariantMap());
+
+/// Calls a method of the common interface of the module called `moduleName`, without a proxy, and waits for
+/// the answer.
+QDBusMessage call(const QDBusConnection& connection, const QString& moduleName, const QString& method,
+                  const QVariantList& arguments = QVariantList());
 
 /// Waits until everything that was sent before on this thread's connections has passed the bus daemon, and
 /// what it routed to this process has been delivered.

@@ -3,6 +3,8 @@
 
 #include <QFile>
 
+#include <cstdio>
+
 namespace {
 
 // The limits are those of a desktop's session bus; no service folder, so an absent module stays absent.
@@ -40,14 +42,17 @@ PrivateBus::PrivateBus() {
         file.write(QString::fromLatin1(configuration).arg(m_folder.path()).toUtf8()) < 0)
         return;
     file.close();
-    m_daemon.setProcessChannelMode(
-        QProcess::ForwardedErrorChannel); // the address is read from standard output only
+    // The address is read from standard output only. The daemon's complaints about limits that this user may
+    // not raise disturb nobody, so its error output is shown only when it does not start.
+    m_daemon.setProcessChannelMode(QProcess::SeparateChannels);
     if (!m_daemon.run(QStringLiteral("dbus-daemon"),
                       {QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
                        QStringLiteral("--print-address=1"),
                        QStringLiteral("--config-file=") + file.fileName()}) ||
-        !m_daemon.waitForLine(QStringLiteral("unix:")))
+        !m_daemon.waitForLine(QStringLiteral("unix:"))) {
+        std::fputs(m_daemon.readAllStandardError().constData(), stderr);
         return;
+    }
     m_address = m_daemon.lines().first();
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_address.toUtf8());
 }

@@ -1,0 +1,192 @@
+// The form of an event on the bus, as a peer that knows nothing of this library sees it, and what comes back
+// of it.
+#include "support/BusTest.h"
+#include "support/EventListener.h"
+
+#include "bus/BusNames.h"
+#include "events/VelDBusTypes.h"
+#include "module/VelModule.h"
+
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QTest>
+
+namespace {
+
+const QString topic = QStringLiteral("topic");
+const QString eventSignature = QStringLiteral("(ssia{ss}a{sv})");
+
+} // namespace
+
+// Takes signals as they are.
+class SignalReader : public QObject {
+    Q_OBJECT
+public:
+    QList<QDBusMessage> messages;
+
+public Q_SLOTS:
+    void take(const QDBusMessage& message) { messages << message; }
+};
+
+class EventMarshallingTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void everyFieldIsWhereAPeerExpectsIt_data();
+    void everyFieldIsWhereAPeerExpectsIt();
+    void basicTypesComeBackAsTheyWere_data();
+    void basicTypesComeBackAsTheyWere();
+    void containersComeBackToBeRead_data();
+    void containersComeBackToBeRead();
+    void peersTypeNamesAreKept();
+    void registrationMayBeRepeated();
+
+private:
+    VelModule m_module{QStringLiteral("Display")};
+    QDBusConnection m_peer = bustest::connectAs(QStringLiteral("peer"));
+    std::unique_ptr<SignalReader> m_reader;
+    std::unique_ptr<EventListener> m_listener;
+};
+
+void EventMarshallingTest::init() {
+    m_reader = std::make_unique<SignalReader>();
+    m_listener = std::make_unique<EventListener>();
+    const QString interface = vel::bus::commonInterface();
+    QVERIFY(m_peer.connect(QString(), QString(), interface, topic, m_reader.get(), SLOT(take(QDBusMessage))));
+    QVERIFY(m_peer.connect(QString(), QString(), interface, topic, m_listener.get(), SLOT(heard(VelEvent))));
+}
+
+void EventMarshallingTest::everyFieldIsWhereAPeerExpectsIt_data() {
+    QTest::addColumn<QString>("context");
+    QTest::addColumn<QVariantMap>("arguments");
+    QTest::addColumn<QStringList>("typeNames");
+    QTest::newRow("nothing in it") << QString() << QVariantMap() << QStringList();
+    QTest::newRow("names in order") << "night" << QVariantMap{{"b", 2}, {"a", 1}, {"B", true}, {"", "text"}}
+                                    << QStringList{"QString", "bool", "int", "int"};
+}
+
+void EventMarshallingTest::everyFieldIsWhereAPeerExpectsIt() {
+    QFETCH(QString, context);
+    QFETCH(QVariantMap, arguments);
+    QFETCH(QStringList, typeNames);
+    QVERIFY(m_module.notifyEvent(VelEvent(topic, arguments, context)));
+    QVERIFY(m_listener->waitForEvents(1));
+    QCOMPARE(m_reader->messages.size(), 1);
+
+    const QDBusMessage& message = m_reader->messages.first();
+    QCOMPARE(message.type(), QDBusMessage::SignalMessage);
+    QCOMPARE(message.path(), QStringLiteral("/Display"));
+    QCOMPARE(message.interface(), vel::bus::commonInterface());
+    QCOMPARE(message.member(), topic);
+    QCOMPARE(message.signature(), eventSignature);
+    const auto structure = message.arguments().first().value<QDBusArgument>();
+    QString name, itsContext;
+    int count = -1;
+    QMap<QString, QString> types;
+    QVariantMap values;
+    structure.beginStructure();
+    structure >> name >> itsContext >> count >> types >> values;
+    QVERIFY(structure.atEnd());
+    structure.endStructure();
+    QCOMPARE(name, topic);
+    QCOMPARE(itsContext, context);
+    QCOMPARE(count, arguments.size());
+    QCOMPARE(types.keys(), arguments.keys());
+    QCOMPARE(types.values(), typeNames);
+    QCOMPARE(values, arguments);
+}
+
+void EventMarshallingTest::basicTypesComeBackAsTheyWere_data() {
+    QTest::addColumn<QVariant>("value");
+    const QVariant values[] = {
+        true,
+        std::numeric_limits<int>::min(),
+        std::numeric_limits<uint>::max(),
+        std::numeric_limits<qlonglong>::min(),
+        std::numeric_limits<qulonglong>::max(),
+        QVariant::fromValue(std::numeric_limits<short>::min()),
+        QVariant::fromValue(std::numeric_limits<ushort>::max()),
+        QVariant::fromValue(std::numeric_limits<uchar>::max()),
+        -0.1,
+        QStringLiteral("größer €"),
+        QStringList{QString(QStringLiteral("a")), QString(), QString(QStringLiteral("b"))},
+        QByteArray("\0\xff", 2),
+    };
+    for (const QVariant& value : values)
+        QTest::newRow(value.typeName()) << value;
+    QTest::newRow("empty text") << QVariant(QString());
+    QTest::newRow("empty text list") << QVariant(QStringList());
+    QTest::newRow("empty bytes") << QVariant(QByteArray());
+    QTest::newRow("long text") << QVariant(QString(1000000, QLatin1Char('a')));
+}
+
+void EventMarshallingTest::basicTypesComeBackAsTheyWere() {
+    QFETCH(QVariant, value);
+    const VelEvent sent(topic, {{QStringLiteral("value"), value}, {QStringLiteral("also"), 1}}, QString());
+    QVERIFY(m_module.notifyEvent(sent));
+    QVERIFY(m_listener->waitForEvents(1));
+    const VelEvent& received = m_listener->events().front();
+    QCOMPARE(received.getArguments().value(QStringLiteral("value")).userType(), value.userType());
+    QVERIFY(received == sent);
+    QVERIFY(sent == received);
+    QCOMPARE(received.getArgTypes(), sent.getArgTypes());
+}
+
+void EventMarshallingTest::containersComeBackToBeRead_data() {
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("signature");
+    const QVariantMap map{{"a", 1}, {"b", QStringList{"x", "y"}}};
+    QTest::newRow("map") << QVariant(map) << "a{sv}";
+    QTest::newRow("empty map") << QVariant(QVariantMap()) << "a{sv}";
+    QTest::newRow("list") << QVariant(QVariantList{1, "text", true}) << "av";
+    QTest::newRow("text map") << QVariant::fromValue(QMapQStringQString{{"a", "1"}}) << "a{ss}";
+    QTest::newRow("event") << QVariant::fromValue(
+                                  VelEvent(QStringLiteral("inner"), map, QStringLiteral("context")))
+                           << eventSignature;
+}
+
+void EventMarshallingTest::containersComeBackToBeRead() {
+    QFETCH(QVariant, value);
+    QFETCH(QString, signature);
+    qDBusRegisterMetaType<QMapQStringQString>(); // as a module does before its init()
+    QVERIFY(m_module.notifyEvent(topic, {{QStringLiteral("value"), value}}));
+    QVERIFY(m_listener->waitForEvents(1));
+    const QVariant received = m_listener->events().front().getArguments().value(QStringLiteral("value"));
+    QCOMPARE(received.userType(), qMetaTypeId<QDBusArgument>());
+    const auto argument = received.value<QDBusArgument>();
+    QCOMPARE(argument.currentSignature(), signature);
+
+    if (value.userType() == QMetaType::QVariantMap)
+        QCOMPARE(qdbus_cast<QVariantMap>(argument), value.toMap());
+    else if (value.userType() == QMetaType::QVariantList)
+        QCOMPARE(qdbus_cast<QVariantList>(argument), value.toList());
+    else if (value.userType() == qMetaTypeId<QMapQStringQString>())
+        QCOMPARE(qdbus_cast<QMapQStringQString>(argument), value.value<QMapQStringQString>());
+    else {
+        const auto inner = qdbus_cast<VelEvent>(argument);
+        const auto sent = value.value<VelEvent>();
+        QCOMPARE(inner.getEvtName(), sent.getEvtName());
+        QCOMPARE(inner.getContext(), sent.getContext());
+        QVERIFY(inner == sent && sent == inner);
+    }
+}
+
+void EventMarshallingTest::peersTypeNamesAreKept() {
+    VelEvent sent(topic, {{QStringLiteral("value"), 1}}, QString());
+    sent.addArgType(QStringLiteral("of no argument"), QStringLiteral("Station"));
+    QVERIFY(m_module.notifyEvent(sent));
+    QVERIFY(m_listener->waitForEvents(1));
+    QCOMPARE(m_listener->events().front().getArgTypes(), sent.getArgTypes());
+    QCOMPARE(m_listener->events().front().argumentCount(), 1);
+}
+
+void EventMarshallingTest::registrationMayBeRepeated() {
+    const int type = registerCoreDBusTypes();
+    QCOMPARE(registerCoreDBusTypes(), type);
+    QCOMPARE(type, QMetaType::type("VelEvent"));
+    QCOMPARE(QDBusMetaType::typeToSignature(type), eventSignature.toLatin1().constData());
+}
+
+VEL_BUS_TEST_MAIN(EventMarshallingTest)
+#include "EventMarshallingTest.moc"

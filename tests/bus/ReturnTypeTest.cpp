@@ -1,0 +1,412 @@
+// Return types by introspection: every form of description, peers that answer badly, and a cache that is
+// asked first.
+#include "support/BusTest.h"
+#include "support/RawClient.h"
+
+#include "bus/BusNames.h"
+#include "bus/VelReturnType.h"
+#include "module/VelModule.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+// What a peer does when it is asked to describe itself.
+enum class Answer { Text, Nothing, Number, TwoTexts, Error };
+
+// A module of libdbus alone on a thread of its own, since a question blocks the thread that asks it. It
+// describes itself with whatever text it was given.
+class Peer {
+public:
+    explicit Peer(const QString& moduleName, const QString& description = QString())
+        : m_name(vel::bus::serviceName(moduleName)), m_description(description.toUtf8()),
+          m_connection(dbus_bus_get_private(DBUS_BUS_SESSION, nullptr)) {
+        dbus_connection_set_exit_on_disconnect(m_connection, FALSE);
+        dbus_bus_request_name(m_connection, m_name.toUtf8().constData(), 0, nullptr);
+        m_thread = std::thread([this] { serve(); });
+    }
+
+    ~Peer() {
+        QDBusConnection::sessionBus().call(
+            QDBusMessage::createMethodCall(m_name, QStringLiteral("/"), QString(), QStringLiteral("Leave")));
+        m_thread.join();
+        dbus_connection_close(m_connection);
+        dbus_connection_unref(m_connection);
+    }
+
+    void describe(const QString& description, Answer answer = Answer::Text) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_description = description.toUtf8();
+        m_answer = answer;
+    }
+
+    int questions() const { return m_questions; }
+
+private:
+    void serve() {
+        bool leaving = false;
+        while (!leaving && dbus_connection_read_write(m_connection, -1)) {
+            while (DBusMessage* message = dbus_connection_pop_message(m_connection)) {
+                if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_METHOD_CALL) {
+                    leaving = leaving || dbus_message_has_member(message, "Leave");
+                    reply(message);
+                }
+                dbus_message_unref(message);
+            }
+        }
+    }
+
+    void reply(DBusMessage* question) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const bool introspects = dbus_message_has_member(question, "Introspect");
+        m_questions += introspects;
+        const char* text = m_description.constData();
+        const dbus_int32_t number = 5;
+        DBusMessage* answer = introspects && m_answer == Answer::Error
+                                  ? dbus_message_new_error(question, DBUS_ERROR_ACCESS_DENIED, "not for you")
+                                  : dbus_message_new_method_return(question);
+        if (introspects && (m_answer == Answer::Text || m_answer == Answer::TwoTexts))
+            dbus_message_append_args(answer, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
+        if (introspects && m_answer == Answer::TwoTexts)
+            dbus_message_append_args(answer, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
+        if (introspects && m_answer == Answer::Number)
+            dbus_message_append_args(answer, DBUS_TYPE_INT32, &number, DBUS_TYPE_INVALID);
+        dbus_connection_send(m_connection, answer, nullptr);
+        dbus_connection_flush(m_connection);
+        dbus_message_unref(answer);
+    }
+
+    const QString m_name;
+    std::mutex m_mutex;
+    QByteArray m_description;
+    Answer m_answer = Answer::Text;
+    std::atomic<int> m_questions{0};
+    DBusConnection* m_connection;
+    std::thread m_thread;
+    Q_DISABLE_COPY(Peer)
+};
+
+QString methodReturning(const QString& name, const QString& type, const QString& annotation = QString()) {
+    QString text = QStringLiteral("<method name='%1'><arg name='in' type='i' direction='in'/>").arg(name);
+    if (!type.isEmpty())
+        text += QStringLiteral("<arg type='%1' direction='out'/>").arg(type);
+    if (!annotation.isEmpty())
+        text += QStringLiteral("<annotation name='org.qtproject.QtDBus.QtTypeName.Out0' value='%1'/>")
+                    .arg(annotation.toHtmlEscaped());
+    return text + QStringLiteral("</method>");
+}
+
+QString interfaceWith(const QString& methods, const QString& name = vel::bus::commonInterface()) {
+    return QStringLiteral("<interface name='%1'>%2</interface>").arg(name, methods);
+}
+
+QString objectWith(const QString& interfaces) {
+    return QStringLiteral("<!DOCTYPE node PUBLIC '-//freedesktop//DTD D-BUS Object Introspection 1.0//EN' "
+                          "'http://www.freedesktop.org/standards/dbus/1.0/introspect.dtd'>\n<node>%1</node>")
+        .arg(interfaces);
+}
+
+QString described(const QString& methods) {
+    return objectWith(interfaceWith(methods));
+}
+
+const QString station = QStringLiteral("station");
+const QString text = QStringLiteral("s");
+
+} // namespace
+
+class ReturnTypeTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() {
+        m_peerName = QStringLiteral("Peer%1").arg(++m_peers);
+    } // what was described once stays cached
+    void descriptorFollowsFromTheDescription_data();
+    void descriptorFollowsFromTheDescription();
+    void onlyTheMethodElementsPartsCount_data();
+    void onlyTheMethodElementsPartsCount();
+    void knownMethodIsAnsweredWithoutTheBus();
+    void unknownMethodIsAskedForAgain();
+    void changedDescriptionIsReportedAndNotBelieved();
+    void twoMethodsOfOneNameAreToldApartByTheirSignatures();
+    void twoMethodsOfOneNameAndSignatureDisagree();
+    void badAnswerIsNoDescription_data();
+    void badAnswerIsNoDescription();
+    void failedQuestionThrows_data();
+    void failedQuestionThrows();
+    void hugeDescriptionIsRead();
+
+private:
+    const VelModule m_module{QStringLiteral("Display")};
+    QString m_peerName;
+    int m_peers = 0;
+};
+
+void ReturnTypeTest::descriptorFollowsFromTheDescription_data() {
+    QTest::addColumn<QString>("signature");
+    QTest::addColumn<QString>("annotation");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char* signature, const char* annotation, const char* expected) {
+        QTest::addRow("%s %s", signature, annotation)
+            << QString::fromLatin1(signature) << QString::fromLatin1(annotation)
+            << QString::fromLatin1(expected);
+    };
+    row("s", "", "QString::");
+    row("i", "", "int::");
+    row("b", "", "bool::");
+    row("u", "", "uint::");
+    row("x", "", "long::");
+    row("d", "", "double::");
+    row("y", "", "uchar::");
+    row("n", "", "short::");
+    row("q", "", "ushort::");
+    row("t", "", "ulong::");
+    for (const char* other : {"", "as", "ss", "a{sv}", "(ii)", "v", "o", "g", "h"})
+        row(other, "", "::");
+    row("as", "ListQString", "QString:list:");
+    row("ai", "QList<int>", "int:list:");
+    row("a(ss)", "QList<QPair<QString,QString>>", "QPair<QString,QString>:list:");
+    row("as", "List", ":list:");
+    row("as", "QList<", ":list:");
+    row("a{sv}", "QVariantMap", "QVariant:map:QString");
+    row("a{sv}", "QVariantMapOfSorts", "QVariant:map:QString");
+    row("a{sv}", "MapQStringQVariant", "QVariant:map:QString");
+    row("a{ss}", "MapQStringQString", "QString:map:QString");
+    row("a{si}", "MapQString", ":map:QString");
+    row("(ssia{ss}a{sv})", "VelEvent", "VelEvent::");
+    row("s", "Station", "Station::"); // the annotation counts, not the signature
+    row("", "Station", "Station::");
+    row("ai", "listOfInt", "listOfInt::");
+    row("ai", "MyQList<int>", "MyQList<int>::");
+    row("a{ss}", "mapQString", "mapQString::");
+}
+
+void ReturnTypeTest::descriptorFollowsFromTheDescription() {
+    QFETCH(QString, signature);
+    QFETCH(QString, annotation);
+    const Peer peer(m_peerName, described(methodReturning(station, signature, annotation)));
+    QTEST(getReturnType(m_peerName, station, signature), "expected");
+    QTEST(getReturnType(m_peerName, station, signature), "expected"); // from the cache
+}
+
+void ReturnTypeTest::onlyTheMethodElementsPartsCount_data() {
+    QTest::addColumn<QString>("description");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char* title, const QString& description, const char* expected) {
+        QTest::newRow(title) << description << QString::fromLatin1(expected);
+    };
+    const QString right = methodReturning(station, text);
+    const QString other = methodReturning(station, text, QStringLiteral("Wrong"));
+    row("other interfaces beside it",
+        objectWith(interfaceWith(other, QStringLiteral("org.freedesktop.DBus.Peer")) + interfaceWith(right) +
+                   interfaceWith(other, vel::bus::commonInterface().toLower())),
+        "QString::");
+    row("in the second of two common interfaces",
+        objectWith(interfaceWith(methodReturning(QStringLiteral("other"), text)) + interfaceWith(right)),
+        "QString::");
+    row("interface further down",
+        objectWith(QStringLiteral("<node name='child'>") + interfaceWith(other) + QStringLiteral("</node>")),
+        "");
+    row("signals and properties of that name",
+        described(QStringLiteral("<signal name='station'><arg type='s' direction='out'/></signal>"
+                                 "<property name='station' type='s' access='read'/>")),
+        "");
+    row("another case", described(methodReturning(QStringLiteral("Station"), text)), "");
+    row("argument without a direction",
+        described(QStringLiteral("<method name='station'><arg type='s'/></method>")), "");
+    row("the last out argument counts",
+        described(QStringLiteral("<method name='station'><arg type='i' direction='out'/>"
+                                 "<arg type='s' direction='out'/></method>")),
+        "QString::");
+    row("the last annotation counts",
+        described(QStringLiteral("<method name='station'><annotation name='Out0' value='First'/>"
+                                 "<arg type='s' direction='out'/>"
+                                 "<annotation name='x.Out0' value='Last'/></method>")),
+        "Last::");
+    row("annotations of other arguments",
+        described(
+            QStringLiteral("<method name='station'><arg type='s' direction='out'/>"
+                           "<annotation name='x.In0' value='Wrong'/><annotation name='x.Out1' value='Wrong'/>"
+                           "<annotation name='x.out0' value='Wrong'/>"
+                           "<annotation name='x.Out0.y' value='Wrong'/></method>")),
+        "QString::");
+    row("comments between",
+        described(QStringLiteral("<!-- one -->") + right + QStringLiteral("<!-- two -->")), "QString::");
+    row("no interface at all", QStringLiteral("<node/>"), "");
+    row("a document of something else", QStringLiteral("<html>%1</html>").arg(interfaceWith(right)),
+        "QString::");
+}
+
+void ReturnTypeTest::onlyTheMethodElementsPartsCount() {
+    QFETCH(QString, description);
+    const Peer peer(m_peerName, description);
+    QTEST(getReturnType(m_peerName, station, text), "expected");
+}
+
+void ReturnTypeTest::knownMethodIsAnsweredWithoutTheBus() {
+    const QString list = QStringLiteral("stations");
+    RawClient monitor;
+    {
+        const Peer peer(m_peerName, described(methodReturning(station, text) +
+                                              methodReturning(list, QStringLiteral("as"),
+                                                              QStringLiteral("ListQString"))));
+        QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+        QVERIFY(monitor.becomeMonitor());
+        QVERIFY(m_module.notifyEvent(QStringLiteral("watching")));
+        monitor.seenUntilSignal(QStringLiteral("watching"));
+        const int questions = peer.questions();
+        // The other method was described with it.
+        QCOMPARE(getReturnType(m_peerName, list, QStringLiteral("as")), QStringLiteral("QString:list:"));
+        QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+        QVERIFY(m_module.notifyEvent(QStringLiteral("asked")));
+        QCOMPARE(monitor.seenUntilSignal(QStringLiteral("asked")),
+                 QStringList{QStringLiteral("signal asked")});
+        QCOMPARE(peer.questions(), questions);
+    }
+    // The peer has left the bus.
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+    QCOMPARE(getReturnType(m_peerName, list, QStringLiteral("as")), QStringLiteral("QString:list:"));
+    QVERIFY_EXCEPTION_THROWN(getReturnType(m_peerName, QStringLiteral("other"), text), QString);
+}
+
+void ReturnTypeTest::unknownMethodIsAskedForAgain() {
+    Peer peer(m_peerName, described(methodReturning(station, text)));
+    QCOMPARE(getReturnType(m_peerName, station, QStringLiteral("as")), QString());
+    const int questions = peer.questions();
+    QCOMPARE(getReturnType(m_peerName, station, QStringLiteral("as")), QString());
+    QVERIFY(peer.questions() > questions);
+    peer.describe(described(methodReturning(station, QStringLiteral("as"))));
+    QCOMPARE(getReturnType(m_peerName, station, QStringLiteral("as")), QStringLiteral("::"));
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+}
+
+void ReturnTypeTest::changedDescriptionIsReportedAndNotBelieved() {
+    Peer peer(m_peerName, described(methodReturning(station, text)));
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+    peer.describe(described(methodReturning(station, text, QStringLiteral("Station"))));
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+
+    const QByteArray newEntry =
+        QStringLiteral("\"new cache entry:station%1s Station::\"").arg(m_peerName).toUtf8();
+    QTest::ignoreMessage(QtDebugMsg, newEntry.constData());
+    QTest::ignoreMessage(QtDebugMsg, "ERROR: already cached with different value: \"QString::\"");
+    QCOMPARE(getReturnType(m_peerName, QStringLiteral("other"), text), QString());
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+}
+
+void ReturnTypeTest::twoMethodsOfOneNameAreToldApartByTheirSignatures() {
+    const Peer peer(m_peerName,
+                    described(methodReturning(station, text) + methodReturning(station, QStringLiteral("i")) +
+                              methodReturning(station, QString())));
+    QCOMPARE(getReturnType(m_peerName, station, QStringLiteral("i")), QStringLiteral("int::"));
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+    QCOMPARE(getReturnType(m_peerName, station, QString()), QStringLiteral("::"));
+}
+
+void ReturnTypeTest::twoMethodsOfOneNameAndSignatureDisagree() {
+    const Peer peer(m_peerName, described(methodReturning(station, text, QStringLiteral("First")) +
+                                          methodReturning(station, text, QStringLiteral("Last"))));
+    const QByteArray newEntry =
+        QStringLiteral("\"new cache entry:station%1s Last::\"").arg(m_peerName).toUtf8();
+    QTest::ignoreMessage(QtDebugMsg, newEntry.constData());
+    QTest::ignoreMessage(QtDebugMsg, "ERROR: already cached with different value: \"First::\"");
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("Last::"));
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("First::"));
+}
+
+void ReturnTypeTest::badAnswerIsNoDescription_data() {
+    QTest::addColumn<QString>("description");
+    QTest::addColumn<int>("answer");
+    const QString good = described(methodReturning(station, text));
+    const auto row = [](const char* title, const QString& description, Answer answer = Answer::Text) {
+        QTest::newRow(title) << description << int(answer);
+    };
+    row("nothing", good, Answer::Nothing);
+    row("a number", good, Answer::Number);
+    row("empty text", QString());
+    row("no XML", QStringLiteral("station"));
+    row("cut off behind the method", good.left(good.indexOf(QStringLiteral("</interface>"))));
+    row("cut off before the end", good.left(good.size() - 1));
+    row("text after the end", good + QStringLiteral("<node/>"));
+    row("wrong nesting", described(methodReturning(station, text) + QStringLiteral("<a><b></a></b>")));
+
+    QString bomb = QStringLiteral("<!DOCTYPE node [<!ENTITY e0 'ha'>");
+    for (int level = 1; level <= 30; ++level)
+        bomb += QStringLiteral("<!ENTITY e%1 '&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;'>")
+                    .arg(level)
+                    .arg(level - 1);
+    row("entities that multiply in a text", bomb + QStringLiteral("]><node>&e30;</node>"));
+    row("entities that multiply in an attribute",
+        bomb + QStringLiteral("]>") +
+            objectWith(interfaceWith(QStringLiteral("<method name='&e30;'/>")))
+                .section(QLatin1Char('\n'), 1));
+    row("an entity that holds itself",
+        QStringLiteral("<!DOCTYPE node [<!ENTITY a '&b;'><!ENTITY b '&a;'>]><node>&a;</node>"));
+}
+
+void ReturnTypeTest::badAnswerIsNoDescription() {
+    QFETCH(QString, description);
+    QFETCH(int, answer);
+    Peer peer(m_peerName);
+    peer.describe(description, static_cast<Answer>(answer));
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(getReturnType(m_peerName, station, text), QString());
+    QVERIFY2(timer.elapsed() < 10000, "a bad description must not keep the module busy");
+    // Nothing of it stayed.
+    peer.describe(described(methodReturning(station, text, QStringLiteral("Station"))));
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("Station::"));
+}
+
+void ReturnTypeTest::failedQuestionThrows_data() {
+    QTest::addColumn<bool>("isThere");
+    QTest::newRow("not running") << false;
+    QTest::newRow("error reply") << true;
+}
+
+void ReturnTypeTest::failedQuestionThrows() {
+    QFETCH(bool, isThere);
+    std::unique_ptr<Peer> peer;
+    if (isThere) {
+        peer = std::make_unique<Peer>(m_peerName);
+        peer->describe(QString(), Answer::Error);
+    }
+    try {
+        getReturnType(m_peerName, station, text);
+        QFAIL("must throw");
+    } catch (const QString& thrown) {
+        if (isThere)
+            QCOMPARE(thrown, QStringLiteral("not for you"));
+        else
+            QVERIFY2(thrown.contains(vel::bus::serviceName(m_peerName)), qUtf8Printable(thrown));
+    }
+    // The failure was not kept.
+    peer.reset();
+    const Peer good(m_peerName, described(methodReturning(station, text)));
+    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
+}
+
+void ReturnTypeTest::hugeDescriptionIsRead() {
+    QString methods;
+    int count = 0;
+    while (methods.size() < 5000000)
+        methods += methodReturning(QStringLiteral("method%1").arg(++count), text);
+    const Peer peer(m_peerName, described(methods));
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(getReturnType(m_peerName, QStringLiteral("method%1").arg(count), text),
+             QStringLiteral("QString::"));
+    qInfo("%d methods read in %d ms", count, static_cast<int>(timer.elapsed()));
+    const int questions = peer.questions();
+    QCOMPARE(getReturnType(m_peerName, QStringLiteral("method1"), text), QStringLiteral("QString::"));
+    QCOMPARE(peer.questions(), questions);
+}
+
+VEL_BUS_TEST_MAIN(ReturnTypeTest)
+#include "ReturnTypeTest.moc"

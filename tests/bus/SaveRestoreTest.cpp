@@ -1,0 +1,349 @@
+// Save and restore with a real process: what it logs and answers, that it really stops, and that it goes on.
+#include "support/BusTest.h"
+#include "support/EventListener.h"
+
+#include "module/VelModule.h"
+
+#include <QTest>
+
+#include <csignal>
+#include <sys/wait.h>
+
+namespace {
+
+constexpr int longestWaitMs = 60000;
+
+const QString scripted = QStringLiteral("Scripted");
+const QString saveEvent = QStringLiteral("test_save"); // what the scripted module subscribes its slots to
+const QString restoredEvent = QStringLiteral("test_restored");
+const QString listKey = QStringLiteral("ModulesPidsList");
+const QString saveKey = QStringLiteral("Save");
+
+QVariantMap request(const QString& list, bool save) {
+    return {{listKey, list}, {saveKey, save}};
+}
+
+// Whether the kernel has a stop of the child to report; each stop is reported once.
+bool takeStop(const ChildProcess& child) {
+    siginfo_t report{};
+    return waitid(P_PID, static_cast<id_t>(child.processId()), &report, WSTOPPED | WNOHANG) == 0 &&
+           report.si_pid != 0;
+}
+
+bool waitForStop(const ChildProcess& child) {
+    return QTest::qWaitFor([&] { return takeStop(child); }, longestWaitMs);
+}
+
+void resume(const ChildProcess& child) {
+    ::kill(static_cast<pid_t>(child.processId()), SIGCONT);
+}
+
+QStringList logged(const QStringList& lines) {
+    QStringList result;
+    for (const QString& line : lines)
+        result << (line.startsWith(QStringLiteral("hook")) || line.startsWith(QStringLiteral("worker"))
+                       ? line
+                       : QStringLiteral("LOG ") + line);
+    return result;
+}
+
+} // namespace
+
+class SaveRestoreTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void saveIsAnsweredAndStopsTheProcessInOrder();
+    void restoreIsAnsweredAndStopsTheProcess();
+    void whatIsPublishedDuringAFreezeIsHandledAfterIt();
+    void listNamesModulesBySubstring_data();
+    void listNamesModulesBySubstring();
+    void saveFlagDecidesAboutThePreSave_data();
+    void saveFlagDecidesAboutThePreSave();
+    void throwingPreSaveIsNeitherAnsweredNorStopped_data();
+    void throwingPreSaveIsNeitherAnsweredNorStopped();
+    void workerInTheSectionDelaysThePreSave_data();
+    void workerInTheSectionDelaysThePreSave();
+    void postRestoreRunsOnceWhenNamed_data();
+    void postRestoreRunsOnceWhenNamed();
+    void withoutAKillProgramTheModuleGoesOn();
+    void answerIsHeardWhileTheProcessIsStopped();
+
+private:
+    void start(const QStringList& arguments = QStringList());
+    QDBusMessage ask(const QString& method, const QVariantList& arguments = QVariantList()) {
+        return bustest::call(QDBusConnection::sessionBus(), scripted, method, arguments);
+    }
+    void provesToRun();
+    QStringList newLines() const { return m_child->lines().mid(m_linesBefore); }
+
+    VelModule m_supervisor{QStringLiteral("Supervisor")};
+    std::unique_ptr<ChildProcess> m_child;
+    std::unique_ptr<EventListener> m_answers;
+    int m_linesBefore = 0;
+};
+
+void SaveRestoreTest::init() {
+    m_answers = std::make_unique<EventListener>();
+    QVERIFY(m_supervisor.subscribeEvent(QStringLiteral("stop_save_restore_OK"), m_answers.get(),
+                                        SLOT(heard(VelEvent))));
+    m_child = std::make_unique<ChildProcess>();
+    m_child->setVariable(QStringLiteral("VEL_TEST_LOG"), QStringLiteral("1"));
+    m_child->setVariable(QStringLiteral("VEL_LOG_LEVEL"), QStringLiteral("7"));
+}
+
+void SaveRestoreTest::cleanup() {
+    m_child.reset(); // a stopped one too
+    m_answers.reset();
+}
+
+void SaveRestoreTest::start(const QStringList& arguments) {
+    QVERIFY(m_child->run(bustest::program(QStringLiteral("scripted-module")), arguments));
+    QVERIFY(m_child->waitForLine(QStringLiteral("hook run")));
+    m_linesBefore = m_child->lines().size();
+}
+
+// Its answer comes after everything that was published before on this connection has been handled.
+void SaveRestoreTest::provesToRun() {
+    QCOMPARE(ask(QStringLiteral("state")).arguments(), QVariantList{QStringLiteral("RUN")});
+    bustest::settle(QDBusConnection::sessionBus());
+    QVERIFY(!takeStop(*m_child));
+}
+
+void SaveRestoreTest::saveIsAnsweredAndStopsTheProcessInOrder() {
+    start();
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+    QVERIFY(waitForStop(*m_child));
+    QCOMPARE(m_child->processState(), 'T');
+    bustest::settle(QDBusConnection::sessionBus());
+    QCOMPARE(m_answers->events().size(), 1u);
+    const VelEvent& answer = m_answers->events().front();
+    QCOMPARE(answer.getEvtName(), QStringLiteral("stop_save_restore_OK"));
+    QCOMPARE(answer.getContext(), QString());
+    QCOMPARE(answer.getArguments(), (QVariantMap{{QStringLiteral("ModuleName"), scripted}}));
+
+    QVERIFY(m_child->waitForLine(QStringLiteral("Entering pause mode..."), m_linesBefore));
+    const QStringList untilTheStop =
+        logged({"debug: Preparing for Save operations", "debug: Entering critical section",
+                "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
+                "debug: Leaving critical section", "debug: Entering pause mode..."});
+    QCOMPARE(newLines(), untilTheStop);
+
+    resume(*m_child);
+    QVERIFY(m_child->waitForLine(QStringLiteral("...Leaving pause mode"), m_linesBefore));
+    QCOMPARE(newLines(), untilTheStop + logged({"debug: ...Leaving pause mode"}));
+    provesToRun();
+    QCOMPARE(m_answers->events().size(), 1u);
+}
+
+void SaveRestoreTest::restoreIsAnsweredAndStopsTheProcess() {
+    start();
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
+    QVERIFY(waitForStop(*m_child));
+    QCOMPARE(m_child->processState(), 'T');
+    bustest::settle(QDBusConnection::sessionBus());
+    QCOMPARE(m_answers->events().size(), 1u);
+    QCOMPARE(m_answers->events().front().getArguments(),
+             (QVariantMap{{QStringLiteral("ModuleName"), scripted}}));
+    resume(*m_child);
+    QVERIFY(m_child->waitForLine(QStringLiteral("...Leaving pause mode"), m_linesBefore));
+    QCOMPARE(newLines(), logged({"debug: Entering pause mode...", "debug: ...Leaving pause mode"}));
+    provesToRun();
+}
+
+void SaveRestoreTest::whatIsPublishedDuringAFreezeIsHandledAfterIt() {
+    start();
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
+    QVERIFY(waitForStop(*m_child));
+    QVERIFY(m_supervisor.notifyEvent(restoredEvent, {{QStringLiteral("modules"), scripted}}));
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+    resume(*m_child);
+    QVERIFY(waitForStop(*m_child));
+    resume(*m_child);
+    provesToRun();
+    QCOMPARE(m_answers->events().size(), 2u);
+    const QStringList lines = newLines();
+    const int postRestore = lines.indexOf(QStringLiteral("hook postRestore"));
+    QVERIFY(lines.indexOf(logged({"debug: ...Leaving pause mode"}).first()) < postRestore);
+    QVERIFY(postRestore < lines.indexOf(QStringLiteral("hook preSave")));
+}
+
+void SaveRestoreTest::listNamesModulesBySubstring_data() {
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QVariant>("list");
+    QTest::addColumn<bool>("named");
+    QTest::newRow("alone") << scripted << QVariant(scripted) << true;
+    QTest::newRow("among others") << scripted << QVariant("Tuner:12,Scripted:14,Display:15") << true;
+    QTest::newRow("inside a longer name") << "Media" << QVariant("MediaPlayer") << true;
+    QTest::newRow("in a text list of one") << scripted << QVariant(QStringList{scripted}) << true;
+    QTest::newRow("another case") << scripted << QVariant("scripted SCRIPTED") << false;
+    QTest::newRow("only a longer one is there") << "MediaPlayer" << QVariant("Media Player") << false;
+    QTest::newRow("empty") << scripted << QVariant("") << false;
+    QTest::newRow("missing") << scripted << QVariant() << false;
+    QTest::newRow("a number") << scripted << QVariant(5) << false;
+}
+
+void SaveRestoreTest::listNamesModulesBySubstring() {
+    QFETCH(QString, name);
+    QFETCH(QVariant, list);
+    QFETCH(bool, named);
+    start({QStringLiteral("--moduleName=") + name});
+    QVariantMap arguments{{saveKey, true}};
+    if (list.isValid())
+        arguments.insert(listKey, list);
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, arguments));
+    if (named) {
+        QVERIFY(waitForStop(*m_child));
+        bustest::settle(QDBusConnection::sessionBus());
+        QCOMPARE(m_answers->events().size(), 1u);
+        QCOMPARE(m_answers->events().front().getArguments(),
+                 (QVariantMap{{QStringLiteral("ModuleName"), name}}));
+        return;
+    }
+    QCOMPARE(bustest::call(QDBusConnection::sessionBus(), name, QStringLiteral("echo"), {"still here"})
+                 .arguments(),
+             QVariantList{"still here"});
+    bustest::settle(QDBusConnection::sessionBus());
+    QVERIFY(!takeStop(*m_child));
+    QVERIFY(m_answers->events().empty());
+    QCOMPARE(newLines(), QStringList());
+}
+
+void SaveRestoreTest::saveFlagDecidesAboutThePreSave_data() {
+    QTest::addColumn<QVariant>("save");
+    QTest::addColumn<bool>("preSaves");
+    QTest::newRow("missing") << QVariant() << false;
+    QTest::newRow("number") << QVariant(1) << true;
+    QTest::newRow("zero") << QVariant(0) << false;
+    QTest::newRow("text") << QVariant("true") << true;
+    QTest::newRow("text false") << QVariant("false") << false;
+    QTest::newRow("list") << QVariant(QStringList{"true", "true"}) << false;
+}
+
+void SaveRestoreTest::saveFlagDecidesAboutThePreSave() {
+    QFETCH(QVariant, save);
+    start();
+    QVariantMap arguments{{listKey, scripted}};
+    if (save.isValid())
+        arguments.insert(saveKey, save);
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, arguments));
+    QVERIFY(waitForStop(*m_child));
+    QVERIFY(m_child->waitForLine(QStringLiteral("Entering pause mode..."), m_linesBefore));
+    QTEST(m_child->lines().contains(QStringLiteral("hook preSave")), "preSaves");
+}
+
+void SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped_data() {
+    QTest::addColumn<QString>("netsLine");
+    QTest::newRow("QString") << "error: QString exception catch in VelApplication: thrown text";
+    QTest::newRow("std") << "error: std exception catch in VelApplication: thrown what";
+    QTest::newRow("int") << "error: Unknown exception catch in VelApplication: int";
+    QTest::newRow("VelException") << "error: VelException catch in VelApplication: thrown exception";
+}
+
+void SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped() {
+    QFETCH(QString, netsLine);
+    if (!bustest::exceptionsCrossQtDBus())
+        QSKIP("this Qt D-Bus was built without unwind tables");
+    start({QStringLiteral("--preSave=") + QString::fromLatin1(QTest::currentDataTag())});
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+    provesToRun();
+    QVERIFY(m_answers->events().empty());
+    QVERIFY(m_child->waitForLine(netsLine, m_linesBefore));
+    QCOMPARE(newLines(),
+             logged({"debug: Preparing for Save operations", "debug: Entering critical section",
+                     "debug: Pre-saving data", "hook preSave", "debug: Leaving critical section", netsLine}));
+
+    ask(QStringLiteral("script"), {QStringLiteral("preSave"), QString()});
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+    QVERIFY(waitForStop(*m_child));
+    bustest::settle(QDBusConnection::sessionBus());
+    QCOMPARE(m_answers->events().size(), 1u);
+}
+
+void SaveRestoreTest::workerInTheSectionDelaysThePreSave_data() {
+    QTest::addColumn<bool>("anotherThreadTriesToLeave");
+    QTest::newRow("worker alone") << false;
+    QTest::newRow("another thread tries to leave its section") << true;
+}
+
+void SaveRestoreTest::workerInTheSectionDelaysThePreSave() {
+    QFETCH(bool, anotherThreadTriesToLeave);
+    start();
+    QCOMPARE(ask(QStringLiteral("startWorker")).type(), QDBusMessage::ReplyMessage);
+    if (anotherThreadTriesToLeave)
+        QCOMPARE(ask(QStringLiteral("leaveSection")).type(), QDBusMessage::ReplyMessage);
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+    QVERIFY(m_child->waitForLine(QStringLiteral("Preparing for Save operations"), m_linesBefore));
+    const int preparing = m_child->lines().size();
+    QVERIFY(m_child->lines().last().contains(QStringLiteral("Entering critical section")) ||
+            m_child->waitForLine(QStringLiteral("Entering critical section"), preparing));
+    m_child->write("leave\n");
+    QVERIFY(waitForStop(*m_child));
+    QVERIFY(m_child->waitForLine(QStringLiteral("Entering pause mode..."), m_linesBefore));
+    QCOMPARE(newLines(),
+             logged({"debug: Entering critical section", "debug: Preparing for Save operations",
+                     "debug: Entering critical section", "worker leaves", "debug: Leaving critical section",
+                     "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
+                     "debug: Leaving critical section", "debug: Entering pause mode..."}));
+}
+
+void SaveRestoreTest::postRestoreRunsOnceWhenNamed_data() {
+    QTest::addColumn<QVariantMap>("arguments");
+    QTest::addColumn<int>("runs");
+    const QString key = QStringLiteral("modules");
+    QTest::newRow("named") << QVariantMap{{key, "Tuner,Scripted"}} << 1;
+    QTest::newRow("part of a name") << QVariantMap{{key, "ScriptedPlayer Scripted"}} << 1;
+    QTest::newRow("another case") << QVariantMap{{key, "scripted"}} << 0;
+    QTest::newRow("empty") << QVariantMap{{key, ""}} << 0;
+    QTest::newRow("missing") << QVariantMap{{listKey, "Scripted"}} << 0;
+}
+
+void SaveRestoreTest::postRestoreRunsOnceWhenNamed() {
+    QFETCH(QVariantMap, arguments);
+    QFETCH(int, runs);
+    start();
+    QVERIFY(m_supervisor.notifyEvent(restoredEvent, arguments));
+    provesToRun();
+    // The end's line comes after whatever the module wrote before.
+    QVERIFY(m_supervisor.notifyEvent(QStringLiteral("stop_module_Scripted")));
+    QVERIFY(m_child->waitForLine(QStringLiteral("stopModuleEvent"), m_linesBefore));
+    QCOMPARE(newLines().mid(0, runs + 1),
+             QVector<QString>(runs, QStringLiteral("hook postRestore")).toList() +
+                 logged({"debug: stopModuleEvent for module Scripted in RUN state "}));
+    QVERIFY(m_answers->events().empty());
+}
+
+void SaveRestoreTest::withoutAKillProgramTheModuleGoesOn() {
+    m_child->setVariable(QStringLiteral("PATH"), QStringLiteral("/nonexistent"));
+    start();
+    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
+    QVERIFY(m_child->waitForLine(QStringLiteral("...Leaving pause mode"), m_linesBefore));
+    provesToRun();
+    QCOMPARE(m_answers->events().size(), 1u);
+}
+
+void SaveRestoreTest::answerIsHeardWhileTheProcessIsStopped() {
+    // Sending only queues a message, and the thread that sends it freezes with the rest: without precaution
+    // some answers stay behind, more of them on a loaded machine.
+    constexpr int rounds = 200;
+    ChildProcess busy[2];
+    for (ChildProcess& process : busy)
+        QVERIFY(
+            process.run(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("while :; do :; done")}));
+    m_child->setVariable(QStringLiteral("VEL_LOG_LEVEL"), QStringLiteral("3"));
+    start();
+    for (unsigned round = 1; round <= rounds; ++round) {
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, round % 2)));
+        QVERIFY(waitForStop(*m_child));
+        QCOMPARE(m_child->processState(), 'T');
+        bustest::settle(QDBusConnection::sessionBus());
+        QCOMPARE(m_answers->events().size(), round);
+        resume(*m_child);
+    }
+    provesToRun();
+}
+
+VEL_BUS_TEST_MAIN(SaveRestoreTest)
+#include "SaveRestoreTest.moc"

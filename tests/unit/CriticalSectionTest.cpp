@@ -1,0 +1,112 @@
+// The critical section: one thread at a time, and only the holder leaves it.
+#include "module/VelModule.h"
+#include "support/RecordingLogger.h"
+
+#include <QTest>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace {
+
+const QString entering = QStringLiteral("debug: Entering critical section");
+const QString leaving = QStringLiteral("debug: Leaving critical section");
+
+class Module : public VelModule {
+public:
+    Module() : VelModule(QStringLiteral("Tuner")) {}
+
+    bool sectionIsFree() {
+        if (!m_criticalSectionMutex.tryLock())
+            return false;
+        m_criticalSectionMutex.unlock();
+        return true;
+    }
+};
+
+} // namespace
+
+class CriticalSectionTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void secondThreadWaitsUntilTheFirstLeaves();
+    void onlyTheHolderLeaves();
+    void nobodyIsEverInsideTogether();
+
+private:
+    Module m_module;
+};
+
+void CriticalSectionTest::init() {
+    setRecordedLevel(7);
+    clearRecordedLines();
+}
+
+void CriticalSectionTest::secondThreadWaitsUntilTheFirstLeaves() {
+    std::atomic<bool> firstHasLeft{false};
+    bool secondCameAfterwards = false;
+    m_module.beginCriticalSection();
+    std::thread second([&] {
+        m_module.beginCriticalSection();
+        secondCameAfterwards = firstHasLeft;
+        m_module.endCriticalSection();
+    });
+    // Its line is written before it waits, so it is at the door now.
+    const bool secondIsAtTheDoor = QTest::qWaitFor([] { return recordedLines().count(entering) == 2; });
+    firstHasLeft = true;
+    m_module.endCriticalSection();
+    second.join();
+    QVERIFY(secondIsAtTheDoor);
+    QVERIFY(secondCameAfterwards);
+    QCOMPARE(recordedLines(), (QStringList{entering, entering, leaving, leaving}));
+    QVERIFY(m_module.sectionIsFree());
+}
+
+void CriticalSectionTest::onlyTheHolderLeaves() {
+    m_module.endCriticalSection(); // nobody is inside
+    m_module.beginCriticalSection();
+    std::thread([&] { m_module.endCriticalSection(); }).join();
+    const bool stillHeld = !m_module.sectionIsFree();
+    m_module.endCriticalSection();
+    m_module.endCriticalSection();
+    QVERIFY(stillHeld);
+    QVERIFY(m_module.sectionIsFree());
+    QCOMPARE(recordedLines(), (QStringList{entering, leaving}));
+
+    // Its line is about the log level, its effect is not.
+    setRecordedLevel(6);
+    m_module.beginCriticalSection();
+    QVERIFY(!m_module.sectionIsFree());
+    m_module.endCriticalSection();
+    QVERIFY(m_module.sectionIsFree());
+    QCOMPARE(recordedLines().size(), 2);
+}
+
+void CriticalSectionTest::nobodyIsEverInsideTogether() {
+    constexpr int threads = 4;
+    constexpr int rounds = 2000;
+    setRecordedLevel(0);
+    int inside = 0; // guarded by nothing but the section
+    int wrong = 0;
+    std::vector<std::thread> workers;
+    for (int worker = 0; worker < threads; ++worker)
+        workers.emplace_back([&] {
+            for (int round = 0; round < rounds; ++round) {
+                m_module.endCriticalSection(); // no holder: must not let anybody in
+                m_module.beginCriticalSection();
+                wrong += ++inside != 1;
+                std::this_thread::yield();
+                --inside;
+                m_module.endCriticalSection();
+            }
+        });
+    for (std::thread& worker : workers)
+        worker.join();
+    QCOMPARE(wrong, 0);
+}
+
+QTEST_GUILESS_MAIN(CriticalSectionTest)
+#include "CriticalSectionTest.moc"

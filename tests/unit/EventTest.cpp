@@ -1,0 +1,187 @@
+// The event record: a value with named arguments.
+#include "events/VelEvent.h"
+
+#include <QTest>
+
+namespace {
+
+const QString station = QStringLiteral("station");
+const QString volume = QStringLiteral("volume");
+
+using Types = QMap<QString, QString>;
+
+VelEvent eventWith(const QVariantMap& arguments) {
+    return VelEvent(QStringLiteral("event"), arguments, QString());
+}
+
+} // namespace
+
+class EventTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void emptyEventHoldsNothing();
+    void copyIsEqualAndItsOwn();
+    void eventSurvivesAVariant();
+    void addingAgainReplaces();
+    void typeIsRecordedOnlyWhenAskedFor();
+    void askingAConstEventLeavesItUnchanged();
+    void askingAnyOtherEventAddsWhatIsMissing();
+    void indexMakesAnArgumentName_data();
+    void indexMakesAnArgumentName();
+    void indexedArgumentIsAPlainOne();
+    void settingAllArgumentsKeepsEarlierTypeNames();
+    void equalityAsksOnlyForTheLeftOnesArguments_data();
+    void equalityAsksOnlyForTheLeftOnesArguments();
+};
+
+void EventTest::emptyEventHoldsNothing() {
+    const VelEvent event;
+    QVERIFY(event.getEvtName().isNull());
+    QVERIFY(event.getContext().isNull());
+    QCOMPARE(event.argumentCount(), 0);
+    QVERIFY(event.getArgTypes().isEmpty());
+}
+
+void EventTest::copyIsEqualAndItsOwn() {
+    QObject parent;
+    VelEvent original(QStringLiteral("tuned"), {{station, QStringLiteral("One")}, {volume, 7}},
+                      QStringLiteral("night"));
+    original.setParent(&parent);
+    original.setObjectName(QStringLiteral("original"));
+    original.addArgType(QStringLiteral("of a peer"), QStringLiteral("Station"));
+
+    VelEvent copy(original);
+    QVERIFY(!copy.parent());
+    QCOMPARE(copy.objectName(), QString());
+    QCOMPARE(copy.getEvtName(), QStringLiteral("tuned"));
+    QCOMPARE(copy.getContext(), QStringLiteral("night"));
+    QCOMPARE(copy.getArguments(), original.getArguments());
+    QCOMPARE(copy.getArgTypes(), (Types{{QStringLiteral("of a peer"), QStringLiteral("Station")},
+                                        {station, QStringLiteral("QString")},
+                                        {volume, QStringLiteral("int")}}));
+    QVERIFY(copy == original);
+
+    copy.addArgument(8, volume);
+    copy.setEvtName(QStringLiteral("other"));
+    copy.setContext(QString());
+    QCOMPARE(original.getArguments().value(volume), QVariant(7));
+    QCOMPARE(original.getEvtName(), QStringLiteral("tuned"));
+    QCOMPARE(original.getContext(), QStringLiteral("night"));
+}
+
+void EventTest::eventSurvivesAVariant() {
+    const QVariant variant = QVariant::fromValue(eventWith({{volume, 7}}));
+    QCOMPARE(variant.typeName(), "VelEvent");
+    QCOMPARE(variant.value<VelEvent>().getEvtName(), QStringLiteral("event"));
+    QCOMPARE(variant.value<VelEvent>().getArguments(), (QVariantMap{{volume, 7}}));
+}
+
+void EventTest::addingAgainReplaces() {
+    VelEvent event;
+    event.addArgument(1, volume);
+    event.addArgument(2.5, volume);
+    QCOMPARE(event.getArguments(), (QVariantMap{{volume, 2.5}}));
+    QCOMPARE(event.getArgTypes(), (Types{{volume, QStringLiteral("double")}}));
+
+    event.addArgument(QVariant(), QString());
+    QCOMPARE(event.argumentCount(), 2); // the empty name is a name
+    QVERIFY(event.getArgTypes().value(QString()).isNull());
+}
+
+void EventTest::typeIsRecordedOnlyWhenAskedFor() {
+    VelEvent event;
+    event.addArgument(1, volume, false);
+    QVERIFY(event.getArgTypes().isEmpty());
+    event.addArgument(1, volume, true);
+    event.addArgument(QStringLiteral("loud"), volume, false);
+    QCOMPARE(event.getArgTypes(), (Types{{volume, QStringLiteral("int")}}));
+}
+
+void EventTest::askingAConstEventLeavesItUnchanged() {
+    const VelEvent event = eventWith({{volume, 7}});
+    QCOMPARE(event.getArgument(volume), QVariant(7));
+    QCOMPARE(event.getArgument(QStringLiteral("Volume")), QVariant()); // names are exact
+    QCOMPARE(event.getArgument(0, volume), QVariant());
+    QCOMPARE(event.argumentCount(), 1);
+}
+
+void EventTest::askingAnyOtherEventAddsWhatIsMissing() {
+    VelEvent event = eventWith({{volume, 7}});
+    QCOMPARE(event.getArgument(volume), QVariant(7));
+    QCOMPARE(event.argumentCount(), 1);
+    QCOMPARE(event.getArgument(station), QVariant());
+    QCOMPARE(event.getArgument(3, station), QVariant());
+    QCOMPARE(event.getArguments(),
+             (QVariantMap{{station, QVariant()}, {QStringLiteral("station_3"), QVariant()}, {volume, 7}}));
+}
+
+void EventTest::indexMakesAnArgumentName_data() {
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("index");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("first") << "line" << 0 << "line_0";
+    QTest::newRow("negative") << "line" << -3 << "line_-3";
+    QTest::newRow("no separators") << "line" << 1234567 << "line_1234567";
+    QTest::newRow("empty name") << "" << 7 << "_7";
+}
+
+void EventTest::indexMakesAnArgumentName() {
+    QFETCH(QString, name);
+    QFETCH(int, index);
+    QTEST(VelEvent::generateIndexedArgumentName(name, index), "expected");
+}
+
+void EventTest::indexedArgumentIsAPlainOne() {
+    VelEvent event;
+    event.addArgument(QStringLiteral("One"), 0, station);
+    event.addArgument(QStringLiteral("Two"), QStringLiteral("station_1"));
+    QCOMPARE(event.getArgument(QStringLiteral("station_0")), QVariant(QStringLiteral("One")));
+    QCOMPARE(event.getArgument(1, station), QVariant(QStringLiteral("Two")));
+    QCOMPARE(event.getArgTypes().keys(),
+             (QStringList{QStringLiteral("station_0"), QStringLiteral("station_1")}));
+}
+
+void EventTest::settingAllArgumentsKeepsEarlierTypeNames() {
+    VelEvent event = eventWith({{volume, 7}});
+    event.setArguments({{station, QStringLiteral("One")}});
+    QCOMPARE(event.getArguments(), (QVariantMap{{station, QStringLiteral("One")}}));
+    QCOMPARE(event.getArgTypes(),
+             (Types{{station, QStringLiteral("QString")}, {volume, QStringLiteral("int")}}));
+
+    event.setArguments(event.getArguments()); // its own map
+    QCOMPARE(event.getArguments(), (QVariantMap{{station, QStringLiteral("One")}}));
+    event.setArguments({});
+    QCOMPARE(event.argumentCount(), 0);
+}
+
+void EventTest::equalityAsksOnlyForTheLeftOnesArguments_data() {
+    QTest::addColumn<QVariantMap>("left");
+    QTest::addColumn<QVariantMap>("right");
+    QTest::addColumn<bool>("leftEqualsRight");
+    QTest::addColumn<bool>("rightEqualsLeft");
+    const QVariantMap one{{QStringLiteral("a"), 1}};
+    const QVariantMap two{{QStringLiteral("a"), 1}, {QStringLiteral("b"), 2}};
+    const auto only = [](const QVariant& value) { return QVariantMap{{QStringLiteral("a"), value}}; };
+    QTest::newRow("same") << two << two << true << true;
+    QTest::newRow("fewer on the left") << one << two << true << false;
+    QTest::newRow("none on the left") << QVariantMap() << two << true << false;
+    QTest::newRow("another value") << one << only(2) << false << false;
+    QTest::newRow("another name") << one << QVariantMap{{QStringLiteral("A"), 1}} << false << false;
+    QTest::newRow("last differs") << two << QVariantMap{{QStringLiteral("a"), 1}, {QStringLiteral("b"), 3}}
+                                  << false << false;
+    QTest::newRow("types that convert") << only(1) << only(QStringLiteral("1")) << true << true;
+    QTest::newRow("invalid and absent") << only(QVariant()) << QVariantMap() << true << true;
+}
+
+void EventTest::equalityAsksOnlyForTheLeftOnesArguments() {
+    QFETCH(QVariantMap, left);
+    QFETCH(QVariantMap, right);
+    const VelEvent leftEvent(QStringLiteral("left"), left, QStringLiteral("one context"));
+    const VelEvent rightEvent(QStringLiteral("right"), right, QStringLiteral("another"));
+    QTEST(leftEvent == rightEvent, "leftEqualsRight");
+    QTEST(rightEvent == leftEvent, "rightEqualsLeft");
+}
+
+QTEST_GUILESS_MAIN(EventTest)
+#include "EventTest.moc"

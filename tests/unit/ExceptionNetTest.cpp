@@ -1,0 +1,233 @@
+// The exception net: what escapes a delivery becomes one error line, and the next event is served.
+#include "app/VelApplication.h"
+#include "app/VelExceptionNet.h"
+#include "errors/VelException.h"
+#include "support/RecordingLogger.h"
+
+#include <QPointer>
+#include <QTest>
+
+#include <functional>
+#include <pthread.h>
+#include <stdexcept>
+#include <typeinfo>
+#include <vector>
+
+using Throw = void (*)();
+Q_DECLARE_METATYPE(Throw)
+
+namespace radio {
+
+struct Jammed {};
+
+template <typename Type>
+struct Wrapped {};
+
+} // namespace radio
+
+namespace {
+
+struct Hidden {};
+
+class DerivedException : public VelException {
+public:
+    using VelException::VelException;
+};
+
+VelException* boom() {
+    return new VelException(nullptr, VelException::Timeout, QStringLiteral("boom"));
+}
+
+// Does in its event handler what it was told.
+class Receiver : public QObject {
+public:
+    explicit Receiver(std::function<void()> action) : m_action(std::move(action)) {}
+
+    bool event(QEvent*) override {
+        m_action();
+        return true;
+    }
+
+private:
+    std::function<void()> m_action;
+};
+
+bool deliverTo(Receiver& receiver) {
+    QEvent event(QEvent::User);
+    return QCoreApplication::sendEvent(&receiver, &event);
+}
+
+} // namespace
+
+class ExceptionNetTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void whatASlotThrowsIsOneErrorLine_data();
+    void whatASlotThrowsIsOneErrorLine();
+    void nothingIsWrittenAtLevelTwo();
+    void notifyAnswersForTheDelivery();
+    void caughtVelExceptionIsDeleted();
+    void innerDeliveryIsCaughtByItself();
+    void cancelledThreadEndsWithoutAborting();
+    void namesAreDemangled_data();
+    void namesAreDemangled();
+};
+
+void ExceptionNetTest::init() {
+    setRecordedLevel(3);
+    clearRecordedLines();
+}
+
+void ExceptionNetTest::whatASlotThrowsIsOneErrorLine_data() {
+    QTest::addColumn<Throw>("thrower");
+    QTest::addColumn<QString>("line");
+    const auto row = [](const char* title, Throw thrower, const char* line) {
+        QTest::newRow(title) << thrower << QString::fromUtf8(line);
+    };
+    row(
+        "VelException", [] { throw boom(); }, "error: VelException catch in VelApplication: boom");
+    row(
+        "class derived from it",
+        [] { throw new DerivedException(nullptr, VelException::Timeout, QStringLiteral("derived")); },
+        "error: VelException catch in VelApplication: derived");
+    row(
+        "null VelException", [] { throw static_cast<VelException*>(nullptr); },
+        "error: VelException catch in VelApplication: ");
+    row(
+        "std exception", [] { throw std::runtime_error("x"); },
+        "error: std exception catch in VelApplication: x");
+    row(
+        "std exception beyond ASCII", [] { throw std::runtime_error("größer"); },
+        "error: std exception catch in VelApplication: größer");
+    row(
+        "QString", [] { throw QStringLiteral("no station"); },
+        "error: QString exception catch in VelApplication: no station");
+    row(
+        "empty QString", [] { throw QString(); }, "error: QString exception catch in VelApplication: ");
+    row(
+        "int", [] { throw 42; }, "error: Unknown exception catch in VelApplication: int");
+    row(
+        "text", [] { throw "text"; }, "error: Unknown exception catch in VelApplication: char const*");
+    row(
+        "class", [] { throw radio::Jammed(); },
+        "error: Unknown exception catch in VelApplication: radio::Jammed");
+    row(
+        "template", [] { throw radio::Wrapped<int>(); },
+        "error: Unknown exception catch in VelApplication: radio::Wrapped<int>");
+    row(
+        "hidden class", [] { throw Hidden(); },
+        "error: Unknown exception catch in VelApplication: (anonymous namespace)::Hidden");
+    row(
+        "pointer to a std exception",
+        [] {
+            static std::runtime_error error("x");
+            throw &error;
+        },
+        "error: Unknown exception catch in VelApplication: std::runtime_error*");
+}
+
+void ExceptionNetTest::whatASlotThrowsIsOneErrorLine() {
+    QFETCH(Throw, thrower);
+    bool nextIsServed = false;
+    QObject receiver;
+    QMetaObject::invokeMethod(
+        &receiver, [&] { thrower(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        &receiver, [&] { nextIsServed = true; }, Qt::QueuedConnection);
+    QCoreApplication::processEvents();
+    QVERIFY(nextIsServed);
+    QTEST(recordedLines().join(QLatin1Char('\n')), "line");
+
+    clearRecordedLines();
+    QVERIFY(!velGuarded([&] { thrower(); })); // the same net, for code that needs it earlier
+    QTEST(recordedLines().join(QLatin1Char('\n')), "line");
+}
+
+void ExceptionNetTest::nothingIsWrittenAtLevelTwo() {
+    setRecordedLevel(2);
+    const Throw throwers[] = {[] { throw boom(); }, [] { throw std::runtime_error("x"); },
+                              [] { throw QString(); }, [] { throw 42; }};
+    for (const Throw thrower : throwers) {
+        Receiver receiver(thrower);
+        QVERIFY(!deliverTo(receiver));
+    }
+    QCOMPARE(recordedLines(), QStringList());
+}
+
+void ExceptionNetTest::notifyAnswersForTheDelivery() {
+    Receiver good([] {});
+    Receiver bad([] { throw 42; });
+    QVERIFY(deliverTo(good));
+    QVERIFY(!deliverTo(bad));
+    QVERIFY(velGuarded([] {}));
+}
+
+void ExceptionNetTest::caughtVelExceptionIsDeleted() {
+    const QPointer<VelException> exception = boom();
+    Receiver receiver([&] { throw exception.data(); });
+    QVERIFY(!deliverTo(receiver));
+    QVERIFY(!exception);
+    setRecordedLevel(2); // deleted whether it was logged or not
+    const QPointer<VelException> silent = boom();
+    Receiver other([&] { throw silent.data(); });
+    QVERIFY(!deliverTo(other));
+    QVERIFY(!silent);
+}
+
+void ExceptionNetTest::innerDeliveryIsCaughtByItself() {
+    bool outerWentOn = false;
+    Receiver inner([] { throw QStringLiteral("inner"); });
+    Receiver outer([&] {
+        outerWentOn = !deliverTo(inner);
+        throw QStringLiteral("outer");
+    });
+    QVERIFY(!deliverTo(outer));
+    QVERIFY(outerWentOn);
+    QCOMPARE(recordedLines(),
+             (QStringList{QStringLiteral("error: QString exception catch in VelApplication: inner"),
+                          QStringLiteral("error: QString exception catch in VelApplication: outer")}));
+}
+
+void ExceptionNetTest::cancelledThreadEndsWithoutAborting() {
+#ifdef VEL_TEST_SANITIZED
+    QSKIP("a sanitizer takes the catch of a cancellation, which has no object, for a null reference");
+#endif
+    pthread_t thread;
+    const auto cancelInsideADelivery = [](void*) -> void* {
+        Receiver receiver([] {
+            pthread_cancel(pthread_self());
+            pthread_testcancel();
+        });
+        deliverTo(receiver);
+        return nullptr;
+    };
+    QCOMPARE(pthread_create(&thread, nullptr, cancelInsideADelivery, nullptr), 0);
+    void* result = nullptr;
+    QCOMPARE(pthread_join(thread, &result), 0);
+    QCOMPARE(result, PTHREAD_CANCELED);
+    QCOMPARE(recordedLines(), QStringList());
+}
+
+void ExceptionNetTest::namesAreDemangled_data() {
+    QTest::addColumn<QString>("readable");
+    QTest::newRow(typeid(int).name()) << "int";
+    QTest::newRow(typeid(QString).name()) << "QString";
+    QTest::newRow(typeid(std::vector<radio::Jammed>).name())
+        << "std::vector<radio::Jammed, std::allocator<radio::Jammed> >";
+    for (const char* unreadable : {"", "not mangled", "_Z", "*", "N"})
+        QTest::newRow(unreadable) << unreadable;
+}
+
+void ExceptionNetTest::namesAreDemangled() {
+    QTEST(QString::fromStdString(util_demangle(QTest::currentDataTag())), "readable");
+}
+
+int main(int argc, char** argv) {
+    VelApplication application(argc, argv);
+    ExceptionNetTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "ExceptionNetTest.moc"

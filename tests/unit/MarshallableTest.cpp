@@ -1,0 +1,112 @@
+// What may go into a message: whatever is let through wrongly ends the process in libdbus.
+#include "events/Marshallable.h"
+
+#include "events/VelDBusTypes.h"
+
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusSignature>
+#include <QDBusUnixFileDescriptor>
+#include <QDBusVariant>
+#include <QTest>
+
+#include <unistd.h>
+
+namespace {
+
+// A type that Qt D-Bus was never told about.
+struct Unregistered {};
+
+QVariant inMap(const QVariant& value) {
+    return QVariantMap{{QStringLiteral("good"), 1}, {QStringLiteral("value"), value}};
+}
+
+QVariant inList(const QVariant& value) {
+    return QVariantList{1, value};
+}
+
+QVariant inVariant(const QVariant& value) {
+    return QVariant::fromValue(QDBusVariant(value));
+}
+
+QVariant inEvent(const QVariant& value) {
+    return QVariant::fromValue(VelEvent(QStringLiteral("event"), inMap(value).toMap(), QString()));
+}
+
+QVariant nested(QVariant (*container)(const QVariant&), int times) {
+    QVariant value(1);
+    while (times-- > 0)
+        value = container(value);
+    return value;
+}
+
+} // namespace
+Q_DECLARE_METATYPE(Unregistered)
+
+class MarshallableTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { registerCoreDBusTypes(); }
+    void onlyWhatHasADBusFormMayTravel_data();
+    void onlyWhatHasADBusFormMayTravel();
+};
+
+void MarshallableTest::onlyWhatHasADBusFormMayTravel_data() {
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("expected");
+    const auto travels = [](const char* title, const QVariant& value) {
+        QTest::newRow(title) << value << true;
+    };
+    const auto stays = [](const char* title, const QVariant& value) {
+        QTest::newRow(title) << value << false;
+    };
+
+    travels("int", 1);
+    travels("null text", QString());
+    travels("text list", QStringList{QString()});
+    travels("bytes", QByteArray());
+    travels("empty containers", inMap(inList(inVariant(inEvent(QVariantMap())))));
+    travels("object path", QVariant::fromValue(QDBusObjectPath(QStringLiteral("/Tuner"))));
+    travels("signature", QVariant::fromValue(QDBusSignature(QStringLiteral("a{sv}"))));
+    travels("file descriptor", QVariant::fromValue(QDBusUnixFileDescriptor(STDIN_FILENO)));
+
+    const QVariant misfits[] = {
+        QVariant(),
+        QVariant::fromValue(Unregistered()),
+        QVariant(1.0f), // the bus knows only one floating-point type
+        QVariant(QChar('a')),
+        QVariant::fromValue(QDBusObjectPath()),
+        QVariant::fromValue(QDBusSignature()),
+        QVariant::fromValue(QDBusUnixFileDescriptor()),
+        QVariant::fromValue(QDBusArgument()),
+    };
+    for (const QVariant& misfit : misfits) {
+        const QByteArray type = misfit.isValid() ? misfit.typeName() : "invalid";
+        stays(type, misfit);
+        stays("in a map: " + type, inMap(misfit));
+        stays("in a list: " + type, inList(misfit));
+        stays("in a variant: " + type, inVariant(misfit));
+        stays("in an event: " + type, inEvent(misfit));
+        stays("deep inside: " + type, inEvent(inMap(inList(inVariant(misfit)))));
+    }
+
+    // 64 levels in all: a list of variants is two, a map of variants three, an event four.
+    travels("32 lists", nested(inList, 32));
+    stays("33 lists", nested(inList, 33));
+    travels("21 maps", nested(inMap, 21));
+    stays("22 maps", nested(inMap, 22));
+    travels("64 variants", nested(inVariant, 64));
+    stays("65 variants", nested(inVariant, 65));
+    travels("16 events", nested(inEvent, 16));
+    stays("17 events", nested(inEvent, 17));
+}
+
+void MarshallableTest::onlyWhatHasADBusFormMayTravel() {
+    QFETCH(QVariant, value);
+    QTEST(vel::isMarshallable(value), "expected");
+}
+
+QTEST_GUILESS_MAIN(MarshallableTest)
+#include "MarshallableTest.moc"
