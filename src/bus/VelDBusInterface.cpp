@@ -68,7 +68,10 @@ QDBusPendingCall VelDBusInterface::asyncCall(const QString& method, const QList<
         throw reason;
     const QDBusPendingCall pending =
         args.isEmpty() ? QDBusInterface::asyncCall(method) : asyncCallWithArgumentList(method, args);
-    if (pending.isError())
+    // Only a failure to send is thrown. A peer's error may have arrived by now too, on Qt's D-Bus thread, if
+    // it was quick and this thread was not: that one has a sender, and stays in the pending call as it would
+    // a moment later.
+    if (pending.isError() && pending.reply().service().isEmpty())
         throw pending.error().message();
     return pending;
 }
