@@ -29,8 +29,7 @@ private:
         // "TYPE:CONTAINER:KEY", from the module's own description of its methods
         const QStringList type = getReturnType(module, method, reply.signature()).split(':');
         if (type.value(1) == "map") {
-            logger("")->info(
-                QString("%1.%2 returns a map of %3 to %4").arg(module, method, type[2], type[0]));
+            logger("")->info(QString("%1.%2 returns a map of %3 to %4").arg(module, method, type[2], type[0]));
             const auto map = qdbus_cast<QVariantMap>(answer); // a map travels in its D-Bus form
             for (auto entry = map.cbegin(); entry != map.cend(); ++entry)
                 logger("")->info(QString("  %1 = %2").arg(entry.key(), entry->toString()));

@@ -43,8 +43,7 @@ public:
             const QDBusMessage reply = syncRemoteCall("Tuner", "tune", {preset});
             const QString station = reply.arguments().value(0).toString();
             logger("")->info("blocking call: the station is " + station);
-            remoteCallWithCallback("Media", "volume", this, SLOT(volumeKnown(int)),
-                                   SLOT(callFailed(QDBusError)));
+            remoteCallWithCallback("Media", "volume", this, SLOT(volumeKnown(int)), SLOT(callFailed(QDBusError)));
             return station;
         } catch (const QString& text) {
             // A failed call throws its text; here it becomes this module's own answer.

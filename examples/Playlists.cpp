@@ -64,8 +64,7 @@ class PlaylistsAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.vel.module.VelInterface")
 public:
-    explicit PlaylistsAdaptor(Playlists* playlists)
-        : QDBusAbstractAdaptor(playlists), m_playlists(*playlists) {}
+    explicit PlaylistsAdaptor(Playlists* playlists) : QDBusAbstractAdaptor(playlists), m_playlists(*playlists) {}
 
 public Q_SLOTS:
     void importFile(const QString& path) { m_playlists.importFile(path); }

@@ -1,8 +1,8 @@
 // The supervisor's side of a save or a restore.
 //
-// A module announces that it is ready and stops itself after that. A SIGCONT that came in between would be
-// lost, and the module would stop for good: resume only what is stopped. Only a module's parent process is
-// told of the stop; anybody else reads it in /proc.
+// A module announces that it is ready and stops itself after that. A SIGCONT that came in between would be lost, and
+// the module would stop for good: resume only what is stopped. Only a module's parent process is told of the stop;
+// anybody else reads it in /proc.
 #include "SaveRestore.h"
 
 #include <VelException>
@@ -17,8 +17,7 @@
 namespace {
 
 bool isStopped(uint process) {
-    QFile file(
-        QString("/proc/%1/stat").arg(process)); // "PID (NAME) STATE ...", and the name may hold anything
+    QFile file(QString("/proc/%1/stat").arg(process)); // "PID (NAME) STATE ...", and the name may hold anything
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QByteArray stat = file.readAll();
@@ -39,8 +38,7 @@ void SaveRestore::prepare(const QStringList& modules, Operation operation) {
     for (const QString& module : modules) {
         const uint process = processOf(m_supervisor, module);
         if (process == 0)
-            throw new VelException(&m_supervisor, VelException::ServiceUnknown,
-                                   module + " is not on the bus");
+            throw new VelException(&m_supervisor, VelException::ServiceUnknown, module + " is not on the bus");
         m_processes.insert(module, process);
     }
     m_supervisor.notifyEvent("prepare_save_restore",
@@ -54,8 +52,7 @@ void SaveRestore::noteAnswer(VelEvent event) {
 void SaveRestore::resume() {
     for (auto module = m_processes.cbegin(); module != m_processes.cend(); ++module) {
         if (!isStopped(module.value()))
-            throw new VelException(&m_supervisor, VelException::AccessDenied,
-                                   module.key() + " is not stopped yet");
+            throw new VelException(&m_supervisor, VelException::AccessDenied, module.key() + " is not stopped yet");
     }
     for (const uint process : qAsConst(m_processes))
         kill(static_cast<pid_t>(process), SIGCONT);

@@ -17,13 +17,13 @@ public:
 
     /// Asks the modules of these names to get ready. Each answers and then stops its own process.
     ///
-    /// Errors: answers the caller with an error when one of them is not on the bus; then none is asked.
+    /// Errors:   answers the caller with an error when one of them is not on the bus; then none is asked.
     void prepare(const QStringList& modules, Operation operation);
 
-    /// Lets the modules go on, once the data has been saved or restored; after a restore they are told to
-    /// take it over.
+    /// Lets the modules go on, once the data has been saved or restored; after a restore they are told to take it
+    /// over.
     ///
-    /// Errors: answers the caller with an error when one of them is not stopped yet.
+    /// Errors:   answers the caller with an error when one of them is not stopped yet.
     void resume();
 
 public Q_SLOTS:

@@ -32,8 +32,7 @@ public:
 
     QString tune(int preset) {
         if (preset < 1 || preset > m_presets.size())
-            throw new VelException(this, VelException::InvalidArgs,
-                                   QString("there is no preset %1").arg(preset));
+            throw new VelException(this, VelException::InvalidArgs, QString("there is no preset %1").arg(preset));
         const Station& station = m_presets.at(preset - 1);
         notifyEvent("station_changed", {{"preset", preset},
                                         {"stereo", station.stereo},

@@ -89,9 +89,9 @@ QList<QByteArray> linesOf(const QString& path) {
     return file.open(QIODevice::ReadOnly) ? file.readAll().split('\n') : QList<QByteArray>();
 }
 
-// The C library may crash when another thread allocates at the moment in which tracing ends, and the bus
-// thread does just after it has handed over the event that ends it. Here the module takes that event in while
-// it waits for its critical section, and handles it after the save: the bus thread has long been idle then.
+// The C library may crash when another thread allocates at the moment in which tracing ends, and the bus thread does
+// just after it has handed over the event that ends it. Here the module takes that event in while it waits for its
+// critical section, and handles it after the save: the bus thread has long been idle then.
 void memoryTracing(Stage& stage) {
     stage.scene("Memory tracing in one module, from before a save to its end");
     const QString lists = "TracedLists";
@@ -123,8 +123,8 @@ void memoryTracing(Stage& stage) {
     stage.expectThat(
         "the end of the memory trace", [&] { return linesOf(trace).contains("= End"); }, trace);
     const QList<QByteArray> lines = linesOf(trace);
-    const auto calls = std::count_if(lines.begin(), lines.end(),
-                                     [](const QByteArray& line) { return line.startsWith('@'); });
+    const auto calls =
+        std::count_if(lines.begin(), lines.end(), [](const QByteArray& line) { return line.startsWith('@'); });
     stage.require("traced allocations", calls > 0);
     stage.remark(QString("counts %1 allocations and releases in the trace").arg(calls));
     stage.call(supervisor, "stopModule", {lists});

@@ -5,10 +5,9 @@
 
 Actor::Actor(const Role& role) : m_role(role) {
     // Bare lines: the timeline adds time and name. The module's own format would be right on a console.
-    m_process.setVariable(
-        "QT_MESSAGE_PATTERN",
-        "%{if-critical}error: %{endif}%{if-warning}warning: %{endif}%{if-debug}debug: %{endif}"
-        "%{message}");
+    m_process.setVariable("QT_MESSAGE_PATTERN",
+                          "%{if-critical}error: %{endif}%{if-warning}warning: %{endif}%{if-debug}debug: %{endif}"
+                          "%{message}");
     m_process.setVariable("QT_FORCE_STDERR_LOGGING", "1"); // also where Qt would talk to the journal
     m_process.setVariable("VEL_LOG_LEVEL", "6");           // info lines and everything more urgent
     for (auto variable = role.environment.cbegin(); variable != role.environment.cend(); ++variable)

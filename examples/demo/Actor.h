@@ -33,9 +33,8 @@ public:
     /// The status in words: "NORMAL_EXIT [1]", "still running", "signal 11".
     QString statusText() const;
 
-    /// Takes the first line with that text that was not taken before; false when there is none. Lines of
-    /// different threads and processes come in any order, so the order in which they are asked for does not
-    /// matter.
+    /// Takes the first line with that text that was not taken before; false when there is none. Lines of different
+    /// threads and processes come in any order, so the order in which they are asked for does not matter.
     [[nodiscard]] bool takeLine(const QString& text);
 
     /// Where the first line with that text stands among all lines; -1 when there is none.

@@ -18,12 +18,11 @@ bool printResults(Timeline& timeline, const Stage& stage) {
     bool allAsExpected = true;
     timeline.heading("HOW THEY ENDED");
     timeline.text(QString());
-    timeline.text(row("module", "expected", "actual", QString()).trimmed().prepend("  "),
-                  Timeline::Tone::Faint);
+    timeline.text(row("module", "expected", "actual", QString()).trimmed().prepend("  "), Timeline::Tone::Faint);
     for (const auto& actor : stage.actors()) {
         const bool asExpected = actor->endedAsExpected();
-        timeline.text(row(actor->role().label, getExitCodeInString(actor->role().expectedStatus),
-                          actor->statusText(), asExpected ? "as expected" : "WRONG"),
+        timeline.text(row(actor->role().label, getExitCodeInString(actor->role().expectedStatus), actor->statusText(),
+                          asExpected ? "as expected" : "WRONG"),
                       asExpected ? Timeline::Tone::Plain : Timeline::Tone::Bad);
         allAsExpected = allAsExpected && asExpected;
     }

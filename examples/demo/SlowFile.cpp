@@ -13,8 +13,8 @@
 
 SlowFile::SlowFile(const QString& path) : m_path(path), m_descriptor(-1) {
     const QByteArray name = QFile::encodeName(path);
-    // For reading, too: opening for writing alone would wait for the reader. No child may inherit it: the
-    // pipe would never come to its end.
+    // For reading, too: opening for writing alone would wait for the reader. No child may inherit it: the pipe would
+    // never come to its end.
     if (mkfifo(name.constData(), 0600) == 0)
         m_descriptor = open(name.constData(), O_RDWR | O_CLOEXEC);
     if (m_descriptor < 0)

@@ -38,8 +38,7 @@ QString commandLineOf(const Role& role) {
 }
 
 QString textOf(const QVariant& value) {
-    return value.type() == QVariant::StringList ? '[' + value.toStringList().join(", ") + ']'
-                                                : value.toString();
+    return value.type() == QVariant::StringList ? '[' + value.toStringList().join(", ") + ']' : value.toString();
 }
 
 QString textOf(const QString& module, const QString& method, const QVariantList& arguments) {

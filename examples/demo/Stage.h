@@ -1,8 +1,8 @@
 // Where the demo plays: a private bus, the module processes on it, and the waiting for what they do.
 //
-// Every wait ends with what it waits for, when a process ends in the wrong way, or after one overall limit,
-// so that no broken module can hang the demo. A wait that was in vain throws Missing; a signal from outside
-// makes every wait throw Interrupted. Whatever is thrown, the destructor takes everything down.
+// Every wait ends with what it waits for, when a process ends in the wrong way, or after one overall limit, so that
+// no broken module can hang the demo. A wait that was in vain throws Missing; a signal from outside makes every wait
+// throw Interrupted. Whatever is thrown, the destructor takes everything down.
 #pragma once
 
 #include "demo/Actor.h"
@@ -42,16 +42,15 @@ public:
     /// Waits until the process is stopped by SIGSTOP.
     void expectFrozen(const QString& label);
 
-    /// Waits until `holds` answers true; it is asked again after everything that happens. `file`, when given,
-    /// is watched for changes, too.
+    /// Waits until `holds` answers true; it is asked again after everything that happens. `file`, when given, is
+    /// watched for changes, too.
     void expectThat(const QString& what, const std::function<bool()>& holds, const QString& file = QString());
 
     /// The same for what must hold now.
     void require(const QString& what, bool holds);
 
     /// Calls a module's method as any program on the bus can: its answer, or nothing when it has none.
-    QVariant call(const QString& module, const QString& method,
-                  const QVariantList& arguments = QVariantList());
+    QVariant call(const QString& module, const QString& method, const QVariantList& arguments = QVariantList());
 
     /// The same for a call that must be answered with an error: the error's text.
     QString callRefused(const QString& module, const QString& method, const QVariantList& arguments);
@@ -79,7 +78,6 @@ private:
     PrivateBus m_bus;
     QDBusConnection m_connection;
     QTemporaryDir m_folder;
-    std::vector<std::unique_ptr<Actor>>
-        m_actors; // after the folders: the processes end before their files do
+    std::vector<std::unique_ptr<Actor>> m_actors; // after the folders: the processes end before their files do
     int m_observations = 0;
 };

@@ -47,8 +47,8 @@ void Timeline::heading(const QString& title) {
 }
 
 void Timeline::event(const QString& who, const QString& what, Tone tone) {
-    print(toned(now().rightJustified(8), Tone::Faint) + QStringLiteral("  ") +
-          who.leftJustified(speakerWidth) + toned(what, tone));
+    print(toned(now().rightJustified(8), Tone::Faint) + QStringLiteral("  ") + who.leftJustified(speakerWidth) +
+          toned(what, tone));
 }
 
 void Timeline::text(const QString& line, Tone tone) {

@@ -1,7 +1,7 @@
 // The demo: real module processes on a private bus play what this system does, and everything is checked.
 //
-// Exit status: 0 when everything was as expected, 1 when something was missing, 128 and the signal's number
-// when it was interrupted.
+// Exit status: 0 when everything was as expected, 1 when something was missing, 128 and the signal's number when it
+// was interrupted.
 #include "demo/Acts.h"
 #include "demo/Interruption.h"
 #include "demo/Missing.h"

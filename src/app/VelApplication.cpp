@@ -1,10 +1,9 @@
 // Event delivery inside the exception net.
 //
-// How it works: every event that Qt delivers in the process passes notify(), on the event loop's thread, on
-// worker threads and on Qt's own D-Bus thread. What escapes a delivery is sorted by the net's four clauses,
-// logged and dropped. What must always hold: a thread's cancellation passes through (it is an exception too,
-// and swallowing it aborts the process), and after a delivery that threw, the receiver's D-Bus context is
-// what it was before.
+// How it works: every event that Qt delivers in the process passes notify(), on the event loop's thread, on worker
+// threads and on Qt's own D-Bus thread. What escapes a delivery is sorted by the net's four clauses, logged and
+// dropped. What must always hold: a thread's cancellation passes through (it is an exception too, and swallowing it
+// aborts the process), and after a delivery that threw, the receiver's D-Bus context is what it was before.
 #include "app/VelApplication.h"
 
 #include "app/VelExceptionNet.h"
@@ -18,8 +17,7 @@ VelApplication::~VelApplication() = default;
 
 bool VelApplication::notify(QObject* receiver, QEvent* event) {
     bool result = false;
-    // Only a queued call can be a delivery from the bus; looking for a context at every event would cost all
-    // of them.
+    // Only a queued call can be a delivery from the bus; looking for a context at every event would cost all of them.
     std::optional<vel::DBusContextKeeper> keeper;
     if (event->type() == QEvent::MetaCall)
         keeper.emplace(receiver);

@@ -7,11 +7,10 @@
 
 #include <string>
 
-/// The application object of a module; the main function creates it before its VelModule and runs exec() on
-/// it.
+/// The application object of a module; the main function creates it before its VelModule and runs exec() on it.
 ///
-/// Whatever a slot, a timer, a queued call or a delivery from the bus throws and does not catch itself is
-/// caught in notify(), logged as one error line and dropped; the event loop goes on with the next event.
+/// Whatever a slot, a timer, a queued call or a delivery from the bus throws and does not catch itself is caught in
+/// notify(), logged as one error line and dropped; the event loop goes on with the next event.
 class VEL_EXPORT VelApplication : public QCoreApplication {
     Q_OBJECT
 public:
@@ -22,12 +21,11 @@ public:
 
     /// Delivers one event; called by Qt, on whatever thread delivers it.
     ///
-    /// Result:  what the delivery returned; false when it threw.
+    /// Result:   what the delivery returned; false when it threw.
     bool notify(QObject* receiver, QEvent* event) override;
 };
 
-/// The readable form of a type's mangled name: "i" gives "int". A name that cannot be demangled comes back
-/// unchanged.
+/// The readable form of a type's mangled name: "i" gives "int". A name that cannot be demangled comes back unchanged.
 ///
-/// Thread: any.
+/// Thread:   any.
 VEL_EXPORT std::string util_demangle(std::string name);

@@ -24,22 +24,19 @@ void logByClause() {
     try {
         throw;
     } catch (VelException* thrown) {
-        const std::unique_ptr<VelException> exception(
-            thrown); // thrown by pointer: nobody else will delete it
+        const std::unique_ptr<VelException> exception(thrown); // thrown by pointer: nobody else will delete it
         vel::logError([&] {
             return QStringLiteral("VelException catch in VelApplication: ") +
                    (exception ? exception->m_message : QString());
         });
     } catch (const std::exception& exception) {
-        vel::logError([&] {
-            return QStringLiteral("std exception catch in VelApplication: ") + QString(exception.what());
-        });
+        vel::logError(
+            [&] { return QStringLiteral("std exception catch in VelApplication: ") + QString(exception.what()); });
     } catch (const QString& text) {
         vel::logError([&] { return QStringLiteral("QString exception catch in VelApplication: ") + text; });
     } catch (...) {
-        vel::logError([] {
-            return QStringLiteral("Unknown exception catch in VelApplication: ") + currentExceptionType();
-        });
+        vel::logError(
+            [] { return QStringLiteral("Unknown exception catch in VelApplication: ") + currentExceptionType(); });
     }
 }
 
@@ -57,7 +54,7 @@ void velLogCurrentException() {
 
 std::string util_demangle(std::string name) {
     int status = 0;
-    const std::unique_ptr<char, void (*)(void*)> readable(
-        abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status), std::free);
+    const std::unique_ptr<char, void (*)(void*)> readable(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
+                                                          std::free);
     return readable ? std::string(readable.get()) : name;
 }

@@ -7,8 +7,8 @@ namespace vel::bus {
 
 namespace {
 
-// The same check that libdbus makes before it aborts. It reads a C string, so a text with a zero inside is
-// refused here.
+// The same check that libdbus makes before it aborts. It reads a C string, so a text with a zero inside is refused
+// here.
 bool passes(dbus_bool_t (*validate)(const char*, DBusError*), const QString& text) {
     const QByteArray utf8 = text.toUtf8();
     return !utf8.contains('\0') && validate(utf8.constData(), nullptr);

@@ -1,7 +1,6 @@
 // The naming scheme: under which names a module is reached on the bus.
 //
-// Everything follows from the module's name alone, put in unchanged. This is the only place that knows the
-// forms.
+// Everything follows from the module's name alone, put in unchanged. This is the only place that knows the forms.
 #pragma once
 
 #include <QString>
@@ -23,15 +22,15 @@ QString defaultModuleName();
 /// The module whose events come from `path`; the inverse of objectPath().
 QString moduleNameOfPath(const QString& path);
 
-/// Whether a text may stand in a message in that place. Qt and libdbus check some of this, some of it late
-/// and some of it by aborting the process, so what comes from a caller is asked here first.
+/// Whether a text may stand in a message in that place. Qt and libdbus check some of this, some of it late and some
+/// of it by aborting the process, so what comes from a caller is asked here first.
 bool isValidServiceName(const QString& name);
 bool isValidObjectPath(const QString& path);
 bool isValidInterfaceName(const QString& name);
 bool isValidMemberName(const QString& name);
 
-/// Whether a module of that name can be on the bus at all: letters, digits and underscores, not beginning
-/// with a digit.
+/// Whether a module of that name can be on the bus at all: letters, digits and underscores, not beginning with a
+/// digit.
 bool isReachable(const QString& moduleName);
 
 } // namespace vel::bus

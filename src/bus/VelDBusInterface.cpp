@@ -1,8 +1,8 @@
 // The proxy: QDBusInterface with names made from a module name, and failures as thrown texts.
 //
-// QDBusInterface introspects its peer while it is constructed, with whatever path and service it was given,
-// and libdbus aborts the process on an invalid one. Built on a connection that is not connected, the same
-// proxy is merely invalid. So a proxy whose address cannot be right gets such a connection.
+// QDBusInterface introspects its peer while it is constructed, with whatever path and service it was given, and
+// libdbus aborts the process on an invalid one. Built on a connection that is not connected, the same proxy is merely
+// invalid. So a proxy whose address cannot be right gets such a connection.
 #include "bus/VelDBusInterface.h"
 
 #include "bus/BusNames.h"
@@ -21,8 +21,7 @@ QDBusConnection connectionFor(const QString& moduleName, const QString& interfac
     return QDBusConnection(QStringLiteral("vel: no such module can exist"));
 }
 
-// Why a call cannot even be put into a message; empty when it can. Qt lets "method.signature" name an
-// overload.
+// Why a call cannot even be put into a message; empty when it can. Qt lets "method.signature" name an overload.
 QString reasonNotToSend(const QString& method, const QList<QVariant>& args) {
     if (!bus::isValidMemberName(method.section(QLatin1Char('.'), 0, 0)))
         return QStringLiteral("Invalid method name: %1").arg(method);
@@ -42,8 +41,7 @@ VelDBusInterface::VelDBusInterface(QObject* parent)
 VelDBusInterface::VelDBusInterface(const VelDBusInterface& other, QObject* parent)
     : QDBusInterface(other.service(), other.path(), other.interface(), other.connection(), parent) {}
 
-VelDBusInterface::VelDBusInterface(const QString& moduleName, const QDBusConnection& connection,
-                                   QObject* parent)
+VelDBusInterface::VelDBusInterface(const QString& moduleName, const QDBusConnection& connection, QObject* parent)
     : VelDBusInterface(moduleName, bus::commonInterface(), connection, parent) {}
 
 VelDBusInterface::VelDBusInterface(const QString& moduleName, const QString& interfaceName,
@@ -68,9 +66,8 @@ QDBusPendingCall VelDBusInterface::asyncCall(const QString& method, const QList<
         throw reason;
     const QDBusPendingCall pending =
         args.isEmpty() ? QDBusInterface::asyncCall(method) : asyncCallWithArgumentList(method, args);
-    // Only a failure to send is thrown. A peer's error may have arrived by now too, on Qt's D-Bus thread, if
-    // it was quick and this thread was not: that one has a sender, and stays in the pending call as it would
-    // a moment later.
+    // Only a failure to send is thrown. A peer's error may have arrived by now too, on Qt's D-Bus thread, if it was
+    // quick and this thread was not: that one has a sender, and stays in the pending call as it would a moment later.
     if (pending.isError() && pending.reply().service().isEmpty())
         throw pending.error().message();
     return pending;

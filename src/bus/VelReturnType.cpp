@@ -1,5 +1,4 @@
-// Return types by introspection: XML of a module's object -> descriptors of its methods' Qt types, cached for
-// good.
+// Return types by introspection: XML of a module's object -> descriptors of its methods' Qt types, cached for good.
 #include "bus/VelReturnType.h"
 
 #include "bus/BusNames.h"
@@ -65,8 +64,7 @@ QString descriptorOf(const OutArgument& out) {
 // The last "out" argument and the last "...Out0" annotation win.
 OutArgument outArgumentOf(const QDomElement& method) {
     OutArgument out;
-    for (QDomElement child = method.firstChildElement(); !child.isNull();
-         child = child.nextSiblingElement()) {
+    for (QDomElement child = method.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
         if (child.tagName() == QLatin1String("arg") &&
             child.attribute(QStringLiteral("direction")) == QLatin1String("out"))
             out.signature = child.attribute(QStringLiteral("type"));
@@ -101,8 +99,8 @@ QString getReturnType(const QString& moduleName, const QString& methodName, cons
     const QString interfaceTag = QStringLiteral("interface");
     const QString methodTag = QStringLiteral("method");
     const QString nameAttribute = QStringLiteral("name");
-    for (QDomElement interface = document.documentElement().firstChildElement(interfaceTag);
-         !interface.isNull(); interface = interface.nextSiblingElement(interfaceTag)) {
+    for (QDomElement interface = document.documentElement().firstChildElement(interfaceTag); !interface.isNull();
+         interface = interface.nextSiblingElement(interfaceTag)) {
         if (interface.attribute(nameAttribute) != vel::bus::commonInterface())
             continue;
         for (QDomElement method = interface.firstChildElement(methodTag); !method.isNull();

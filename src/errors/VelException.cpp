@@ -28,8 +28,8 @@ VelException::VelException(const VelException& other)
 VelException::~VelException() = default;
 
 void VelException::sendErrorReply() {
-    // The context belongs to the event loop's thread; an event's delivery sets it too, but only a method call
-    // whose caller did not renounce it requires a reply.
+    // The context belongs to the event loop's thread; an event's delivery sets it too, but only a method call whose
+    // caller did not renounce it requires a reply.
     if (!m_module || QThread::currentThread() != m_module->thread() || !m_module->calledFromDBus() ||
         !m_module->message().isReplyRequired())
         return;
@@ -37,6 +37,5 @@ void VelException::sendErrorReply() {
     if (type < std::size(errorTypes))
         m_module->QDBusContext::sendErrorReply(errorTypes[type], m_message);
     else // QDBusError::Other has no D-Bus name that could be sent: sending it aborts
-        m_module->QDBusContext::sendErrorReply(QStringLiteral("org.freedesktop.DBus.Error.Failed"),
-                                               m_message);
+        m_module->QDBusContext::sendErrorReply(QStringLiteral("org.freedesktop.DBus.Error.Failed"), m_message);
 }

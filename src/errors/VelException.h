@@ -14,14 +14,14 @@ class VelModule;
 ///
 ///     throw new VelException(this, VelException::InvalidArgs, "no station at 0 MHz");
 ///
-/// The slot's own return value is not sent then. Thrown on, it travels to VelApplication::notify(), which
-/// logs its message, deletes it and goes on with the next event; the process does not end and the lifecycle
-/// state does not change. Code that catches one itself deletes it.
+/// The slot's own return value is not sent then. Thrown on, it travels to VelApplication::notify(), which logs its
+/// message, deletes it and goes on with the next event; the process does not end and the lifecycle state does not
+/// change. Code that catches one itself deletes it.
 ///
-/// Outside a method call that awaits a reply (a null module, a timer, an event's slot, another thread than
-/// the module's) there is nothing to answer: nothing is sent, and only the throw has an effect.
+/// Outside a method call that awaits a reply (a null module, a timer, an event's slot, another thread than the
+/// module's) there is nothing to answer: nothing is sent, and only the throw has an effect.
 ///
-/// Thread: the one of the module's event loop.
+/// Thread:   the one of the module's event loop.
 class VEL_EXPORT VelException : public QObject {
     Q_OBJECT
 public:

@@ -20,10 +20,10 @@ enum VelExitCode {
 
 /// The text of an exit status: "NORMAL_EXIT [1]"; "[42]" for a number without a name.
 ///
-/// Thread: any.
+/// Thread:   any.
 VEL_EXPORT QString getExitCodeInString(int code);
 
 /// The text of a QProcess::ProcessError: "Crashed [1]"; the bracketed number alone outside 0 to 5.
 ///
-/// Thread: any.
+/// Thread:   any.
 VEL_EXPORT QString getProcessErrorInString(int error);

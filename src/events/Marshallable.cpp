@@ -14,8 +14,8 @@
 
 namespace {
 
-// libdbus refuses a message nested deeper than this (arrays, structures, dictionary entries and variants
-// together), and the bus daemon ends the connection of whoever sends one.
+// libdbus refuses a message nested deeper than this (arrays, structures, dictionary entries and variants together),
+// and the bus daemon ends the connection of whoever sends one.
 constexpr int deepestNesting = 64;
 
 // What each container adds on the way to a value in it.

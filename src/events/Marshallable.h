@@ -5,11 +5,10 @@
 
 namespace vel {
 
-/// True when `value`, and every value nested in it that can be looked into, has a D-Bus form that the bus
-/// accepts.
+/// True when `value`, and every value nested in it that can be looked into, has a D-Bus form that the bus accepts.
 ///
-/// Asked before a message is built: Qt notices a value without a D-Bus form only when it is half-way through
-/// the message, and inside a container libdbus then aborts the process instead of reporting an error.
+/// Asked before a message is built: Qt notices a value without a D-Bus form only when it is half-way through the
+/// message, and inside a container libdbus then aborts the process instead of reporting an error.
 bool isMarshallable(const QVariant& value);
 
 } // namespace vel

@@ -1,16 +1,16 @@
 // Marshalling of events: VelEvent <-> the D-Bus structure (ssia{ss}a{sv}).
 //
-//   s      name
-//   s      context
-//   i      number of arguments
-//   a{ss}  argument name -> type name; informative, a reader accepts any
-//   a{sv}  argument name -> value
+//     s      name
+//     s      context
+//     i      number of arguments
+//     a{ss}  argument name -> type name; informative, a reader accepts any
+//     a{sv}  argument name -> value
 //
 // What must always hold: a peer may send anything under any event's name. Qt hands every structure, array or
-// dictionary to a slot that takes a VelEvent without comparing signatures, and libdbus aborts the process
-// when a reader recurses into what is not there. So the reader looks at the signature before it takes the
-// first field, and stops at a dictionary's end whatever the count says. Once the signature is right, libdbus
-// has validated every byte below it.
+// dictionary that it did not convert itself to a slot that takes a VelEvent, without comparing signatures, and
+// libdbus aborts the process when a reader recurses into what is not there. So the reader looks at the signature
+// before it takes the first field, and stops at a dictionary's end whatever the count says. Once the signature is
+// right, libdbus has validated every byte below it.
 #include "events/VelDBusTypes.h"
 
 #include <QDBusMetaType>

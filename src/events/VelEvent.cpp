@@ -17,8 +17,8 @@ VelEvent::VelEvent(const QString& evtName, QVariantMap args, QString context)
 }
 
 VelEvent::VelEvent(const VelEvent& other)
-    : QObject(), m_evtName(other.getEvtName()), m_context(other.getContext()),
-      m_arguments(other.getArguments()), m_argTypes(other.getArgTypes()) {}
+    : QObject(), m_evtName(other.getEvtName()), m_context(other.getContext()), m_arguments(other.getArguments()),
+      m_argTypes(other.getArgTypes()) {}
 
 VelEvent::~VelEvent() = default;
 

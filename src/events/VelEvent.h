@@ -12,16 +12,14 @@
 /// A named event with a context text and named QVariant arguments.
 ///
 /// An event is a value: each receiving slot gets its own copy. It has no parent and, like every QObject, no
-/// assignment; it is copied by construction. Names are compared exactly, case included, and kept in ascending
-/// order.
+/// assignment; it is copied by construction. Names are compared exactly, case included, and kept in ascending order.
 ///
-/// To travel, an event's name must be a valid D-Bus member name (1 to 255 of A-Z a-z 0-9 _, not beginning
-/// with a digit) and every argument must have a D-Bus form: the basic types, QString, QStringList,
-/// QByteArray, QVariantList, QVariantMap, and what was registered with qDBusRegisterMetaType(). Basic types
-/// and string lists come back as they were; lists, maps and structures come back as a QDBusArgument that the
-/// receiver reads with qdbus_cast().
+/// To travel, an event's name must be a valid D-Bus member name (1 to 255 of A-Z a-z 0-9 _, not beginning with a
+/// digit) and every argument must have a D-Bus form: the basic types, QString, QStringList, QByteArray, QVariantList,
+/// QVariantMap, and what was registered with qDBusRegisterMetaType(). Basic types and string lists come back as they
+/// were; lists, maps and structures come back as a QDBusArgument that the receiver reads with qdbus_cast().
 ///
-/// Thread: one at a time; copies may go to other threads.
+/// Thread:   one at a time; copies may go to other threads.
 class VEL_EXPORT VelEvent : public QObject {
     Q_OBJECT
 public:
@@ -53,8 +51,7 @@ public:
     /// The number of arguments.
     int argumentCount() const { return m_arguments.size(); }
 
-    /// Stores `value` under `name`, replacing what was there; records its type name when `recordType` is
-    /// true.
+    /// Stores `value` under `name`, replacing what was there; records its type name when `recordType` is true.
     void addArgument(const QVariant& value, const QString& name, bool recordType);
 
     /// The same, the type name recorded.
@@ -67,8 +64,8 @@ public:
     QVariant getArgument(const QString& name) const;
     QVariant getArgument(int index, const QString& name) const;
 
-    /// The same, but an absent name is first added with an invalid value, so the event cannot be published as
-    /// it is then. Ask a const event (or use qAsConst()) to leave it unchanged.
+    /// The same, but an absent name is first added with an invalid value, so the event cannot be published as it is
+    /// then. Ask a const event (or use qAsConst()) to leave it unchanged.
     QVariant getArgument(const QString& name);
     QVariant getArgument(int index, const QString& name);
 
@@ -84,8 +81,8 @@ public:
     /// Records the type names of all arguments.
     void addArgTypes();
 
-    /// True when every argument of this event is in `other` with an equal value (by QVariant's comparison).
-    /// Names, contexts, type names and arguments that only `other` has are not compared.
+    /// True when every argument of this event is in `other` with an equal value (by QVariant's comparison). Names,
+    /// contexts, type names and arguments that only `other` has are not compared.
     bool operator==(const VelEvent& other) const;
 
 protected:

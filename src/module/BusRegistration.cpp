@@ -22,16 +22,15 @@ void VelModule::initDBus(const QString& name) {
     m_dbusServiceName = vel::bus::serviceName(name);
     m_dbusObjectName = vel::bus::objectPath(name);
 
-    // Before this process registers anything: whoever answers now is another one. Two that start at the same
-    // moment can both pass; the bus gives the name to one of them, and the other goes on without it.
+    // Before this process registers anything: whoever answers now is another one. Two that start at the same moment
+    // can both pass; the bus gives the name to one of them, and the other goes on without it.
     if (isModuleConnected(name)) {
-        vel::logWarning(
-            [&] { return QStringLiteral("%1 is already running: Stopping new instance.").arg(name); });
+        vel::logWarning([&] { return QStringLiteral("%1 is already running: Stopping new instance.").arg(name); });
         std::exit(VelAlreadyRunning);
     }
 
-    // The object before the name: whoever sees the name finds the object. Only adaptors: none of this class's
-    // own slots becomes a D-Bus method.
+    // The object before the name: whoever sees the name finds the object. Only adaptors: none of this class's own
+    // slots becomes a D-Bus method.
     m_connection.registerObject(m_dbusObjectName, this, QDBusConnection::ExportAdaptors);
     m_connection.registerService(m_dbusServiceName);
     registerCoreDBusTypes();

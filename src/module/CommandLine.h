@@ -7,9 +7,9 @@
 
 namespace vel {
 
-/// The options of a command line whose first element is the program: key -> value. Every element is an
-/// option; its key is what stands before the first '=' without any dash, its value what stands after it. The
-/// last of a key counts.
+/// The options of a command line whose first element is the program: key -> value. Every element is an option; its
+/// key is what stands before the first '=' without any dash, its value what stands after it. The last of a key
+/// counts.
 QMap<QString, QString> readCommandLine(const QStringList& arguments);
 
 /// True when the options ask for the help text.

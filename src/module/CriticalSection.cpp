@@ -1,8 +1,8 @@
 // The critical section: stretches of a module's work during which its data must not be saved.
 //
-// The mutex is the whole state. Who holds it is remembered by each thread for itself, so that no second lock
-// is needed and a thread that does not hold the section cannot release it: unlocking another thread's mutex
-// would be undefined.
+// The mutex is the whole state. Who holds it is remembered by each thread for itself, so that no second lock is
+// needed and a thread that does not hold the section cannot release it: unlocking another thread's mutex would be
+// undefined.
 #include "module/VelModule.h"
 
 #include "platform/GuardedLog.h"

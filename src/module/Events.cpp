@@ -1,9 +1,7 @@
-// Events: broadcast D-Bus signals of the common interface, published from this module's path and heard from
-// any.
+// Events: broadcast D-Bus signals of the common interface, published from this module's path and heard from any.
 //
-// The bus and Qt D-Bus do all the matching. What is added here are the checks that they make too late: an
-// impossible member name or path, or a value without a D-Bus form, is answered with false before anything is
-// built from it.
+// The bus and Qt D-Bus do all the matching. What is added here are the checks that they make too late: an impossible
+// member name or path, or a value without a D-Bus form, is answered with false before anything is built from it.
 #include "module/VelModule.h"
 
 #include "bus/BusNames.h"
@@ -17,8 +15,7 @@ namespace {
 const QString fromAnyone;
 
 bool isSubscribable(const QString& eventName, const QObject* receiver, const char* slotSignature) {
-    return receiver && slotSignature && *slotSignature &&
-           (eventName.isEmpty() || bus::isValidMemberName(eventName));
+    return receiver && slotSignature && *slotSignature && (eventName.isEmpty() || bus::isValidMemberName(eventName));
 }
 
 } // namespace
@@ -26,8 +23,7 @@ bool isSubscribable(const QString& eventName, const QObject* receiver, const cha
 bool VelModule::notifyEvent(const VelEvent& evt) const {
     const QString path = bus::objectPath(m_moduleName);
     const QVariant payload = QVariant::fromValue(evt);
-    if (!bus::isValidMemberName(evt.getEvtName()) || !bus::isValidObjectPath(path) ||
-        !vel::isMarshallable(payload))
+    if (!bus::isValidMemberName(evt.getEvtName()) || !bus::isValidObjectPath(path) || !vel::isMarshallable(payload))
         return false;
     QDBusMessage signal = QDBusMessage::createSignal(path, bus::commonInterface(), evt.getEvtName());
     signal.setArguments({payload});
@@ -48,8 +44,7 @@ bool VelModule::subscribeEvent(const QString& evtName, QObject* receiver, const 
     if (!isSubscribable(evtName, receiver, slotSignature))
         return false;
     QDBusConnection connection = m_connection;
-    return connection.connect(fromAnyone, fromAnyone, bus::commonInterface(), evtName, receiver,
-                              slotSignature);
+    return connection.connect(fromAnyone, fromAnyone, bus::commonInterface(), evtName, receiver, slotSignature);
 }
 
 bool VelModule::unsubscribeEvent(const VelEvent& evt, QObject* receiver, const char* slotSignature) const {
@@ -61,14 +56,13 @@ bool VelModule::unsubscribeEvent(const QString& moduleName, const QString& evtNa
     if (!isSubscribable(evtName, receiver, slotSignature) || !bus::isReachable(moduleName))
         return false;
     QDBusConnection connection = m_connection;
-    return connection.disconnect(bus::serviceName(moduleName), bus::objectPath(moduleName),
-                                 bus::commonInterface(), evtName, receiver, slotSignature);
+    return connection.disconnect(bus::serviceName(moduleName), bus::objectPath(moduleName), bus::commonInterface(),
+                                 evtName, receiver, slotSignature);
 }
 
 bool VelModule::unsubscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const {
     if (!isSubscribable(evtName, receiver, slotSignature))
         return false;
     QDBusConnection connection = m_connection;
-    return connection.disconnect(fromAnyone, fromAnyone, bus::commonInterface(), evtName, receiver,
-                                 slotSignature);
+    return connection.disconnect(fromAnyone, fromAnyone, bus::commonInterface(), evtName, receiver, slotSignature);
 }

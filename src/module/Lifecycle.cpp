@@ -1,9 +1,9 @@
 // The lifecycle state machine: its ten states and twelve transitions as tables, built and taken apart again.
 //
-// Each state's entry action is a slot of the module that does the step's work and reports by emitting one of
-// the module's signals; the transitions are those signals. A signal without a transition from the active
-// state changes nothing. The machine starts from the event loop, not inside initAutomate(): that runs within
-// the base constructor, where the subclass's hooks do not exist yet.
+// Each state's entry action is a slot of the module that does the step's work and reports by emitting one of the
+// module's signals; the transitions are those signals. A signal without a transition from the active state changes
+// nothing. The machine starts from the event loop, not inside initAutomate(): that runs within the base constructor,
+// where the subclass's hooks do not exist yet.
 #include "module/VelModule.h"
 
 #include <iterator>
@@ -93,8 +93,7 @@ struct VelModule::Lifecycle {
         if (row.state == Exit)
             module.m_exitState = new QtFinalState(nullptr);
         else
-            module.*row.member =
-                new QtState(row.parent == NoState ? nullptr : module.*states[row.parent].member);
+            module.*row.member = new QtState(row.parent == NoState ? nullptr : module.*states[row.parent].member);
     }
 
     static void setEntryAction(VelModule& module, const StateRow& row) {
@@ -106,8 +105,8 @@ struct VelModule::Lifecycle {
 
     static void addTransition(VelModule& module, std::size_t index) {
         const TransitionRow& row = transitions[index];
-        handles[index] = (module.*states[row.source].member)
-                             ->addTransition(&module, row.signal, stateOf(module, row.target));
+        handles[index] =
+            (module.*states[row.source].member)->addTransition(&module, row.signal, stateOf(module, row.target));
     }
 
     static void removeTransitionsFrom(VelModule& module, State source) {
@@ -148,8 +147,7 @@ void VelModule::initAutomate() {
 void VelModule::clearAutomate() {
     if (!m_checkState)
         return;
-    unsubscribeEvent(QStringLiteral("stop_module_%1").arg(m_moduleName), this,
-                     SLOT(stopModuleEvent(VelEvent)));
+    unsubscribeEvent(QStringLiteral("stop_module_%1").arg(m_moduleName), this, SLOT(stopModuleEvent(VelEvent)));
     unsubscribeEvent(QStringLiteral("presentationLoaded"), this, SLOT(presentationLoadedEvent(VelEvent)));
 
     m_stateMachine.stop();

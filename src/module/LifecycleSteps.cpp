@@ -36,8 +36,7 @@ void limitCoreFile() {
     if (setrlimit(RLIMIT_CORE, &oneByte) == 0)
         return;
     const int reason = errno;
-    vel::logError(
-        [&] { return QStringLiteral("setrlimit: %1").arg(QString::fromLocal8Bit(strerror(reason))); });
+    vel::logError([&] { return QStringLiteral("setrlimit: %1").arg(QString::fromLocal8Bit(strerror(reason))); });
 }
 
 } // namespace
@@ -89,13 +88,11 @@ bool VelModule::hookSucceeds(const Step& step) {
     } catch (abi::__forced_unwind&) {
         throw; // the thread is being cancelled: swallowing this would abort the process
     } catch (const QString& text) {
-        vel::logError(
-            [&] { return QStringLiteral("FSM Exception catched in %1 method : %2").arg(hook, text); });
+        vel::logError([&] { return QStringLiteral("FSM Exception catched in %1 method : %2").arg(hook, text); });
     } catch (const std::exception& exception) {
         if (step.stdExceptionIsNamed)
-            vel::logDebug([&] {
-                return QStringLiteral("FSM Exception catched in %1 method: ").arg(hook) + exception.what();
-            });
+            vel::logDebug(
+                [&] { return QStringLiteral("FSM Exception catched in %1 method: ").arg(hook) + exception.what(); });
         else
             logUnknown();
     } catch (VelException* exception) {

@@ -1,7 +1,7 @@
 // Calls to other modules by name, through proxies that are made on first use and kept.
 //
-// The cache holds only proxies that were valid when they were made, and keeps them when their module leaves
-// the bus: a proxy follows its name, so it is valid again when the module is back.
+// The cache holds only proxies that were valid when they were made, and keeps them when their module leaves the bus:
+// a proxy follows its name, so it is valid again when the module is back.
 #include "module/VelModule.h"
 
 #include "bus/VelDBusInterface.h"
@@ -13,9 +13,8 @@
 
 namespace {
 
-// Qt delivers a call to a name of this very process inside the call itself: the slot's exceptions come out
-// here. What such a slot meant as an error reply becomes the thrown text that a reply from elsewhere would
-// be.
+// Qt delivers a call to a name of this very process inside the call itself: the slot's exceptions come out here. What
+// such a slot meant as an error reply becomes the thrown text that a reply from elsewhere would be.
 template <typename Call>
 auto callAsIfRemote(VelModule* self, Call&& call) {
     const vel::DBusContextKeeper keeper(self);
@@ -51,9 +50,8 @@ QDBusMessage VelModule::syncRemoteCall(const QString& moduleName, const QString&
                                        const QList<QVariant>& args) {
     VelDBusInterface& proxy = proxyTo(moduleName);
     if (!proxy.isValid())
-        vel::logWarning([&] {
-            return QStringLiteral("Got invalid DBus interface for module %1 (memory)").arg(moduleName);
-        });
+        vel::logWarning(
+            [&] { return QStringLiteral("Got invalid DBus interface for module %1 (memory)").arg(moduleName); });
     requireValid(proxy);
     try {
         return callAsIfRemote(this, [&] { return proxy.call(methodName, args); });
@@ -73,13 +71,12 @@ QDBusPendingCall VelModule::asyncRemoteCall(const QString& moduleName, const QSt
     return callAsIfRemote(this, [&] { return proxy.asyncCall(methodName, args); });
 }
 
-bool VelModule::remoteCallWithCallback(const QString& moduleName, const QString& methodName,
-                                       QObject* receiver, const char* callback, const char* errCallback,
-                                       const QList<QVariant>& args) {
+bool VelModule::remoteCallWithCallback(const QString& moduleName, const QString& methodName, QObject* receiver,
+                                       const char* callback, const char* errCallback, const QList<QVariant>& args) {
     VelDBusInterface& proxy = proxyTo(moduleName);
     requireValid(proxy);
-    return callAsIfRemote(
-        this, [&] { return proxy.callWithCallback(methodName, args, receiver, callback, errCallback); });
+    return callAsIfRemote(this,
+                          [&] { return proxy.callWithCallback(methodName, args, receiver, callback, errCallback); });
 }
 
 bool VelModule::isModuleConnected(const QString& moduleName) {

@@ -1,14 +1,13 @@
 // Save and restore, the module's side: pre-save, answer, freeze; and the step after a restore.
 //
-// How a freeze works. The supervisor names the modules concerned; each pre-saves inside its critical section,
-// so that no worker thread is half-way through its data, then publishes "stop_save_restore_OK" and stops its
-// own process with SIGSTOP. It runs no code at all until another process sends SIGCONT, and goes on where it
-// was.
+// How a freeze works. The supervisor names the modules concerned; each pre-saves inside its critical section, so that
+// no worker thread is half-way through its data, then publishes "stop_save_restore_OK" and stops its own process with
+// SIGSTOP. It runs no code at all until another process sends SIGCONT, and goes on where it was.
 //
-// What must always hold: the answer is on the bus before the process stops. Sending only queues a message,
-// which leaves from Qt's D-Bus thread; that thread would freeze with the rest. A round trip to the bus daemon
-// on the same connection settles it: its answer comes after the daemon has taken everything sent before the
-// question. Waiting for the output queue to drain was rejected because Qt offers no way to see it.
+// What must always hold: the answer is on the bus before the process stops. Sending only queues a message, which
+// leaves from Qt's D-Bus thread; that thread would freeze with the rest. A round trip to the bus daemon on the same
+// connection settles it: its answer comes after the daemon has taken everything sent before the question. Waiting for
+// the output queue to drain was rejected because Qt offers no way to see it.
 #include "module/VelModule.h"
 
 #include "platform/GuardedLog.h"
@@ -34,9 +33,9 @@ private:
 };
 
 void waitUntilBusHasEverything(const QDBusConnection& connection) {
-    connection.call(QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
+    connection.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
+                                                   QStringLiteral("/org/freedesktop/DBus"),
+                                                   QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
 }
 
 } // namespace

@@ -1,13 +1,12 @@
-// What a running module knows of its build and of its own memory: for whoever reads the memory of a dead
-// process.
+// What a running module knows of its build and of its own memory: for whoever reads the memory of a dead process.
 #pragma once
 
 #include <QByteArray>
 
 namespace vel {
 
-/// The content of /etc/versions, then the six lines of the build's version stamp. Nothing in the library
-/// reads it: it is found in a core file or a memory dump, next to the map that says what was loaded where.
+/// The content of /etc/versions, then the six lines of the build's version stamp. Nothing in the library reads it: it
+/// is found in a core file or a memory dump, next to the map that says what was loaded where.
 extern QByteArray versionBlock;
 
 /// /proc/PID/maps as it was at start-up.

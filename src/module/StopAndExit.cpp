@@ -13,9 +13,8 @@ const QString supervisor = QStringLiteral("ApplicationManager");
 } // namespace
 
 void VelModule::stopModuleEvent(VelEvent) {
-    vel::logDebug([&] {
-        return QStringLiteral("stopModuleEvent for module %1 in %2 state ").arg(m_moduleName, m_stateName);
-    });
+    vel::logDebug(
+        [&] { return QStringLiteral("stopModuleEvent for module %1 in %2 state ").arg(m_moduleName, m_stateName); });
     Q_EMIT sig_stop();
 }
 
@@ -38,8 +37,7 @@ void VelModule::exit() {
 }
 
 void VelModule::slot_exit_module() {
-    vel::defaultLogger()->debug(QStringLiteral("slot_exit ") +
-                                m_moduleName); // the one line the logger itself filters
+    vel::defaultLogger()->debug(QStringLiteral("slot_exit ") + m_moduleName); // the one line the logger itself filters
     try {
         asyncRemoteCall(supervisor, QStringLiteral("stopModule"), {m_moduleName});
     } catch (abi::__forced_unwind&) {

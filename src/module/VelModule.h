@@ -8,8 +8,8 @@
 //         return application.exec();
 //     }
 //
-// Everything here runs on the thread that made the object, which is the one of the event loop, unless its
-// line "Thread" says otherwise.
+// Everything here runs on the thread that made the object, which is the one of the event loop, unless its line
+// "Thread" says otherwise.
 #pragma once
 
 #include "events/VelEvent.h"
@@ -29,9 +29,8 @@
 
 class VelDBusInterface;
 
-/// The last log level applied by an event: 0 before a module exists, 3 from its construction on, then what
-/// each "log_level_changed" brought. For module code; the library itself only asks its loggers. A plain
-/// variable: no lock.
+/// The last log level applied by an event: 0 before a module exists, 3 from its construction on, then what each
+/// "log_level_changed" brought. For module code; the library itself only asks its loggers. A plain variable: no lock.
 extern VEL_EXPORT int moduleLogLevel;
 
 /// True from the moment the module's destructor begins. A plain variable: no lock.
@@ -40,31 +39,27 @@ extern VEL_EXPORT bool moduleIsDead;
 class VEL_EXPORT VelModule : public QObject, protected QDBusContext {
     Q_OBJECT
 public:
-    /// Puts the module on the bus and starts its lifecycle; the first hook runs from the event loop, never
-    /// from here.
+    /// Puts the module on the bus and starts its lifecycle; the first hook runs from the event loop, never from here.
     ///
-    /// `name` is the module's name unless the command line says `--moduleName=NAME`; an empty one becomes
-    /// "Default". Only letters, digits and underscores, not beginning with a digit, make a name that other
-    /// modules can reach; under any other the module runs its lifecycle but cannot be called. Without a bus
-    /// it does the same.
+    /// `name` is the module's name unless the command line says `--moduleName=NAME`; an empty one becomes "Default".
+    /// Only letters, digits and underscores, not beginning with a digit, make a name that other modules can reach;
+    /// under any other the module runs its lifecycle but cannot be called. Without a bus it does the same.
     ///
     /// Precondition: the VelApplication exists.
-    /// Ends the process: with status 1 after "-h", "--help" or "help" on the command line (two lines on
-    /// standard
-    ///                   output, nothing reaches the bus); with status 7 when another process already answers
-    ///                   for this name (a warning is logged).
+    /// Ends the process: with status 1 after "-h", "--help" or "help" on the command line (two lines on standard
+    ///                   output, nothing reaches the bus); with status 7 when another process already answers for
+    ///                   this name (a warning is logged).
     explicit VelModule(const QString& name);
 
     /// Marks the module dead, drops the proxies, leaves the bus and takes the state machine apart.
     ~VelModule() override;
 
-    /// The command line's `key=value` options, dashes removed from the key, "moduleName" included. An option
-    /// without
+    /// The command line's `key=value` options, dashes removed from the key, "moduleName" included. An option without
     /// '=' has an empty value; of an option given twice the last one counts.
     QMap<QString, QString> getParameters();
 
-    /// The lifecycle step last entered: "CHECK", "DEPLOY", "INIT", "END_OF_INIT", "RUN",
-    /// "PRESENTATION_LOADED", "PRESENTATION_STOP", "STOP" or "EXIT"; empty before the first.
+    /// The lifecycle step last entered: "CHECK", "DEPLOY", "INIT", "END_OF_INIT", "RUN", "PRESENTATION_LOADED",
+    /// "PRESENTATION_STOP", "STOP" or "EXIT"; empty before the first.
     QString getState();
 
     /// Asks for this module to be stopped: the module "ApplicationManager" stops itself, every other one asks it with
@@ -73,15 +68,14 @@ public:
     /// and the presentation states.
     void exit();
 
-    /// Whether the level of the logger called `loggerName` is strictly above `level` (2 for an error line, 3
-    /// for a warning, 5 for info, 6 for debug). False for an unknown logger and before the logger list
-    /// exists.
+    /// Whether the level of the logger called `loggerName` is strictly above `level` (2 for an error line, 3 for a
+    /// warning, 5 for info, 6 for debug). False for an unknown logger and before the logger list exists.
     ///
-    /// Thread:  any, as far as the platform's logging library allows it.
+    /// Thread:   any, as far as the platform's logging library allows it.
     bool LogIn(QString loggerName, int level);
 
-    /// Steps of construction and destruction: the constructor calls the first two once, the destructor the
-    /// third. Do not call them.
+    /// Steps of construction and destruction: the constructor calls the first two once, the destructor the third. Do
+    /// not call them.
     void initDBus(const QString& name);
     void initAutomate();
     void clearAutomate();
@@ -95,15 +89,15 @@ public:
     /// Prepares what the module needs; runs once, before init(), only when check() answered false.
     ///
     /// Default:  returns true.
-    /// Result:   true leads to init(); false, or any exception, ends the process with status 2, stop() not
-    /// called. Do not:   wait here for another module's answer: it may be waiting for this one.
+    /// Result:   true leads to init(); false, or any exception, ends the process with status 2, stop() not called.
+    /// Do not:   wait here for another module's answer: it may be waiting for this one.
     virtual bool deploy();
 
     /// Initialises the module; when it has succeeded, the event "end_of_init_NAME" tells everybody.
     ///
     /// Default:  returns true.
-    /// Result:   true leads to run(); false, or any exception, ends the process with status 3, stop() not
-    /// called. Do not:   call exit() here: nothing but run() and what follows can be stopped.
+    /// Result:   true leads to run(); false, or any exception, ends the process with status 3, stop() not called.
+    /// Do not:   call exit() here: nothing but run() and what follows can be stopped.
     virtual bool init();
 
     /// Starts the module's work; the module then serves events and calls until it is stopped.
@@ -113,8 +107,7 @@ public:
     /// Do not:   loop here: return, and let the event loop work.
     virtual bool run();
 
-    /// The presentation has been loaded: the event "presentationLoaded" arrived in RUN or after a
-    /// presentation stop.
+    /// The presentation has been loaded: the event "presentationLoaded" arrived in RUN or after a presentation stop.
     ///
     /// Default:  does nothing.
     /// Result:   an exception is logged and changes nothing.
@@ -150,38 +143,33 @@ Q_SIGNALS:
 
     // None of these slots is a D-Bus method: only the adaptors that a module attaches to itself are exported.
 public Q_SLOTS:
-    /// Asks "ApplicationManager" to stop this module, without waiting; stops it at once when that cannot be
-    /// asked.
+    /// Asks "ApplicationManager" to stop this module, without waiting; stops it when the request cannot be sent.
     void slot_exit_module();
 
-    /// Handler of "log_level_changed": hands "syslog_facility" (text) and "syslog_level" (int, a syslog
-    /// priority; 0 when missing or no number) to the logging library and sets moduleLogLevel.
+    /// Handler of "log_level_changed": hands "syslog_facility" (text) and "syslog_level" (int, a syslog priority; 0
+    /// when missing or no number) to the logging library and sets moduleLogLevel.
     void loggerChanged(VelEvent event);
 
-    /// Whether a module of that name is on the bus now. Makes a temporary proxy each time, so it costs round
-    /// trips.
+    /// Whether a module of that name is on the bus now. Makes a temporary proxy each time, so it costs round trips.
     bool isModuleConnected(const QString& moduleName);
 
-    /// The module's side of a save or a restore; not subscribed by the library: connect it to the
-    /// supervisor's event.
+    /// The module's side of a save or a restore; not subscribed by the library: connect it to the supervisor's event.
     ///
-    /// When "ModulesPidsList" (text) contains this module's name: with "Save" true, runs
-    /// preSaveForSaveRestore() in the critical section; publishes "stop_save_restore_OK" with "ModuleName";
-    /// when that is certain to be on the bus freezes the whole process with SIGSTOP, until another process
-    /// sends SIGCONT. Otherwise does nothing.
+    /// When "ModulesPidsList" (text) contains this module's name: with "Save" true, runs preSaveForSaveRestore() in
+    /// the critical section; publishes "stop_save_restore_OK" with "ModuleName"; when that is certain to be on the
+    /// bus freezes the whole process with SIGSTOP, until another process sends SIGCONT. Otherwise does nothing.
     ///
-    /// Errors:   what the hook throws leaves the slot: the section is free then, nothing is published,
-    /// nothing stops. Do not:   hold the critical section on this thread when the event arrives.
+    /// Errors:   what the hook throws leaves the slot: the section is free then, nothing is published, nothing stops.
+    /// Do not:   hold the critical section on this thread when the event arrives.
     void stopForSaveRestore(VelEvent event);
 
-    /// Saves what a save must find on disk; runs inside the critical section, right before the process
-    /// freezes.
+    /// Saves what a save must find on disk; runs inside the critical section, right before the process freezes.
     ///
     /// Default:  logs a debug line.
     virtual void preSaveForSaveRestore();
 
-    /// The last step of a restore; not subscribed by the library. When "modules" (text) contains this
-    /// module's name, runs postRestoreForSaveRestore(). Otherwise does nothing.
+    /// The last step of a restore; not subscribed by the library. When "modules" (text) contains this module's name,
+    /// runs postRestoreForSaveRestore(). Otherwise does nothing.
     void postOperationForRestore(VelEvent event);
 
     /// Takes over restored data.
@@ -208,8 +196,8 @@ public Q_SLOTS:
     /// Default:  logs a debug line.
     virtual void restoreDataToFactory();
 
-    /// Enters the module's critical section, in which its data must not be saved; waits while another thread
-    /// is in it.
+    /// Enters the module's critical section, in which its data must not be saved; waits while another thread is in
+    /// it.
     ///
     /// Thread:   any of the module.
     /// Do not:   enter it twice on one thread: the second entry waits for ever.
@@ -227,30 +215,28 @@ public Q_SLOTS:
     ///
     /// Waits for nobody; delivery, also to this module's own slots, always comes later, from the event loop.
     ///
-    /// Thread:  any.
-    /// Result:  true when the event was queued for sending; false, and nothing reaches the bus, when its name
-    /// is no
-    ///          valid member name, an argument has no D-Bus form, this module's name is not reachable, or
-    ///          there is no bus.
+    /// Thread:   any.
+    /// Result:   true when the event was queued for sending; false, and nothing reaches the bus, when its name is no
+    ///           valid member name, an argument has no D-Bus form, this module's name is not reachable, or there is
+    ///           no bus.
     bool notifyEvent(const VelEvent& evt) const;
 
     /// The same for an event of that name, with an empty context.
     bool notifyEvent(const QString& evtName, QVariantMap args = QVariantMap()) const;
 
-    /// Connects `slotSignature` (from SLOT(), taking a VelEvent or nothing) of `receiver` to every module's
-    /// events of that name, until it is unsubscribed or `receiver` is destroyed; the empty name means every
-    /// event. The same subscription made twice is one.
+    /// Connects `slotSignature` (from SLOT(), taking a VelEvent or nothing) of `receiver` to every module's events of
+    /// that name, until it is unsubscribed or `receiver` is destroyed; the empty name means every event. The same
+    /// subscription made twice is one.
     ///
-    /// Result:  false when receiver or slot is null or unknown, the name is no valid member name, or there is
-    /// no bus.
+    /// Result:   false when receiver or slot is null or unknown, the name is no valid member name, or there is no
+    ///           bus.
     bool subscribeEvent(const VelEvent& evt, QObject* receiver, const char* slotSignature) const;
     bool subscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const;
 
-    /// Removes a subscription that was made with this module's own service and path, by
-    /// QDBusConnection::connect(). It does not remove one that subscribeEvent() made: use the overload with
-    /// the name alone for that.
+    /// Removes a subscription that was made with this module's own service and path, by QDBusConnection::connect().
+    /// It does not remove one that subscribeEvent() made: use the overload with the name alone for that.
     ///
-    /// Result:  true when there was such a subscription.
+    /// Result:   true when there was such a subscription.
     bool unsubscribeEvent(const VelEvent& evt, QObject* receiver, const char* slotSignature) const;
 
     /// The same for the service and path of the module called `moduleName`.
@@ -259,32 +245,31 @@ public Q_SLOTS:
 
     /// Removes the subscription that subscribeEvent() made with the same three values.
     ///
-    /// Result:  true when there was one.
+    /// Result:   true when there was one.
     bool unsubscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const;
 
-    /// Calls a method of another module and waits for its answer, at most 25 s (the bus library's default
-    /// limit). The event loop does not run meanwhile.
+    /// Calls a method of another module and waits for its answer, at most 25 s (the bus library's default limit). The
+    /// event loop does not run meanwhile.
     ///
     /// The first call to a module makes its proxy, which is kept for the life of this object.
     ///
-    /// Result:  the reply, always a method return.
-    /// Errors:  throws a QString: "Invalid interface: is module 'NAME' started ?", the error reply's text, or
-    /// why the
-    ///          call could not be made; a warning is logged.
+    /// Result:   the reply, always a method return.
+    /// Errors:   throws a QString: "Invalid interface: is module 'NAME' started ?", the error reply's text, or why
+    ///           the call could not be made; a warning is logged.
     QDBusMessage syncRemoteCall(const QString& moduleName, const QString& methodName,
                                 const QList<QVariant>& args = QList<QVariant>());
 
     /// Calls a method of another module and returns the pending call at once.
     ///
-    /// Errors:  throws a QString when it is known at once that the call cannot be made.
+    /// Errors:   throws a QString when it is known at once that the call cannot be made.
     QDBusPendingCall asyncRemoteCall(const QString& moduleName, const QString& methodName,
                                      const QList<QVariant>& args = QList<QVariant>());
 
-    /// Calls a method of another module; its reply goes to the slot `callback` of `receiver` (which takes the
-    /// reply's values), an error to its slot `errCallback` (which takes a QDBusError).
+    /// Calls a method of another module; its reply goes to the slot `callback` of `receiver` (which takes the reply's
+    /// values), an error to its slot `errCallback` (which takes a QDBusError).
     ///
-    /// Result:  true when the call was queued for sending.
-    /// Errors:  throws a QString when the module is not there.
+    /// Result:   true when the call was queued for sending.
+    /// Errors:   throws a QString when the module is not there.
     bool remoteCallWithCallback(const QString& moduleName, const QString& methodName, QObject* receiver,
                                 const char* callback, const char* errCallback,
                                 const QList<QVariant>& args = QList<QVariant>());
@@ -318,9 +303,9 @@ public Q_SLOTS:
     /// Handler of "presentationLoaded": leads to PRESENTATION_LOADED from RUN and PRESENTATION_STOP.
     void presentationLoadedEvent(VelEvent evt);
 
-    /// Handlers of "mtrace_on" and "mtrace_off": switch the C library's allocation tracing when the argument
-    /// "module" is exactly this module's name. On glibc 2.34 and later it produces something only in a
-    /// process started with LD_PRELOAD=libc_malloc_debug.so.0 and with MALLOC_TRACE naming the trace file.
+    /// Handlers of "mtrace_on" and "mtrace_off": switch the C library's allocation tracing when the argument "module"
+    /// is exactly this module's name. On glibc 2.34 and later it produces something only in a process started with
+    /// LD_PRELOAD=libc_malloc_debug.so.0 and with MALLOC_TRACE naming the trace file.
     void slot_mtrace(VelEvent evt);
     void slot_muntrace(VelEvent evt);
 

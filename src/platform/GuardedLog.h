@@ -1,7 +1,7 @@
 // The guarded log line: the one rule by which every line of this library is filtered.
 //
-// The text is handed over as a callable, so that a line that does not pass costs one level query and nothing
-// else: no concatenation, no QString::arg, no allocation. All lines go to the module's default logger.
+// The text is handed over as a callable, so that a line that does not pass costs one level query and nothing else: no
+// concatenation, no QString::arg, no allocation. All lines go to the module's default logger.
 #pragma once
 
 #include "platform/VelLogger.h"
@@ -16,8 +16,7 @@ inline VelLogger* defaultLogger() {
     return logger(QStringLiteral(""));
 }
 
-/// Writes one line of the given severity, if the default logger's level lets it pass; `makeText` builds its
-/// text.
+/// Writes one line of the given severity, if the default logger's level lets it pass; `makeText` builds its text.
 template <typename MakeText>
 void logLine(Severity severity, MakeText&& makeText) {
     if (defaultLogger()->level() <= static_cast<int>(severity))

@@ -1,8 +1,7 @@
 // The platform's state-machine library, as this system calls it.
 //
-// libvel finds these classes in the module's process, in libautomatonzeta.so.1 or in whatever library with
-// the same interface stands in its place. Every class keeps one opaque pointer, so an implementation is free
-// in what it holds.
+// libvel finds these classes in the module's process, in libautomatonzeta.so.1 or in whatever library with the same
+// interface stands in its place. Every class keeps one opaque pointer, so an implementation is free in what it holds.
 #pragma once
 
 #include "platform/VelExport.h"
@@ -19,10 +18,10 @@ namespace automatonZeta {
 /// Handle of a transition that QtState::addTransition() made; only QtState::removeTransition() takes it.
 class QtAbstractTransition;
 
-/// What all states have in common. A state belongs to whoever made it with `new`; deleting it takes it out of
-/// its parent state and its machine.
+/// What all states have in common. A state belongs to whoever made it with `new`; deleting it takes it out of its
+/// parent state and its machine.
 ///
-/// Thread: states and machines are made, used and deleted on one thread, that of its event loop.
+/// Thread:   states and machines are made, used and deleted on one thread, that of its event loop.
 class VEL_EXPORT QtAbstractState {
 public:
     virtual ~QtAbstractState();
@@ -42,9 +41,9 @@ private:
 /// A state that can act when it is entered.
 class VEL_EXPORT QtActionState : public QtAbstractState {
 public:
-    /// Each time the state is entered, invokes the slot `method` (a plain name such as "slot_check") on
-    /// `object` with `args` (at most ten). The slot may emit, before it returns, the signal of a transition
-    /// out of this same state: that transition is taken once the entry is complete.
+    /// Each time the state is entered, invokes the slot `method` (a plain name such as "slot_check") on `object` with
+    /// `args` (at most ten). The slot may emit, before it returns, the signal of a transition out of this same state:
+    /// that transition is taken once the entry is complete.
     void invokeMethodOnEntry(QObject* object, const char* method, const QList<QVariant>& args);
 
 protected:
@@ -60,8 +59,8 @@ public:
     /// The sub-state entered when this state is entered.
     void setInitialState(QtAbstractState* state);
 
-    /// A transition to `target`, taken when `sender` emits `signal` (in the form of Qt's SIGNAL() macro)
-    /// while this state or any of its sub-states is active. Null when there is no such signal.
+    /// A transition to `target`, taken when `sender` emits `signal` (in the form of Qt's SIGNAL() macro) while this
+    /// state or any of its sub-states is active. Null when there is no such signal.
     QtAbstractTransition* addTransition(QObject* sender, const char* signal, QtAbstractState* target);
 
     /// Removes and deletes a transition made by addTransition() of this state. Null is ignored.
@@ -83,15 +82,15 @@ public:
     /// Makes `state` a top-level state of this machine.
     void addState(QtAbstractState* state);
 
-    /// Takes `state` out of the machine and out of its parent state: the caller alone owns it then, and
-    /// deleting a former parent does not delete it.
+    /// Takes `state` out of the machine and out of its parent state: the caller alone owns it then, and deleting a
+    /// former parent does not delete it.
     void removeState(QtAbstractState* state);
 
     /// The state entered when the machine starts.
     void setInitialState(QtAbstractState* state);
 
-    /// Starts the machine: the initial state is entered, and its entry action runs, from the event loop and
-    /// never inside this call (the module whose slots are the entry actions may still be under construction).
+    /// Starts the machine: the initial state is entered, and its entry action runs, from the event loop and never
+    /// inside this call (the module whose slots are the entry actions may still be under construction).
     void start();
 
     /// Stops processing transitions.

@@ -1,9 +1,8 @@
 // The platform's logging library, as this system calls it.
 //
-// libvel carries no logging of its own: it finds these operations in the module's process, in
-// libvellogging.so.1 or in whatever library with the same interface stands in its place. The classes declare
-// no data members on purpose: what an implementation keeps is its own affair, and replacing it needs no
-// rebuild of libvel.
+// libvel carries no logging of its own: it finds these operations in the module's process, in libvellogging.so.1 or
+// in whatever library with the same interface stands in its place. The classes declare no data members on purpose:
+// what an implementation keeps is its own affair, and replacing it needs no rebuild of libvel.
 #pragma once
 
 #include "platform/VelExport.h"
@@ -12,10 +11,10 @@
 
 /// One destination of log lines, with a current level.
 ///
-/// A level is a syslog priority. A line passes when the level is strictly greater than its severity's
-/// threshold: error 2, warning 3, info 5, debug 6. A level of 0 or below silences everything.
+/// A level is a syslog priority. A line passes when the level is strictly greater than its severity's threshold:
+/// error 2, warning 3, info 5, debug 6. A level of 0 or below silences everything.
 ///
-/// Thread: every operation may be called from any thread.
+/// Thread:   every operation may be called from any thread.
 class VEL_EXPORT VelLogger {
 public:
     virtual ~VelLogger();

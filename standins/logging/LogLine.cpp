@@ -7,8 +7,7 @@
 namespace vellogging {
 namespace {
 
-// A stream and not the printf form: that one would read '%' in a text as a conversion and stop at a null
-// character.
+// A stream and not the printf form: that one would read '%' in a text as a conversion and stop at a null character.
 QDebug stream(Severity severity, const QMessageLogger& messages) {
     switch (severity) {
     case Severity::Error:

@@ -13,10 +13,9 @@ inline bool passes(Severity severity, int level) {
     return level > static_cast<int>(severity);
 }
 
-/// Hands `text` to Qt's message handler, unchanged. Qt's category rules are not asked: the level is the one
-/// rule.
+/// Hands `text` to Qt's message handler, unchanged. Qt's category rules are not asked: the level is the one rule.
 ///
-/// Do not: pass a category that dies before the process; a handler may keep the context it was given.
+/// Do not:   pass a category that dies before the process; a handler may keep the context it was given.
 void writeLine(Severity severity, const QByteArray& category, const QString& text);
 
 } // namespace vellogging

@@ -26,11 +26,10 @@ QString priorityOrTime() {
 void setPatternUnlessChosen() {
     if (qEnvironmentVariableIsSet("QT_MESSAGE_PATTERN") || !defaultPatternIsInForce())
         return;
-    qSetMessagePattern(
-        priorityOrTime() +
-        QStringLiteral("%{category}[%{pid}] %{if-fatal}fatal%{endif}%{if-critical}error%{endif}"
-                       "%{if-warning}warning%{endif}%{if-info}info%{endif}%{if-debug}debug%{endif}"
-                       ": %{message}"));
+    qSetMessagePattern(priorityOrTime() +
+                       QStringLiteral("%{category}[%{pid}] %{if-fatal}fatal%{endif}%{if-critical}error%{endif}"
+                                      "%{if-warning}warning%{endif}%{if-info}info%{endif}%{if-debug}debug%{endif}"
+                                      ": %{message}"));
 }
 
 } // namespace vellogging

@@ -5,8 +5,8 @@ namespace vellogging {
 
 /// Sets a readable message pattern, unless QT_MESSAGE_PATTERN or the program has set one.
 ///
-/// Under the journal (JOURNAL_STREAM is set) lines begin with the syslog priority instead of the time: the
-/// journal strips "<N>" and files the line under it, and it keeps the time itself.
+/// Under the journal (JOURNAL_STREAM is set) lines begin with the syslog priority instead of the time: the journal
+/// strips "<N>" and files the line under it, and it keeps the time itself.
 void setPatternUnlessChosen();
 
 } // namespace vellogging

@@ -20,8 +20,8 @@ int startingLevel() {
 } // namespace
 
 StandinLoggerList& StandinLoggerList::ofProcess() {
-    // Made on first use, since other libraries' static objects may log before ours exist; never deleted,
-    // since they may also log after ours are gone.
+    // Made on first use, since other libraries' static objects may log before ours exist; never deleted, since they
+    // may also log after ours are gone.
     static auto* const list = new StandinLoggerList;
     return *list;
 }
@@ -73,8 +73,8 @@ void StandinLoggerList::update(const QString& facility, int level) {
             named->setLevel(level);
         return;
     }
-    // Loggers still to come begin with this level too: whether a logger obeys must not depend on whether its
-    // first line came before or after the update.
+    // Loggers still to come begin with this level too: whether a logger obeys must not depend on whether its first
+    // line came before or after the update.
     m_beginningLevel = level;
     for (const QString& name : std::as_const(m_members))
         m_all.value(name)->setLevel(level);

@@ -1,12 +1,11 @@
 // The loggers of the process, and which of them the list holds at present.
 //
-// There is one logger for each name, and it lives as long as the process: callers keep the pointers, and may
-// still log while static objects are destroyed. Taking the list down therefore only empties it; a name that
-// comes back gets its old logger, with a fresh level. The list object itself is never destroyed either, for
-// the same reason.
+// There is one logger for each name, and it lives as long as the process: callers keep the pointers, and may still
+// log while static objects are destroyed. Taking the list down therefore only empties it; a name that comes back gets
+// its old logger, with a fresh level. The list object itself is never destroyed either, for the same reason.
 //
-// The list is guarded by a mutex. The default logger is not: it is an atomic pointer that is never null, so
-// that a line that is filtered out takes no lock.
+// The list is guarded by a mutex. The default logger is not: it is an atomic pointer that is never null, so that a
+// line that is filtered out takes no lock.
 #pragma once
 
 #include "StandinLogger.h"

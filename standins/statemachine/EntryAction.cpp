@@ -19,13 +19,13 @@ void invoke(QObject* object, const char* method, const QList<QVariant>& args) {
     std::array<QGenericArgument, maxArguments> a;
     for (int i = 0; i < args.size(); ++i)
         a[static_cast<std::size_t>(i)] = QGenericArgument(args[i].typeName(), args[i].constData());
-    QMetaObject::invokeMethod(object, method, Qt::DirectConnection, a[0], a[1], a[2], a[3], a[4], a[5], a[6],
-                              a[7], a[8], a[9]);
+    QMetaObject::invokeMethod(object, method, Qt::DirectConnection, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7],
+                              a[8], a[9]);
 }
 
 void rethrowFromEventLoop(const std::exception_ptr& exception) {
-    // An object of its own: the state, the machine or the invoked object may be gone before the loop comes to
-    // it, and with them the exception.
+    // An object of its own: the state, the machine or the invoked object may be gone before the loop comes to it, and
+    // with them the exception.
     auto* const carrier = new QObject;
     QMetaObject::invokeMethod(
         carrier,
@@ -50,15 +50,13 @@ void invokeGuarded(QObject* object, const char* method, const QList<QVariant>& a
 
 void addEntryAction(QAbstractState* state, QObject* object, const char* method, const QList<QVariant>& args) {
     if (args.size() > maxArguments) {
-        qWarning(
-            "cannot add entry action '%s': it has more than %d arguments; the state is entered without it",
-            method, maxArguments);
+        qWarning("cannot add entry action '%s': it has more than %d arguments; the state is entered without it", method,
+                 maxArguments);
         return;
     }
     const auto action = [state, guarded = QPointer<QObject>(object), name = QByteArray(method), args] {
         auto* const machine = static_cast<Machine*>(state->machine());
-        // Qt completes a step that is under way when the machine is halted or a state taken out; the actions
-        // do not.
+        // Qt completes a step that is under way when the machine is halted or a state taken out; the actions do not.
         if (!machine || !machine->isOn() || !guarded)
             return;
         const Machine::Entering entering(*machine);

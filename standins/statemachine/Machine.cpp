@@ -37,8 +37,8 @@ void Machine::abandon() {
 }
 
 void Machine::leaveEntryAction() {
-    // From here and not from abandon(): Qt would carry out a deleteLater() requested in an event loop inside
-    // the entry action while the action is still on the stack.
+    // From here and not from abandon(): Qt would carry out a deleteLater() requested in an event loop inside the
+    // entry action while the action is still on the stack.
     if (--m_entryActions == 0 && m_isAbandoned)
         deleteLater();
 }

@@ -1,10 +1,9 @@
 // The Qt machine behind a QtStateMachine, which outlives its wrapper for as long as Qt needs it.
 //
-// Qt's machine keeps plain pointers to the states that it is in and to those that it is about to enter, and
-// still reads the former at the next start, long after a stop. States may nevertheless be deleted at any time
-// here, so the machine takes over, until its own end, those that Qt may still look at: keep(). Likewise a
-// machine whose wrapper is deleted by one of its own entry actions goes only when that action has returned:
-// abandon().
+// Qt's machine keeps plain pointers to the states that it is in and to those that it is about to enter, and still
+// reads the former at the next start, long after a stop. States may nevertheless be deleted at any time here, so the
+// machine takes over, until its own end, those that Qt may still look at: keep(). Likewise a machine whose wrapper is
+// deleted by one of its own entry actions goes only when that action has returned: abandon().
 #pragma once
 
 #include <QStateMachine>
@@ -21,8 +20,7 @@ public:
     /// Starts from the event loop; after a halt() that Qt has yet to carry out, starts anew once it has.
     void begin();
 
-    /// Stops. Qt does so from the event loop, but no transition is taken and no entry action runs from here
-    /// on.
+    /// Stops. Qt does so from the event loop, but no transition is taken and no entry action runs from here on.
     void halt();
 
     /// True from begin() until halt() or the end of the machine: entry actions may run.

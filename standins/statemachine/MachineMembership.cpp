@@ -12,8 +12,8 @@ namespace {
 
 // Disconnects the transitions of a tree of states from their senders for the span of its life.
 //
-// Qt forgets to do so when a state leaves its machine: the connections, counted by the sender's address,
-// would stay behind in the machine, and a later sender at that address would never be connected.
+// Qt forgets to do so when a state leaves its machine: the connections, counted by the sender's address, would stay
+// behind in the machine, and a later sender at that address would never be connected.
 class TransitionsDisconnected {
 public:
     explicit TransitionsDisconnected(const QAbstractState* root) {

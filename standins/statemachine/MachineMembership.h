@@ -29,8 +29,8 @@ protected:
     }
 };
 
-/// Takes `state`, with its sub-states, out of its parent state and its machine, so that it is without a
-/// parent. A running machine that is in the state is halted: it has no state left to be in.
+/// Takes `state`, with its sub-states, out of its parent state and its machine, so that it is without a parent. A
+/// running machine that is in the state is halted: it has no state left to be in.
 void takeOut(QAbstractState* state);
 
 /// Takes out each direct sub-state of `parent`, which may be the machine: they belong to whoever made them.

@@ -37,8 +37,8 @@ void QtActionState::invokeMethodOnEntry(QObject* object, const char* method, con
 }
 
 QtState::QtState(QtState* parent)
-    : QtActionState(std::unique_ptr<Private>(
-          new Private{new MemberState<QState>(asQState(Private::stateOf(parent)))})) {}
+    : QtActionState(
+          std::unique_ptr<Private>(new Private{new MemberState<QState>(asQState(Private::stateOf(parent)))})) {}
 
 void QtState::setInitialState(QtAbstractState* state) {
     if (d->state)
@@ -70,7 +70,7 @@ void QtState::removeTransition(QtAbstractTransition* transition) {
 }
 
 QtFinalState::QtFinalState(QtState* parent)
-    : QtActionState(std::unique_ptr<Private>(
-          new Private{new MemberState<QFinalState>(asQState(Private::stateOf(parent)))})) {}
+    : QtActionState(
+          std::unique_ptr<Private>(new Private{new MemberState<QFinalState>(asQState(Private::stateOf(parent)))})) {}
 
 } // namespace automatonZeta

@@ -14,8 +14,8 @@ SignalTransition::SignalTransition(QObject* sender, const char* signal, QAbstrac
 }
 
 bool SignalTransition::eventTest(QEvent* event) {
-    // Qt takes a transition whose target is gone as one that leads nowhere, and stops with an error at a
-    // target outside the machine. Here the signal changes nothing in either case.
+    // Qt takes a transition whose target is gone as one that leads nowhere, and stops with an error at a target
+    // outside the machine. Here the signal changes nothing in either case.
     return QSignalTransition::eventTest(event) && targetState() && targetState()->machine() == machine();
 }
 

@@ -1,5 +1,4 @@
-// What becomes of a call whose slot throws: the caller's answer, the log line, and the receiver's D-Bus
-// context.
+// What becomes of a call whose slot throws: the caller's answer, the log line, and the receiver's D-Bus context.
 #include "support/BusTest.h"
 #include "support/EventListener.h"
 #include "support/RawClient.h"
@@ -49,8 +48,7 @@ public Q_SLOTS:
             leaveNested = [&loop] { loop.quit(); };
             Q_EMIT nestedEntered();
             loop.exec();
-            throw new VelException(m_module, VelException::AccessDenied,
-                                   QStringLiteral("from the outer call"));
+            throw new VelException(m_module, VelException::AccessDenied, QStringLiteral("from the outer call"));
         }
         return m_module->onCall();
     }
@@ -85,14 +83,13 @@ private Q_SLOTS:
     void callToItselfThrowsTextAndLeavesNoContext();
 
 private:
-    // The caller is another connection, so the call really crosses the bus; its answer arrives through the
-    // event loop.
+    // The caller is another connection, so the call really crosses the bus; its answer arrives through the event
+    // loop.
     QDBusPendingCall callFromOutside(const QString& what = QStringLiteral("x"));
     QDBusMessage answerOf(QDBusPendingCall call);
     void requireQtThatUnwinds() {
         if (!bustest::exceptionsCrossQtDBus())
-            QTest::qSkip("libQt5DBus was built without unwind tables: no exception can cross it", __FILE__,
-                         __LINE__);
+            QTest::qSkip("libQt5DBus was built without unwind tables: no exception can cross it", __FILE__, __LINE__);
     }
 
     std::unique_ptr<Display> m_module;
@@ -112,9 +109,8 @@ void CallContextTest::init() {
 }
 
 QDBusPendingCall CallContextTest::callFromOutside(const QString& what) {
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(m_module->getDbusServiceName(), m_module->getDbusObjectName(),
-                                       m_module->getDbusInterfaceName(), QStringLiteral("act"));
+    QDBusMessage call = QDBusMessage::createMethodCall(m_module->getDbusServiceName(), m_module->getDbusObjectName(),
+                                                       m_module->getDbusInterfaceName(), QStringLiteral("act"));
     call << what;
     return m_caller.asyncCall(call);
 }
@@ -148,8 +144,7 @@ void CallContextTest::errorTypeReachesTheCaller() {
     const QDBusMessage answer = answerOf(callFromOutside());
     QCOMPARE(answer.errorName(), errorName);
     QCOMPARE(answer.errorMessage(), boom);
-    QCOMPARE(recordedLines(),
-             QStringList{QStringLiteral("error: VelException catch in VelApplication: boom")});
+    QCOMPARE(recordedLines(), QStringList{QStringLiteral("error: VelException catch in VelApplication: boom")});
     m_module->onCall = [] { return QStringLiteral("fine"); };
     QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{QStringLiteral("fine")});
 }
@@ -247,17 +242,14 @@ void CallContextTest::throwingSlotDoesNotDisturbTheOthers() {
     QVERIFY(bustest::publish(m_caller, QStringLiteral("Other"), topic));
     QVERIFY(throwing.waitForEvents(2));
     QVERIFY(other.waitForEvents(2));
-    QCOMPARE(recordedLines()
-                 .filter(QStringLiteral("error: QString exception catch in VelApplication: from a slot"))
-                 .size(),
-             2);
+    QCOMPARE(
+        recordedLines().filter(QStringLiteral("error: QString exception catch in VelApplication: from a slot")).size(),
+        2);
 }
 
 void CallContextTest::exceptionFromAnotherThreadAnswersNobody() {
     m_module->onCall = [&] {
-        std::thread([&] {
-            const VelException elsewhere(m_module.get(), VelException::Timeout, boom);
-        }).join();
+        std::thread([&] { const VelException elsewhere(m_module.get(), VelException::Timeout, boom); }).join();
         return QStringLiteral("fine");
     };
     QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{QStringLiteral("fine")});
@@ -270,11 +262,9 @@ void CallContextTest::copyAnswersNotAgain() {
     m_module->onCall = [&] {
         const VelException first(m_module.get(), VelException::InvalidArgs, boom);
         const VelException copy(first);
-        return copy.m_message +
-               QString::number(copy.m_errorType); // an answer already given is not sent again
+        return copy.m_message + QString::number(copy.m_errorType); // an answer already given is not sent again
     };
-    QCOMPARE(answerOf(callFromOutside()).errorName(),
-             QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"));
+    QCOMPARE(answerOf(callFromOutside()).errorName(), QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"));
     QVERIFY(m_module->notifyEvent(QStringLiteral("last")));
     const QStringList seen = monitor.seenUntilSignal(QStringLiteral("last"));
     QCOMPARE(seen.filter(QStringLiteral("error ")),
@@ -284,9 +274,7 @@ void CallContextTest::copyAnswersNotAgain() {
 
 void CallContextTest::callToItselfThrowsTextAndLeavesNoContext() {
     // Qt delivers a call to this process's own name inside the call, so the slot's exception comes out of it.
-    m_module->onCall = [&]() -> QString {
-        throw new VelException(m_module.get(), VelException::Timeout, boom);
-    };
+    m_module->onCall = [&]() -> QString { throw new VelException(m_module.get(), VelException::Timeout, boom); };
     QString thrown;
     try {
         m_module->syncRemoteCall(QStringLiteral("Display"), QStringLiteral("act"), {QStringLiteral("x")});
@@ -297,8 +285,7 @@ void CallContextTest::callToItselfThrowsTextAndLeavesNoContext() {
     QVERIFY(!m_module->calledFromDBus());
     m_module->onCall = []() -> QString { throw 42; };
     QVERIFY_EXCEPTION_THROWN(
-        m_module->syncRemoteCall(QStringLiteral("Display"), QStringLiteral("act"), {QStringLiteral("x")}),
-        int);
+        m_module->syncRemoteCall(QStringLiteral("Display"), QStringLiteral("act"), {QStringLiteral("x")}), int);
     QVERIFY(!m_module->calledFromDBus());
 }
 

@@ -1,7 +1,7 @@
 // A module that is destroyed while its lifecycle is in a given state: its command line's --in=STATE.
 //
-// A step's outcome signal is taken as soon as the step ends, so the lifecycle never rests in most states by
-// itself. It is held there by blocking the signal.
+// A step's outcome signal is taken as soon as the step ends, so the lifecycle never rests in most states by itself.
+// It is held there by blocking the signal.
 #include <Vel>
 
 #include <QTimer>

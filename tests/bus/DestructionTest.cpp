@@ -14,8 +14,8 @@ private Q_SLOTS:
 void DestructionTest::cleanInEveryState_data() {
     QTest::addColumn<QString>("state");
     QTest::newRow("before the loop ran") << QString();
-    for (const char* state : {"CHECK", "DEPLOY", "INIT", "END_OF_INIT", "RUN", "PRESENTATION_LOADED",
-                              "PRESENTATION_STOP", "STOP", "EXIT"})
+    for (const char* state :
+         {"CHECK", "DEPLOY", "INIT", "END_OF_INIT", "RUN", "PRESENTATION_LOADED", "PRESENTATION_STOP", "STOP", "EXIT"})
         QTest::newRow(state) << QString::fromLatin1(state);
 }
 
@@ -24,8 +24,7 @@ void DestructionTest::cleanInEveryState() {
     for (const bool withBus : {true, false}) {
         ChildProcess module;
         if (!withBus)
-            module.setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
-                               QStringLiteral("unix:path=/nonexistent"));
+            module.setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=/nonexistent"));
         QVERIFY(module.run(bustest::program(QStringLiteral("destroyed-module")),
                            state.isEmpty() ? QStringList() : QStringList{QStringLiteral("--in=") + state}));
         const int status = module.waitForStatus();

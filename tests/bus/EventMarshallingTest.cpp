@@ -1,5 +1,4 @@
-// The form of an event on the bus, as a peer that knows nothing of this library sees it, and what comes back
-// of it.
+// The form of an event on the bus, as a peer that knows nothing of this library sees it, and what comes back of it.
 #include "support/BusTest.h"
 #include "support/EventListener.h"
 
@@ -141,8 +140,7 @@ void EventMarshallingTest::containersComeBackToBeRead_data() {
     QTest::newRow("empty map") << QVariant(QVariantMap()) << "a{sv}";
     QTest::newRow("list") << QVariant(QVariantList{1, "text", true}) << "av";
     QTest::newRow("text map") << QVariant::fromValue(QMapQStringQString{{"a", "1"}}) << "a{ss}";
-    QTest::newRow("event") << QVariant::fromValue(
-                                  VelEvent(QStringLiteral("inner"), map, QStringLiteral("context")))
+    QTest::newRow("event") << QVariant::fromValue(VelEvent(QStringLiteral("inner"), map, QStringLiteral("context")))
                            << eventSignature;
 }
 

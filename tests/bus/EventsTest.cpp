@@ -29,9 +29,7 @@ private Q_SLOTS:
 
 private:
     // A publication that everybody subscribed hears, after which nothing earlier is still on its way.
-    bool publishFromOutside(const QString& event) {
-        return bustest::publish(m_other, QStringLiteral("Other"), event);
-    }
+    bool publishFromOutside(const QString& event) { return bustest::publish(m_other, QStringLiteral("Other"), event); }
 
     VelModule m_module{QStringLiteral("Display")};
     QDBusConnection m_other = bustest::connectAs(QStringLiteral("other"));
@@ -47,10 +45,8 @@ void EventsTest::everySubscriberHearsEveryPublisher() {
     EventListener elsewhere; // on another connection, as in another process
     QVERIFY(m_module.subscribeEvent(topic, m_listener.get(), heardSlot));
     QVERIFY(m_module.subscribeEvent(VelEvent(topic, {}, QString()), &second, SLOT(called())));
-    QVERIFY(
-        m_other.connect(QString(), QString(), m_module.getDbusInterfaceName(), topic, &elsewhere, heardSlot));
-    VelEvent event(topic, {{QStringLiteral("station"), QStringLiteral("Radio 7")}},
-                   QStringLiteral("context"));
+    QVERIFY(m_other.connect(QString(), QString(), m_module.getDbusInterfaceName(), topic, &elsewhere, heardSlot));
+    VelEvent event(topic, {{QStringLiteral("station"), QStringLiteral("Radio 7")}}, QStringLiteral("context"));
     QVERIFY(m_module.notifyEvent(event));
     QVERIFY(publishFromOutside(topic));
     QVERIFY(m_listener->waitForEvents(2));

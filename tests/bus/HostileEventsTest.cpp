@@ -47,8 +47,7 @@ private:
 
 void HostileEventsTest::initTestCase() {
     QVERIFY(m_hostile.isConnected());
-    QVERIFY(m_echo.run(bustest::program(QStringLiteral("scripted-module")),
-                       {QStringLiteral("--moduleName=Echo")}));
+    QVERIFY(m_echo.run(bustest::program(QStringLiteral("scripted-module")), {QStringLiteral("--moduleName=Echo")}));
     QVERIFY(m_echo.waitForLine(QStringLiteral("hook run")));
 }
 
@@ -66,9 +65,9 @@ void HostileEventsTest::nextGoodEventArrives() {
 void HostileEventsTest::otherFormIsTakenForNothing_data() {
     QTest::addColumn<QByteArray>("signature");
     QTest::addColumn<bool>("reachesTheSlot"); // Qt hands over every container; the rest has no matching slot
-    for (const char* signature : {"(ssia{ss})", "(s)", "(i)", "((ssia{ss}a{sv}))", "(ssia{ss}a{ss})",
-                                  "(ssia{sv}a{ss})", "(sssa{ss}a{sv})", "(ssia{ss}a{sv}s)", "(ssxa{ss}a{sv})",
-                                  "ai", "a(ssia{ss}a{sv})", "aai", "a{si}", "a{s(ssia{ss}a{sv})}"})
+    for (const char* signature :
+         {"(ssia{ss})", "(s)", "(i)", "((ssia{ss}a{sv}))", "(ssia{ss}a{ss})", "(ssia{sv}a{ss})", "(sssa{ss}a{sv})",
+          "(ssia{ss}a{sv}s)", "(ssxa{ss}a{sv})", "ai", "a(ssia{ss}a{sv})", "aai", "a{si}", "a{s(ssia{ss}a{sv})}"})
         QTest::newRow(signature) << QByteArray(signature) << true;
     for (const char* signature : {"", "s", "i", "d", "o", "g", "v", "as", "ay", "ss"})
         QTest::newRow(*signature ? signature : "no argument") << QByteArray(signature) << false;
@@ -78,9 +77,8 @@ void HostileEventsTest::otherFormIsTakenForNothing_data() {
 void HostileEventsTest::otherFormIsTakenForNothing() {
     QFETCH(QByteArray, signature);
     QFETCH(bool, reachesTheSlot);
-    QVERIFY(m_hostile.sendSignal(hostile, topic, [&](DBusMessageIter& iterator) {
-        appendBySignature(iterator, signature.constData());
-    }));
+    QVERIFY(m_hostile.sendSignal(
+        hostile, topic, [&](DBusMessageIter& iterator) { appendBySignature(iterator, signature.constData()); }));
     m_hostile.flush();
     nextGoodEventArrives();
     const bool isEventForm = signature.startsWith("(ssia{ss}a{sv})(");
@@ -115,9 +113,8 @@ void HostileEventsTest::countNeverReadsPastTheArguments() {
     QFETCH(int, arguments);
     QFETCH(int, types);
     QFETCH(int, taken);
-    QVERIFY(m_hostile.sendSignal(hostile, topic, [&](DBusMessageIter& iterator) {
-        appendEvent(iterator, "topic", count, arguments, types);
-    }));
+    QVERIFY(m_hostile.sendSignal(
+        hostile, topic, [&](DBusMessageIter& iterator) { appendEvent(iterator, "topic", count, arguments, types); }));
     m_hostile.flush();
     QVERIFY(m_listener->waitForEvents(1));
     const VelEvent& event = m_listener->events().front();
@@ -137,9 +134,8 @@ void HostileEventsTest::nestedVariantsAreDelivered_data() {
 
 void HostileEventsTest::nestedVariantsAreDelivered() {
     QFETCH(int, wrapping);
-    QVERIFY(m_hostile.sendSignal(hostile, topic, [&](DBusMessageIter& iterator) {
-        appendEvent(iterator, "topic", 1, 1, 0, wrapping);
-    }));
+    QVERIFY(m_hostile.sendSignal(
+        hostile, topic, [&](DBusMessageIter& iterator) { appendEvent(iterator, "topic", 1, 1, 0, wrapping); }));
     m_hostile.flush();
     nextGoodEventArrives();
     QCOMPARE(m_listener->events().size(), 2u);
@@ -150,15 +146,12 @@ void HostileEventsTest::lifecycleSurvivesHostileControlEvents() {
     ChildProcess scripted;
     QVERIFY(scripted.run(bustest::program(QStringLiteral("scripted-module"))));
     QVERIFY(scripted.waitForLine(QStringLiteral("hook run")));
-    for (const char* control :
-         {"log_level_changed", "mtrace_on", "mtrace_off", "test_save", "test_restored"}) {
+    for (const char* control : {"log_level_changed", "mtrace_on", "mtrace_off", "test_save", "test_restored"}) {
         for (const char* signature : {"(ssia{ss})", "(s)", "ai", "s", "", "a{sv}"})
-            QVERIFY(m_hostile.sendSignal(hostile, QLatin1String(control), [&](DBusMessageIter& iterator) {
-                appendBySignature(iterator, signature);
-            }));
-        QVERIFY(m_hostile.sendSignal(hostile, QLatin1String(control), [](DBusMessageIter& iterator) {
-            appendEvent(iterator, "x", -5, 100, 100);
-        }));
+            QVERIFY(m_hostile.sendSignal(hostile, QLatin1String(control),
+                                         [&](DBusMessageIter& iterator) { appendBySignature(iterator, signature); }));
+        QVERIFY(m_hostile.sendSignal(hostile, QLatin1String(control),
+                                     [](DBusMessageIter& iterator) { appendEvent(iterator, "x", -5, 100, 100); }));
     }
     m_hostile.flush();
     QVERIFY(m_module.notifyEvent(QStringLiteral("stop_module_Scripted")));
@@ -200,16 +193,14 @@ void HostileEventsTest::unpublishableArgumentIsRefused() {
         } catch (const QString& text) {
             thrown = text;
         }
-        QVERIFY2(thrown.startsWith(QLatin1String("Argument 1 of method echo has no D-Bus form")),
-                 qPrintable(thrown));
+        QVERIFY2(thrown.startsWith(QLatin1String("Argument 1 of method echo has no D-Bus form")), qPrintable(thrown));
     }
     const QVariantList good{QStringLiteral("still here")};
     QCOMPARE(m_module.syncRemoteCall(peer, echo, good).arguments(), good);
 }
 
 void HostileEventsTest::deepestArgumentTheBusAcceptsIsPublished() {
-    // The first depth that is refused is refused by the publisher, never by the bus: that would cost the
-    // connection.
+    // The first depth that is refused is refused by the publisher, never by the bus: that would cost the connection.
     QVariant value(1);
     bool published = true;
     int depth = 0;

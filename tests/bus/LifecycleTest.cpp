@@ -55,9 +55,7 @@ void LifecycleTest::everyOutcomeOfEveryStep_data() {
     QTest::addColumn<QString>("expected"); // the lines in short: hook names, and log lines by severity
     const QString toRun = QStringLiteral("check|init|run|");
     const QString stopped = QStringLiteral("debug: stopModuleEvent for module Scripted in RUN state |stop|");
-    const auto ended = [](const char* text) {
-        return QStringLiteral("debug: Exit with code ") + QLatin1String(text);
-    };
+    const auto ended = [](const char* text) { return QStringLiteral("debug: Exit with code ") + QLatin1String(text); };
     const QString normally = ended("NORMAL_EXIT [1]");
     const auto thrown = [](const char* hook, const char* kind) {
         const QString known = QStringLiteral("error: FSM Exception catched in %1 method : thrown text|");
@@ -67,23 +65,18 @@ void LifecycleTest::everyOutcomeOfEveryStep_data() {
 
     QTest::newRow("all succeed") << "" << 1 << toRun + stopped + normally;
     QTest::newRow("check fails") << "--check=false" << 1 << "check|deploy|init|run|" + stopped + normally;
-    QTest::newRow("deploy fails") << "--check=false --deploy=false" << 2
-                                  << "check|deploy|" + ended("DEPLOY_ERROR [2]");
+    QTest::newRow("deploy fails") << "--check=false --deploy=false" << 2 << "check|deploy|" + ended("DEPLOY_ERROR [2]");
     QTest::newRow("init fails") << "--init=false" << 3 << "check|init|" + ended("INIT_ERROR [3]");
     QTest::newRow("run fails") << "--run=false" << 4 << toRun + stopped + ended("RUN_ERROR [4]");
     QTest::newRow("stop fails") << "--stop=false" << 5 << toRun + stopped + ended("STOP_ERROR [5]");
-    QTest::newRow("run and stop fail")
-        << "--run=false --stop=false" << 5 << toRun + stopped + ended("STOP_ERROR [5]");
+    QTest::newRow("run and stop fail") << "--run=false --stop=false" << 5 << toRun + stopped + ended("STOP_ERROR [5]");
     for (const char* kind : {"QString", "int", "VelException", "std"}) {
         const bool isStd = qstrcmp(kind, "std") == 0;
         const QString named = QStringLiteral("debug: FSM Exception catched in %1 method: thrown what|");
-        const auto row = [&](const char* hook) {
-            return QStringLiteral("%1 throws %2").arg(hook, kind).toLatin1();
-        };
+        const auto row = [&](const char* hook) { return QStringLiteral("%1 throws %2").arg(hook, kind).toLatin1(); };
         const auto option = [&](const char* hook) { return QStringLiteral("--%1=%2").arg(hook, kind); };
         QTest::newRow(row("check")) << option("check") << 1
-                                    << "check|" + thrown("check", kind) + "deploy|init|run|" + stopped +
-                                           normally;
+                                    << "check|" + thrown("check", kind) + "deploy|init|run|" + stopped + normally;
         QTest::newRow(row("deploy")) << "--check=false " + option("deploy") << 2
                                      << "check|deploy|" + thrown("deploy", kind) + ended("DEPLOY_ERROR [2]");
         QTest::newRow(row("init")) << option("init") << 3
@@ -113,13 +106,10 @@ void LifecycleTest::everyOutcomeOfEveryStep() {
 }
 
 void LifecycleTest::presentationAlternates() {
-    QVERIFY(
-        start({QStringLiteral("--presentation_loaded=QString"), QStringLiteral("--presentation_stop=int")}));
+    QVERIFY(start({QStringLiteral("--presentation_loaded=QString"), QStringLiteral("--presentation_stop=int")}));
     QVERIFY(m_process->waitForLine(QStringLiteral("hook run")));
     VelDBusInterface proxy(name, m_other, nullptr);
-    const auto state = [&] {
-        return proxy.call(QStringLiteral("state"), {}).arguments().value(0).toString();
-    };
+    const auto state = [&] { return proxy.call(QStringLiteral("state"), {}).arguments().value(0).toString(); };
     const auto load = [&] {
         return bustest::publish(m_other, QStringLiteral("Other"), QStringLiteral("presentationLoaded"));
     };
@@ -135,10 +125,9 @@ void LifecycleTest::presentationAlternates() {
     QCOMPARE(m_process->waitForStatus(), 1);
 
     const QString event = QStringLiteral("LOG debug: presentationLoadedEvent for module Scripted");
-    const QStringList entered{
-        QStringLiteral("hook presentation_loaded"),
-        QStringLiteral("LOG error: FSM Exception catched in presentation_loaded method : thrown "
-                       "text")};
+    const QStringList entered{QStringLiteral("hook presentation_loaded"),
+                              QStringLiteral("LOG error: FSM Exception catched in presentation_loaded method : thrown "
+                                             "text")};
     QCOMPARE(story(), QStringList() << QStringLiteral("hook check") << QStringLiteral("hook init")
                                     << QStringLiteral("hook run") << event << entered << event
                                     << QStringLiteral("LOG debug: stopWebclientEvent for module Scripted")
@@ -164,8 +153,7 @@ void LifecycleTest::requestToStopBeforeRunChangesNothing() {
 }
 
 void LifecycleTest::supervisorIsAskedToStopTheModule() {
-    // This supervisor has no method "stopModule": the request is sent, its answer ignored, and the module
-    // goes on.
+    // This supervisor has no method "stopModule": the request is sent, its answer ignored, and the module goes on.
     ChildProcess supervisor;
     QVERIFY(supervisor.run(bustest::program(QStringLiteral("scripted-module")),
                            {QStringLiteral("--moduleName=ApplicationManager")}));
@@ -195,10 +183,9 @@ void LifecycleTest::helpEndsBeforeTheBus() {
     QFETCH(QStringList, options);
     QVERIFY(start(options));
     QCOMPARE(m_process->waitForStatus(), 1);
-    QCOMPARE(
-        m_process->lines(),
-        (QStringList{QStringLiteral("The module parameters are :"),
-                     QStringLiteral("  --moduleName=<name of the module> : References the module on DBus")}));
+    QCOMPARE(m_process->lines(),
+             (QStringList{QStringLiteral("The module parameters are :"),
+                          QStringLiteral("  --moduleName=<name of the module> : References the module on DBus")}));
 }
 
 void LifecycleTest::coreFileIsLimitedOnlyByStop() {

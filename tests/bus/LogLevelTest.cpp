@@ -49,8 +49,7 @@ void LogLevelTest::levelAndFacilityAreHandedOn_data() {
         QTest::newRow(title) << arguments << facility << level;
     };
     row("both", {{facilityKey, "radio"}, {levelKey, 7}}, QStringLiteral("radio"), 7);
-    row("unknown facility", {{facilityKey, QStringLiteral("größe *")}, {levelKey, 5}},
-        QStringLiteral("größe *"), 5);
+    row("unknown facility", {{facilityKey, QStringLiteral("größe *")}, {levelKey, 5}}, QStringLiteral("größe *"), 5);
     row("no facility", {{levelKey, 4}}, QString(), 4);
     row("level as text", {{levelKey, "6"}}, QString(), 6);
     row("negative level", {{levelKey, -1}}, QString(), -1);
@@ -81,9 +80,7 @@ void LogLevelTest::everyModuleAppliesTheChange() {
     QVERIFY(child.waitForLine(QStringLiteral("hook run")));
     const QDBusConnection bus = QDBusConnection::sessionBus();
     const auto levelOfChild = [&bus] {
-        return bustest::call(bus, QStringLiteral("Scripted"), QStringLiteral("logLevel"))
-            .arguments()
-            .value(0);
+        return bustest::call(bus, QStringLiteral("Scripted"), QStringLiteral("logLevel")).arguments().value(0);
     };
     QCOMPARE(levelOfChild(), QVariant(3));
 

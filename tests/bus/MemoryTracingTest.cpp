@@ -88,8 +88,8 @@ void MemoryTracingTest::namedModuleTracesItsAllocations() {
 #endif
     if (!preloadIsThere())
         QSKIP("no libc_malloc_debug.so.0 here");
-    // The C library's muntrace() crashes now and then while another thread allocates, as Qt D-Bus's does.
-    // That says nothing about the module; a child that it ended is replaced.
+    // The C library's muntrace() crashes now and then while another thread allocates, as Qt D-Bus's does. That says
+    // nothing about the module; a child that it ended is replaced.
     constexpr int attempts = 10;
     QList<QByteArray> lines;
     for (int attempt = 0; lines.isEmpty() && attempt < attempts; ++attempt)

@@ -1,5 +1,4 @@
-// Names that no module can have on the bus: nothing that is made from them may reach Qt D-Bus or libdbus
-// unchecked.
+// Names that no module can have on the bus: nothing that is made from them may reach Qt D-Bus or libdbus unchecked.
 #include "support/BusTest.h"
 #include "support/EventListener.h"
 
@@ -65,9 +64,8 @@ void ModuleNamesTest::callsToAnImpossibleNameThrow() {
     };
     QCOMPARE(thrownBy([&] { m_module.syncRemoteCall(name, method); }), expected);
     QCOMPARE(thrownBy([&] { m_module.asyncRemoteCall(name, method); }), expected);
-    QCOMPARE(
-        thrownBy([&] { m_module.remoteCallWithCallback(name, method, &m_module, SLOT(x()), SLOT(y())); }),
-        expected);
+    QCOMPARE(thrownBy([&] { m_module.remoteCallWithCallback(name, method, &m_module, SLOT(x()), SLOT(y())); }),
+             expected);
     QVERIFY(!m_module.unsubscribeEvent(name, QStringLiteral("anything"), &m_module, SLOT(resetToDefault())));
 }
 
@@ -121,10 +119,8 @@ void ModuleNamesTest::impossibleMethodNamesThrow() {
     const QString peer = QStringLiteral("Scripted");
     QVERIFY_EXCEPTION_THROWN(m_module.syncRemoteCall(peer, method), QString);
     QVERIFY_EXCEPTION_THROWN(m_module.asyncRemoteCall(peer, method, {1}), QString);
-    QVERIFY(!m_module.remoteCallWithCallback(peer, method, &m_module, SLOT(resetToDefault()),
-                                             SLOT(resetToDefault())));
-    const QDBusMessage reply =
-        m_module.syncRemoteCall(peer, QStringLiteral("echo"), {QStringLiteral("still here")});
+    QVERIFY(!m_module.remoteCallWithCallback(peer, method, &m_module, SLOT(resetToDefault()), SLOT(resetToDefault())));
+    const QDBusMessage reply = m_module.syncRemoteCall(peer, QStringLiteral("echo"), {QStringLiteral("still here")});
     QCOMPARE(reply.arguments(), QVariantList{QStringLiteral("still here")});
 }
 

@@ -48,16 +48,15 @@ void NoBusTest::lifecycleRunsWithoutABus() {
                        {QStringLiteral("--check=false"), QStringLiteral("--run=exit")}));
     QCOMPARE(module.waitForStatus(), 1);
     const QStringList hooks = module.lines().filter(QStringLiteral("hook "));
-    QCOMPARE(hooks, (QStringList{QStringLiteral("hook check"), QStringLiteral("hook deploy"),
-                                 QStringLiteral("hook init"), QStringLiteral("hook run"),
-                                 QStringLiteral("hook stop")}));
+    QCOMPARE(hooks,
+             (QStringList{QStringLiteral("hook check"), QStringLiteral("hook deploy"), QStringLiteral("hook init"),
+                          QStringLiteral("hook run"), QStringLiteral("hook stop")}));
 }
 
 void NoBusTest::moduleOutlivesItsBus() {
     PrivateBus mortal;
     ChildProcess module;
-    QVERIFY(
-        module.run(bustest::program(QStringLiteral("scripted-module")), {QStringLiteral("--stdin=exit")}));
+    QVERIFY(module.run(bustest::program(QStringLiteral("scripted-module")), {QStringLiteral("--stdin=exit")}));
     QVERIFY(module.waitForLine(QStringLiteral("hook run")));
     mortal.stop();
     module.closeWriteChannel();

@@ -85,8 +85,7 @@ void RemoteCallsTest::absentModuleThrowsAndLeavesNoProxy() {
     const QString text = QStringLiteral("Invalid interface: is module 'Scripted' started ?");
     QCOMPARE(thrownBy([&] { m_module.syncRemoteCall(peer, echo, hello); }), text);
     QCOMPARE(thrownBy([&] { m_module.asyncRemoteCall(peer, echo, hello); }), text);
-    QCOMPARE(recordedLines(),
-             (QStringList{QStringLiteral("warning: ") + text, QStringLiteral("warning: ") + text}));
+    QCOMPARE(recordedLines(), (QStringList{QStringLiteral("warning: ") + text, QStringLiteral("warning: ") + text}));
     setRecordedLevel(3);
     QCOMPARE(thrownBy([&] {
                  m_module.remoteCallWithCallback(peer, echo, &m_module, SLOT(answered(QString)),
@@ -111,11 +110,10 @@ void RemoteCallsTest::allThreeWaysAnswer() {
     QDBusPendingCallWatcher watcher(m_module.asyncRemoteCall(peer, echo, hello));
     QVERIFY(QTest::qWaitFor([&] { return watcher.isFinished(); }, 60000));
     QCOMPARE(watcher.reply().arguments(), hello);
-    QVERIFY(m_module.remoteCallWithCallback(peer, echo, &m_module, SLOT(answered(QString)),
-                                            SLOT(failed(QDBusError)), hello));
-    QVERIFY(m_module.remoteCallWithCallback(peer, QStringLiteral("answerWith"), &m_module,
-                                            SLOT(answered(QString)), SLOT(failed(QDBusError)),
-                                            {1, QStringLiteral("denied")}));
+    QVERIFY(m_module.remoteCallWithCallback(peer, echo, &m_module, SLOT(answered(QString)), SLOT(failed(QDBusError)),
+                                            hello));
+    QVERIFY(m_module.remoteCallWithCallback(peer, QStringLiteral("answerWith"), &m_module, SLOT(answered(QString)),
+                                            SLOT(failed(QDBusError)), {1, QStringLiteral("denied")}));
     QVERIFY(QTest::qWaitFor([&] { return m_module.answers.size() == 2; }, 60000));
     QCOMPARE(m_module.answers, (QStringList{QStringLiteral("hello"), QStringLiteral("error denied")}));
     QCOMPARE(recordedLines(), QStringList());
@@ -127,8 +125,8 @@ void RemoteCallsTest::errorReplyIsThrownAndLogged() {
     const QString answerWith = QStringLiteral("answerWith");
     const QString text = QStringLiteral("100 %1 of %2"); // is not filled in a second time
     QCOMPARE(thrownBy([&] { m_module.syncRemoteCall(peer, answerWith, {3, text}); }), text);
-    QCOMPARE(recordedLines(), QStringList{QStringLiteral(
-                                  "warning: Error in syncRemoteCall (Scripted::answerWith : 100 %1 of %2)")});
+    QCOMPARE(recordedLines(),
+             QStringList{QStringLiteral("warning: Error in syncRemoteCall (Scripted::answerWith : 100 %1 of %2)")});
     QVERIFY(thrownBy([&] {
                 m_module.syncRemoteCall(peer, QStringLiteral("noSuchMethod"));
             }).contains(QStringLiteral("noSuchMethod")));
@@ -142,8 +140,8 @@ void RemoteCallsTest::errorReplyIsThrownAndLogged() {
 void RemoteCallsTest::quickErrorReplyStaysInThePendingCall() {
     const auto process = startPeer();
     QVERIFY(process);
-    // Whether the answer is there before the call returns is a race between two processes: many rounds, each
-    // outcome seen.
+    // Whether the answer is there before the call returns is a race between two processes: many rounds, each outcome
+    // seen.
     for (int round = 0; round < 500; ++round) {
         QDBusPendingCall pending = m_module.asyncRemoteCall(peer, QStringLiteral("noSuchMethod"));
         pending.waitForFinished();
@@ -184,8 +182,7 @@ void RemoteCallsTest::moduleThatLeftAndCameBack() {
 void RemoteCallsTest::callWithoutArgumentsCarriesNone() {
     const auto process = startPeer();
     QVERIFY(process);
-    QCOMPARE(m_module.syncRemoteCall(peer, QStringLiteral("state")).arguments(),
-             QVariantList{QStringLiteral("RUN")});
+    QCOMPARE(m_module.syncRemoteCall(peer, QStringLiteral("state")).arguments(), QVariantList{QStringLiteral("RUN")});
     QCOMPARE(m_module.syncRemoteCall(peer, QStringLiteral("state"), {}).signature(), QStringLiteral("s"));
 }
 
@@ -198,9 +195,8 @@ void RemoteCallsTest::proxyIsMadeOnce() {
     m_module.syncRemoteCall(peer, echo, hello);
     QVERIFY(m_module.notifyEvent(QStringLiteral("last")));
     const QStringList seen = monitor.seenUntilSignal(QStringLiteral("last"));
-    QCOMPARE(
-        seen.mid(seen.indexOf(QStringLiteral("call echo"))),
-        (QStringList{QStringLiteral("call echo"), QStringLiteral("return"), QStringLiteral("signal last")}));
+    QCOMPARE(seen.mid(seen.indexOf(QStringLiteral("call echo"))),
+             (QStringList{QStringLiteral("call echo"), QStringLiteral("return"), QStringLiteral("signal last")}));
 }
 
 VEL_BUS_TEST_MAIN(RemoteCallsTest)

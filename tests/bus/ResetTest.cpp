@@ -85,12 +85,12 @@ void ResetTest::modulesAnswerWithTheirNames_data() {
     QTest::addColumn<QVariantMap>("plain");
     QTest::addColumn<QVariantMap>("resettable");
     QTest::addColumn<QString>("defaultHooksLine");
-    QTest::newRow("reset_data_default")
-        << "reset_default_done" << QVariantMap{{moduleName, "Plain"}, {needReboot, false}}
-        << QVariantMap{{moduleName, "Resettable"}, {needReboot, true}} << "debug: Restore data to default";
-    QTest::newRow("reset_data_factory")
-        << "reset_factory_done" << QVariantMap{{moduleName, "Plain"}}
-        << QVariantMap{{moduleName, "Resettable"}} << "debug: Restore data to factory";
+    QTest::newRow("reset_data_default") << "reset_default_done"
+                                        << QVariantMap{{moduleName, "Plain"}, {needReboot, false}}
+                                        << QVariantMap{{moduleName, "Resettable"}, {needReboot, true}}
+                                        << "debug: Restore data to default";
+    QTest::newRow("reset_data_factory") << "reset_factory_done" << QVariantMap{{moduleName, "Plain"}}
+                                        << QVariantMap{{moduleName, "Resettable"}} << "debug: Restore data to factory";
 }
 
 void ResetTest::modulesAnswerWithTheirNames() {
@@ -118,8 +118,7 @@ void ResetTest::everyTriggerIsAnswered() {
     constexpr int triggersSent = 10;
     listenTo(done);
     for (int trigger = 0; trigger < triggersSent; ++trigger)
-        QVERIFY(
-            m_resettable.notifyEvent(QString::fromLatin1(QTest::currentDataTag()))); // its own trigger too
+        QVERIFY(m_resettable.notifyEvent(QString::fromLatin1(QTest::currentDataTag()))); // its own trigger too
     QVERIFY(m_answers->waitForEvents(2 * triggersSent));
     QCOMPARE(m_resettable.resets, QStringList(QVector<QString>(triggersSent, kind).toList()));
 }

@@ -1,5 +1,4 @@
-// Return types by introspection: every form of description, peers that answer badly, and a cache that is
-// asked first.
+// Return types by introspection: every form of description, peers that answer badly, and a cache that is asked first.
 #include "support/BusTest.h"
 #include "support/RawClient.h"
 
@@ -19,8 +18,8 @@ namespace {
 // What a peer does when it is asked to describe itself.
 enum class Answer { Text, Nothing, Number, TwoTexts, Error };
 
-// A module of libdbus alone on a thread of its own, since a question blocks the thread that asks it. It
-// describes itself with whatever text it was given.
+// A module of libdbus alone on a thread of its own, since a question blocks the thread that asks it. It describes
+// itself with whatever text it was given.
 class Peer {
 public:
     explicit Peer(const QString& moduleName, const QString& description = QString())
@@ -124,9 +123,7 @@ class ReturnTypeTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() {
-        m_peerName = QStringLiteral("Peer%1").arg(++m_peers);
-    } // what was described once stays cached
+    void init() { m_peerName = QStringLiteral("Peer%1").arg(++m_peers); } // what was described once stays cached
     void descriptorFollowsFromTheDescription_data();
     void descriptorFollowsFromTheDescription();
     void onlyTheMethodElementsPartsCount_data();
@@ -154,8 +151,7 @@ void ReturnTypeTest::descriptorFollowsFromTheDescription_data() {
     QTest::addColumn<QString>("expected");
     const auto row = [](const char* signature, const char* annotation, const char* expected) {
         QTest::addRow("%s %s", signature, annotation)
-            << QString::fromLatin1(signature) << QString::fromLatin1(annotation)
-            << QString::fromLatin1(expected);
+            << QString::fromLatin1(signature) << QString::fromLatin1(annotation) << QString::fromLatin1(expected);
     };
     row("s", "", "QString::");
     row("i", "", "int::");
@@ -208,18 +204,16 @@ void ReturnTypeTest::onlyTheMethodElementsPartsCount_data() {
                    interfaceWith(other, vel::bus::commonInterface().toLower())),
         "QString::");
     row("in the second of two common interfaces",
-        objectWith(interfaceWith(methodReturning(QStringLiteral("other"), text)) + interfaceWith(right)),
-        "QString::");
+        objectWith(interfaceWith(methodReturning(QStringLiteral("other"), text)) + interfaceWith(right)), "QString::");
     row("interface further down",
-        objectWith(QStringLiteral("<node name='child'>") + interfaceWith(other) + QStringLiteral("</node>")),
-        "");
+        objectWith(QStringLiteral("<node name='child'>") + interfaceWith(other) + QStringLiteral("</node>")), "");
     row("signals and properties of that name",
         described(QStringLiteral("<signal name='station'><arg type='s' direction='out'/></signal>"
                                  "<property name='station' type='s' access='read'/>")),
         "");
     row("another case", described(methodReturning(QStringLiteral("Station"), text)), "");
-    row("argument without a direction",
-        described(QStringLiteral("<method name='station'><arg type='s'/></method>")), "");
+    row("argument without a direction", described(QStringLiteral("<method name='station'><arg type='s'/></method>")),
+        "");
     row("the last out argument counts",
         described(QStringLiteral("<method name='station'><arg type='i' direction='out'/>"
                                  "<arg type='s' direction='out'/></method>")),
@@ -230,17 +224,15 @@ void ReturnTypeTest::onlyTheMethodElementsPartsCount_data() {
                                  "<annotation name='x.Out0' value='Last'/></method>")),
         "Last::");
     row("annotations of other arguments",
-        described(
-            QStringLiteral("<method name='station'><arg type='s' direction='out'/>"
-                           "<annotation name='x.In0' value='Wrong'/><annotation name='x.Out1' value='Wrong'/>"
-                           "<annotation name='x.out0' value='Wrong'/>"
-                           "<annotation name='x.Out0.y' value='Wrong'/></method>")),
+        described(QStringLiteral("<method name='station'><arg type='s' direction='out'/>"
+                                 "<annotation name='x.In0' value='Wrong'/><annotation name='x.Out1' value='Wrong'/>"
+                                 "<annotation name='x.out0' value='Wrong'/>"
+                                 "<annotation name='x.Out0.y' value='Wrong'/></method>")),
         "QString::");
-    row("comments between",
-        described(QStringLiteral("<!-- one -->") + right + QStringLiteral("<!-- two -->")), "QString::");
+    row("comments between", described(QStringLiteral("<!-- one -->") + right + QStringLiteral("<!-- two -->")),
+        "QString::");
     row("no interface at all", QStringLiteral("<node/>"), "");
-    row("a document of something else", QStringLiteral("<html>%1</html>").arg(interfaceWith(right)),
-        "QString::");
+    row("a document of something else", QStringLiteral("<html>%1</html>").arg(interfaceWith(right)), "QString::");
 }
 
 void ReturnTypeTest::onlyTheMethodElementsPartsCount() {
@@ -253,9 +245,9 @@ void ReturnTypeTest::knownMethodIsAnsweredWithoutTheBus() {
     const QString list = QStringLiteral("stations");
     RawClient monitor;
     {
-        const Peer peer(m_peerName, described(methodReturning(station, text) +
-                                              methodReturning(list, QStringLiteral("as"),
-                                                              QStringLiteral("ListQString"))));
+        const Peer peer(m_peerName,
+                        described(methodReturning(station, text) +
+                                  methodReturning(list, QStringLiteral("as"), QStringLiteral("ListQString"))));
         QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
         QVERIFY(monitor.becomeMonitor());
         QVERIFY(m_module.notifyEvent(QStringLiteral("watching")));
@@ -265,8 +257,7 @@ void ReturnTypeTest::knownMethodIsAnsweredWithoutTheBus() {
         QCOMPARE(getReturnType(m_peerName, list, QStringLiteral("as")), QStringLiteral("QString:list:"));
         QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
         QVERIFY(m_module.notifyEvent(QStringLiteral("asked")));
-        QCOMPARE(monitor.seenUntilSignal(QStringLiteral("asked")),
-                 QStringList{QStringLiteral("signal asked")});
+        QCOMPARE(monitor.seenUntilSignal(QStringLiteral("asked")), QStringList{QStringLiteral("signal asked")});
         QCOMPARE(peer.questions(), questions);
     }
     // The peer has left the bus.
@@ -292,8 +283,7 @@ void ReturnTypeTest::changedDescriptionIsReportedAndNotBelieved() {
     peer.describe(described(methodReturning(station, text, QStringLiteral("Station"))));
     QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
 
-    const QByteArray newEntry =
-        QStringLiteral("\"new cache entry:station%1s Station::\"").arg(m_peerName).toUtf8();
+    const QByteArray newEntry = QStringLiteral("\"new cache entry:station%1s Station::\"").arg(m_peerName).toUtf8();
     QTest::ignoreMessage(QtDebugMsg, newEntry.constData());
     QTest::ignoreMessage(QtDebugMsg, "ERROR: already cached with different value: \"QString::\"");
     QCOMPARE(getReturnType(m_peerName, QStringLiteral("other"), text), QString());
@@ -312,8 +302,7 @@ void ReturnTypeTest::twoMethodsOfOneNameAreToldApartByTheirSignatures() {
 void ReturnTypeTest::twoMethodsOfOneNameAndSignatureDisagree() {
     const Peer peer(m_peerName, described(methodReturning(station, text, QStringLiteral("First")) +
                                           methodReturning(station, text, QStringLiteral("Last"))));
-    const QByteArray newEntry =
-        QStringLiteral("\"new cache entry:station%1s Last::\"").arg(m_peerName).toUtf8();
+    const QByteArray newEntry = QStringLiteral("\"new cache entry:station%1s Last::\"").arg(m_peerName).toUtf8();
     QTest::ignoreMessage(QtDebugMsg, newEntry.constData());
     QTest::ignoreMessage(QtDebugMsg, "ERROR: already cached with different value: \"First::\"");
     QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("Last::"));
@@ -344,8 +333,7 @@ void ReturnTypeTest::badAnswerIsNoDescription_data() {
     row("entities that multiply in a text", bomb + QStringLiteral("]><node>&e30;</node>"));
     row("entities that multiply in an attribute",
         bomb + QStringLiteral("]>") +
-            objectWith(interfaceWith(QStringLiteral("<method name='&e30;'/>")))
-                .section(QLatin1Char('\n'), 1));
+            objectWith(interfaceWith(QStringLiteral("<method name='&e30;'/>"))).section(QLatin1Char('\n'), 1));
     row("an entity that holds itself",
         QStringLiteral("<!DOCTYPE node [<!ENTITY a '&b;'><!ENTITY b '&a;'>]><node>&a;</node>"));
 }
@@ -400,8 +388,7 @@ void ReturnTypeTest::hugeDescriptionIsRead() {
     const Peer peer(m_peerName, described(methods));
     QElapsedTimer timer;
     timer.start();
-    QCOMPARE(getReturnType(m_peerName, QStringLiteral("method%1").arg(count), text),
-             QStringLiteral("QString::"));
+    QCOMPARE(getReturnType(m_peerName, QStringLiteral("method%1").arg(count), text), QStringLiteral("QString::"));
     qInfo("%d methods read in %d ms", count, static_cast<int>(timer.elapsed()));
     const int questions = peer.questions();
     QCOMPARE(getReturnType(m_peerName, QStringLiteral("method1"), text), QStringLiteral("QString::"));

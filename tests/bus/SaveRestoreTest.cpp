@@ -26,8 +26,7 @@ QVariantMap request(const QString& list, bool save) {
 // Whether the kernel has a stop of the child to report; each stop is reported once.
 bool takeStop(const ChildProcess& child) {
     siginfo_t report{};
-    return waitid(P_PID, static_cast<id_t>(child.processId()), &report, WSTOPPED | WNOHANG) == 0 &&
-           report.si_pid != 0;
+    return waitid(P_PID, static_cast<id_t>(child.processId()), &report, WSTOPPED | WNOHANG) == 0 && report.si_pid != 0;
 }
 
 bool waitForStop(const ChildProcess& child) {
@@ -87,8 +86,8 @@ private:
 
 void SaveRestoreTest::init() {
     m_answers = std::make_unique<EventListener>();
-    QVERIFY(m_supervisor.subscribeEvent(QStringLiteral("stop_save_restore_OK"), m_answers.get(),
-                                        SLOT(heard(VelEvent))));
+    QVERIFY(
+        m_supervisor.subscribeEvent(QStringLiteral("stop_save_restore_OK"), m_answers.get(), SLOT(heard(VelEvent))));
     m_child = std::make_unique<ChildProcess>();
     m_child->setVariable(QStringLiteral("VEL_TEST_LOG"), QStringLiteral("1"));
     m_child->setVariable(QStringLiteral("VEL_LOG_LEVEL"), QStringLiteral("7"));
@@ -125,10 +124,9 @@ void SaveRestoreTest::saveIsAnsweredAndStopsTheProcessInOrder() {
     QCOMPARE(answer.getArguments(), (QVariantMap{{QStringLiteral("ModuleName"), scripted}}));
 
     QVERIFY(m_child->waitForLine(QStringLiteral("Entering pause mode..."), m_linesBefore));
-    const QStringList untilTheStop =
-        logged({"debug: Preparing for Save operations", "debug: Entering critical section",
-                "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
-                "debug: Leaving critical section", "debug: Entering pause mode..."});
+    const QStringList untilTheStop = logged({"debug: Preparing for Save operations", "debug: Entering critical section",
+                                             "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
+                                             "debug: Leaving critical section", "debug: Entering pause mode..."});
     QCOMPARE(newLines(), untilTheStop);
 
     resume(*m_child);
@@ -145,8 +143,7 @@ void SaveRestoreTest::restoreIsAnsweredAndStopsTheProcess() {
     QCOMPARE(m_child->processState(), 'T');
     bustest::settle(QDBusConnection::sessionBus());
     QCOMPARE(m_answers->events().size(), 1u);
-    QCOMPARE(m_answers->events().front().getArguments(),
-             (QVariantMap{{QStringLiteral("ModuleName"), scripted}}));
+    QCOMPARE(m_answers->events().front().getArguments(), (QVariantMap{{QStringLiteral("ModuleName"), scripted}}));
     resume(*m_child);
     QVERIFY(m_child->waitForLine(QStringLiteral("...Leaving pause mode"), m_linesBefore));
     QCOMPARE(newLines(), logged({"debug: Entering pause mode...", "debug: ...Leaving pause mode"}));
@@ -198,12 +195,10 @@ void SaveRestoreTest::listNamesModulesBySubstring() {
         QVERIFY(waitForStop(*m_child));
         bustest::settle(QDBusConnection::sessionBus());
         QCOMPARE(m_answers->events().size(), 1u);
-        QCOMPARE(m_answers->events().front().getArguments(),
-                 (QVariantMap{{QStringLiteral("ModuleName"), name}}));
+        QCOMPARE(m_answers->events().front().getArguments(), (QVariantMap{{QStringLiteral("ModuleName"), name}}));
         return;
     }
-    QCOMPARE(bustest::call(QDBusConnection::sessionBus(), name, QStringLiteral("echo"), {"still here"})
-                 .arguments(),
+    QCOMPARE(bustest::call(QDBusConnection::sessionBus(), name, QStringLiteral("echo"), {"still here"}).arguments(),
              QVariantList{"still here"});
     bustest::settle(QDBusConnection::sessionBus());
     QVERIFY(!takeStop(*m_child));
@@ -282,11 +277,10 @@ void SaveRestoreTest::workerInTheSectionDelaysThePreSave() {
     m_child->write("leave\n");
     QVERIFY(waitForStop(*m_child));
     QVERIFY(m_child->waitForLine(QStringLiteral("Entering pause mode..."), m_linesBefore));
-    QCOMPARE(newLines(),
-             logged({"debug: Entering critical section", "debug: Preparing for Save operations",
-                     "debug: Entering critical section", "worker leaves", "debug: Leaving critical section",
-                     "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
-                     "debug: Leaving critical section", "debug: Entering pause mode..."}));
+    QCOMPARE(newLines(), logged({"debug: Entering critical section", "debug: Preparing for Save operations",
+                                 "debug: Entering critical section", "worker leaves", "debug: Leaving critical section",
+                                 "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
+                                 "debug: Leaving critical section", "debug: Entering pause mode..."}));
 }
 
 void SaveRestoreTest::postRestoreRunsOnceWhenNamed_data() {
@@ -309,9 +303,8 @@ void SaveRestoreTest::postRestoreRunsOnceWhenNamed() {
     // The end's line comes after whatever the module wrote before.
     QVERIFY(m_supervisor.notifyEvent(QStringLiteral("stop_module_Scripted")));
     QVERIFY(m_child->waitForLine(QStringLiteral("stopModuleEvent"), m_linesBefore));
-    QCOMPARE(newLines().mid(0, runs + 1),
-             QVector<QString>(runs, QStringLiteral("hook postRestore")).toList() +
-                 logged({"debug: stopModuleEvent for module Scripted in RUN state "}));
+    QCOMPARE(newLines().mid(0, runs + 1), QVector<QString>(runs, QStringLiteral("hook postRestore")).toList() +
+                                              logged({"debug: stopModuleEvent for module Scripted in RUN state "}));
     QVERIFY(m_answers->events().empty());
 }
 
@@ -325,13 +318,12 @@ void SaveRestoreTest::withoutAKillProgramTheModuleGoesOn() {
 }
 
 void SaveRestoreTest::answerIsHeardWhileTheProcessIsStopped() {
-    // Sending only queues a message, and the thread that sends it freezes with the rest: without precaution
-    // some answers stay behind, more of them on a loaded machine.
+    // Sending only queues a message, and the thread that sends it freezes with the rest: without precaution some
+    // answers stay behind, more of them on a loaded machine.
     constexpr int rounds = 200;
     ChildProcess busy[2];
     for (ChildProcess& process : busy)
-        QVERIFY(
-            process.run(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("while :; do :; done")}));
+        QVERIFY(process.run(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("while :; do :; done")}));
     m_child->setVariable(QStringLiteral("VEL_LOG_LEVEL"), QStringLiteral("3"));
     start();
     for (unsigned round = 1; round <= rounds; ++round) {

@@ -83,8 +83,7 @@ public Q_SLOTS:
     QString echo(const QString& text) { return text; }
 
     QString answerWith(int errorType, const QString& text) {
-        velGuarded(
-            [&] { throw new VelException(m_module, static_cast<VelException::ErrorType>(errorType), text); });
+        velGuarded([&] { throw new VelException(m_module, static_cast<VelException::ErrorType>(errorType), text); });
         return QString();
     }
 

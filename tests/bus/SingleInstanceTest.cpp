@@ -26,23 +26,20 @@ void SingleInstanceTest::secondInstanceEndsWithStatus7_data() {
     QTest::newRow("level 3") << "3" << QStringList();
     QTest::newRow("level 4") << "4" << QStringList{warning};
     QTest::newRow("level 6") << "6"
-                             << QStringList{QStringLiteral("LOG info: The module's DBus name is Media"),
-                                            warning};
+                             << QStringList{QStringLiteral("LOG info: The module's DBus name is Media"), warning};
 }
 
 void SingleInstanceTest::secondInstanceEndsWithStatus7() {
     QFETCH(QString, level);
     QFETCH(QStringList, lines);
     ChildProcess first;
-    QVERIFY(first.run(bustest::program(QStringLiteral("scripted-module")),
-                      {QStringLiteral("--moduleName=Media")}));
+    QVERIFY(first.run(bustest::program(QStringLiteral("scripted-module")), {QStringLiteral("--moduleName=Media")}));
     QVERIFY(first.waitForLine(QStringLiteral("hook run")));
 
     ChildProcess second;
     second.setVariable(QStringLiteral("VEL_TEST_LOG"), QStringLiteral("1"));
     second.setVariable(QStringLiteral("VEL_LOG_LEVEL"), level);
-    QVERIFY(second.run(bustest::program(QStringLiteral("scripted-module")),
-                       {QStringLiteral("--moduleName=Media")}));
+    QVERIFY(second.run(bustest::program(QStringLiteral("scripted-module")), {QStringLiteral("--moduleName=Media")}));
     QCOMPARE(second.waitForStatus(), 7);
     QCOMPARE(second.lines(), lines);
 
@@ -67,8 +64,8 @@ void SingleInstanceTest::fiftyAtOnceLeaveAtLeastOne() {
             continue;
         }
         QCOMPARE(process->waitForStatus(), 7);
-        QCOMPARE(process->lines(), QStringList{QStringLiteral(
-                                       "LOG warning: Display is already running: Stopping new instance.")});
+        QCOMPARE(process->lines(),
+                 QStringList{QStringLiteral("LOG warning: Display is already running: Stopping new instance.")});
     }
     QVERIFY(!running.empty());
     QVERIFY(VelDBusInterface(QStringLiteral("Display"), m_other, nullptr).isValid());

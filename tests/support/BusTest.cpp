@@ -20,8 +20,7 @@ namespace {
 
 std::unique_ptr<PrivateBus> privateBus;
 
-// Looks at the library, not at the processor: the exception index table of 32-bit ARM, or the frame tables
-// elsewhere.
+// Looks at the library, not at the processor: the exception index table of 32-bit ARM, or the frame tables elsewhere.
 int hasUnwindTables(dl_phdr_info* info, size_t, void* found) {
     if (!std::strstr(info->dlpi_name, "libQt5DBus"))
         return 0;
@@ -48,8 +47,8 @@ int runOnPrivateBus(int argc, char** argv, const std::function<int(int, char**)>
     }
     int applicationArgc = 1; // the test's own arguments are not the module's
     VelApplication application(applicationArgc, argv);
-    // Qt holds back what arrives before a connection's first turn of the event loop, and may deliver it after what came
-    // later. The tests rely on order, so that turn is over before they begin.
+    // Qt holds back what arrives before a connection's first turn of the event loop, and may deliver it after what
+    // came later. The tests rely on order, so that turn is over before they begin.
     settle(QDBusConnection::sessionBus());
     const int failures = test(argc, argv);
     privateBus.reset();
@@ -75,9 +74,8 @@ bool publish(const QDBusConnection& connection, const QString& moduleName, const
 
 QDBusMessage call(const QDBusConnection& connection, const QString& moduleName, const QString& method,
                   const QVariantList& arguments) {
-    QDBusMessage question =
-        QDBusMessage::createMethodCall(vel::bus::serviceName(moduleName), vel::bus::objectPath(moduleName),
-                                       vel::bus::commonInterface(), method);
+    QDBusMessage question = QDBusMessage::createMethodCall(
+        vel::bus::serviceName(moduleName), vel::bus::objectPath(moduleName), vel::bus::commonInterface(), method);
     question.setArguments(arguments);
     return connection.call(question);
 }
@@ -85,8 +83,7 @@ QDBusMessage call(const QDBusConnection& connection, const QString& moduleName, 
 void settle(const QDBusConnection& connection) {
     const auto roundTrip = [](const QDBusConnection& over) {
         over.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
-                                                 QStringLiteral("org.freedesktop.DBus"),
-                                                 QStringLiteral("GetId")));
+                                                 QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
     };
     roundTrip(connection);
     roundTrip(QDBusConnection::sessionBus()); // its answer comes after whatever was routed here before

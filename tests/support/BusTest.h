@@ -1,5 +1,4 @@
-// A test program with a bus of its own and a VelApplication, for tests that host one module in their own
-// process.
+// A test program with a bus of its own and a VelApplication, for tests that host one module in their own process.
 #pragma once
 
 #include "support/ChildProcess.h"
@@ -26,28 +25,28 @@ QDBusConnection connectAs(const QString& name);
 [[nodiscard]] bool publish(const QDBusConnection& connection, const QString& moduleName, const QString& event,
                            const QVariantMap& arguments = QVariantMap());
 
-/// Calls a method of the common interface of the module called `moduleName`, without a proxy, and waits for
-/// the answer.
+/// Calls a method of the common interface of the module called `moduleName`, without a proxy, and waits for the
+/// answer.
 QDBusMessage call(const QDBusConnection& connection, const QString& moduleName, const QString& method,
                   const QVariantList& arguments = QVariantList());
 
-/// Waits until everything that was sent before on this thread's connections has passed the bus daemon, and
-/// what it routed to this process has been delivered.
+/// Waits until everything that was sent before on this thread's connections has passed the bus daemon, and what it
+/// routed to this process has been delivered.
 void settle(const QDBusConnection& connection);
 
 /// The path of a program that the build put beside this one.
 QString program(const QString& name);
 
-/// Whether an exception can pass Qt D-Bus's delivery of a call: not where the library was built without
-/// unwind tables.
+/// Whether an exception can pass Qt D-Bus's delivery of a call: not where the library was built without unwind
+/// tables.
 bool exceptionsCrossQtDBus();
 
 } // namespace bustest
 
-#define VEL_BUS_TEST_MAIN(TestClass)                                                                         \
-    int main(int argc, char** argv) {                                                                        \
-        return bustest::runOnPrivateBus(argc, argv, [](int count, char** arguments) {                        \
-            TestClass test;                                                                                  \
-            return QTest::qExec(&test, count, arguments);                                                    \
-        });                                                                                                  \
+#define VEL_BUS_TEST_MAIN(TestClass)                                                                                   \
+    int main(int argc, char** argv) {                                                                                  \
+        return bustest::runOnPrivateBus(argc, argv, [](int count, char** arguments) {                                  \
+            TestClass test;                                                                                            \
+            return QTest::qExec(&test, count, arguments);                                                              \
+        });                                                                                                            \
     }

@@ -17,15 +17,14 @@ public:
     /// Sets a variable of the child's environment; an empty value removes it. Before the start.
     void setVariable(const QString& name, const QString& value);
 
-    /// Starts the program and returns whether it runs. What it writes to standard error is read as its output
-    /// too.
+    /// Starts the program and returns whether it runs. What it writes to standard error is read as its output too.
     [[nodiscard]] bool run(const QString& program, const QStringList& arguments = QStringList());
 
     /// All lines so far.
     const QStringList& lines() const { return m_lines; }
 
-    /// Waits until the child has written a line that contains `text` (not counting the first `after` lines).
-    /// False when it ended, or the time limit of one wait passed, without such a line.
+    /// Waits until the child has written a line that contains `text` (not counting the first `after` lines). False
+    /// when it ended, or the time limit of one wait passed, without such a line.
     [[nodiscard]] bool waitForLine(const QString& text, int after = 0);
 
     /// Waits for the end: the exit status; -1 when it was ended by a signal, -2 when it did not end.

@@ -17,8 +17,8 @@ public:
     /// How often the slot without parameters was called.
     int bareCalls() const { return m_bareCalls; }
 
-    /// Runs the event loop until that many events, or bare calls, were heard. False when the test's time
-    /// limit passes.
+    /// Runs the event loop until that many events, or bare calls, were heard. False when the test's time limit
+    /// passes.
     [[nodiscard]] bool waitForEvents(int count);
     [[nodiscard]] bool waitForBareCalls(int count);
 

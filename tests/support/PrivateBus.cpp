@@ -42,12 +42,11 @@ PrivateBus::PrivateBus() {
         file.write(QString::fromLatin1(configuration).arg(m_folder.path()).toUtf8()) < 0)
         return;
     file.close();
-    // The address is read from standard output only. The daemon's complaints about limits that this user may
-    // not raise disturb nobody, so its error output is shown only when it does not start.
+    // The address is read from standard output only. The daemon's complaints about limits that this user may not
+    // raise disturb nobody, so its error output is shown only when it does not start.
     m_daemon.setProcessChannelMode(QProcess::SeparateChannels);
     if (!m_daemon.run(QStringLiteral("dbus-daemon"),
-                      {QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
-                       QStringLiteral("--print-address=1"),
+                      {QStringLiteral("--nofork"), QStringLiteral("--nopidfile"), QStringLiteral("--print-address=1"),
                        QStringLiteral("--config-file=") + file.fileName()}) ||
         !m_daemon.waitForLine(QStringLiteral("unix:"))) {
         std::fputs(m_daemon.readAllStandardError().constData(), stderr);

@@ -7,9 +7,8 @@
 
 class PrivateBus {
 public:
-    /// Starts the daemon and makes it the session bus of this process and of every child it starts from then
-    /// on. Qt reads the address once per process, so this comes before the first
-    /// QDBusConnection::sessionBus().
+    /// Starts the daemon and makes it the session bus of this process and of every child it starts from then on. Qt
+    /// reads the address once per process, so this comes before the first QDBusConnection::sessionBus().
     PrivateBus();
 
     bool isRunning() const { return !m_address.isEmpty(); }

@@ -30,10 +30,9 @@ void appendDefaultOf(DBusMessageIter& iterator, DBusSignatureIter& type) {
     if (dbus_type_is_basic(kind)) {
         static const DBusBasicValue zero{};
         const char* text = kind == DBUS_TYPE_OBJECT_PATH ? "/" : "";
-        const void* value =
-            kind == DBUS_TYPE_STRING || kind == DBUS_TYPE_OBJECT_PATH || kind == DBUS_TYPE_SIGNATURE
-                ? static_cast<const void*>(&text)
-                : static_cast<const void*>(&zero);
+        const void* value = kind == DBUS_TYPE_STRING || kind == DBUS_TYPE_OBJECT_PATH || kind == DBUS_TYPE_SIGNATURE
+                                ? static_cast<const void*>(&text)
+                                : static_cast<const void*>(&zero);
         dbus_message_iter_append_basic(&iterator, kind, value);
         return;
     }
@@ -82,13 +81,12 @@ bool RawClient::sendSignal(const QString& sender, const QString& member,
 void RawClient::flush() {
     const Message question(
         dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "GetId"));
-    const Message answer(
-        dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, nullptr));
+    const Message answer(dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, nullptr));
 }
 
 bool RawClient::becomeMonitor() {
-    const Message question(dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
-                                                        DBUS_INTERFACE_MONITORING, "BecomeMonitor"));
+    const Message question(
+        dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_MONITORING, "BecomeMonitor"));
     DBusMessageIter iterator;
     dbus_message_iter_init_append(question.get(), &iterator);
     DBusMessageIter noRules;
@@ -97,8 +95,7 @@ bool RawClient::becomeMonitor() {
     const dbus_uint32_t noFlags = 0;
     dbus_message_iter_append_basic(&iterator, DBUS_TYPE_UINT32, &noFlags);
     DBusError error = DBUS_ERROR_INIT;
-    const Message answer(
-        dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, &error));
+    const Message answer(dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, &error));
     dbus_error_free(&error);
     return answer != nullptr;
 }
@@ -116,13 +113,12 @@ QStringList RawClient::seenUntilSignal(const QString& member) {
                 seen << QStringLiteral("return");
                 break;
             case DBUS_MESSAGE_TYPE_ERROR:
-                seen << QStringLiteral("error ") +
-                            QString::fromUtf8(dbus_message_get_error_name(message.get()));
+                seen << QStringLiteral("error ") + QString::fromUtf8(dbus_message_get_error_name(message.get()));
                 break;
             default:
                 seen << QStringLiteral("signal ") + name;
-                if (name == member && vel::bus::commonInterface() ==
-                                          QString::fromUtf8(dbus_message_get_interface(message.get())))
+                if (name == member &&
+                    vel::bus::commonInterface() == QString::fromUtf8(dbus_message_get_interface(message.get())))
                     return seen;
             }
         }
@@ -130,8 +126,7 @@ QStringList RawClient::seenUntilSignal(const QString& member) {
     return seen;
 }
 
-void appendEvent(DBusMessageIter& iterator, const QByteArray& name, int count, int arguments, int types,
-                 int wrapping) {
+void appendEvent(DBusMessageIter& iterator, const QByteArray& name, int count, int arguments, int types, int wrapping) {
     DBusMessageIter structure;
     dbus_message_iter_open_container(&iterator, DBUS_TYPE_STRUCT, nullptr, &structure);
     appendText(structure, name);

@@ -1,5 +1,5 @@
-// A bus client made of libdbus alone: it sends what Qt would never send, and can watch everything that the
-// bus carries.
+// A bus client made of libdbus alone: it sends what Qt would never send, and can watch everything that the bus
+// carries.
 #pragma once
 
 #include <QByteArray>
@@ -29,8 +29,8 @@ public:
     /// From now on this client only watches: every message on the bus. False when the bus refuses.
     [[nodiscard]] bool becomeMonitor();
 
-    /// What a monitor has seen so far, one text a message: "signal MEMBER", "call MEMBER", "return" or "error
-    /// NAME". Reads until a signal called `member` of the common interface has passed, which ends the list.
+    /// What a monitor has seen so far, one text a message: "signal MEMBER", "call MEMBER", "return" or "error NAME".
+    /// Reads until a signal called `member` of the common interface has passed, which ends the list.
     QStringList seenUntilSignal(const QString& member);
 
 private:
@@ -40,8 +40,8 @@ private:
     std::unique_ptr<DBusConnection, Close> m_connection;
 };
 
-/// Appends an event's structure: `count` is what its count field says, `arguments` how many arguments follow,
-/// `types` how many type names; every argument is an int wrapped in `wrapping` further variants.
+/// Appends an event's structure: `count` is what its count field says, `arguments` how many arguments follow, `types`
+/// how many type names; every argument is an int wrapped in `wrapping` further variants.
 void appendEvent(DBusMessageIter& iterator, const QByteArray& name, int count, int arguments, int types,
                  int wrapping = 0);
 

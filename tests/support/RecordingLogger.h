@@ -1,8 +1,8 @@
 // The platform's logging interface for tests: it records the lines and leaves the filtering to the callers.
 //
-// Linked in the place of the logging library. A line is recorded even where the level forbids it, so that a
-// test sees a line whose writer forgot to ask. With VEL_TEST_LOG set, each line also goes to stdout as "LOG
-// SEVERITY: TEXT", for a parent process to read.
+// Linked in the place of the logging library. A line is recorded even where the level forbids it, so that a test sees
+// a line whose writer forgot to ask. With VEL_TEST_LOG set, each line also goes to stdout as "LOG SEVERITY: TEXT",
+// for a parent process to read.
 #pragma once
 
 #include <QString>

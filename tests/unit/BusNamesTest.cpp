@@ -24,8 +24,7 @@ void BusNamesTest::namesFollowFromTheModulesName_data() {
     const QString prefix = commonInterface().section(QLatin1Char('.'), 0, 2);
     for (const char* name : {"Tuner", "tuner", "", "%1", "a.b"})
         QTest::newRow(name) << QString::fromLatin1(name)
-                            << QString(prefix + QLatin1Char('.') + QLatin1String(name) +
-                                       QStringLiteral("Service"))
+                            << QString(prefix + QLatin1Char('.') + QLatin1String(name) + QStringLiteral("Service"))
                             << QString(QLatin1Char('/') + QLatin1String(name));
 }
 
@@ -84,8 +83,8 @@ void BusNamesTest::validatorsFollowTheBus() {
     QTEST(isValidMemberName(name), "member");
     // libdbus reads up to a zero; what follows it must not be overlooked.
     const QString zeroInside = name + QChar(0) + QStringLiteral("...");
-    QVERIFY(!isValidServiceName(zeroInside) && !isValidObjectPath(zeroInside) &&
-            !isValidInterfaceName(zeroInside) && !isValidMemberName(zeroInside));
+    QVERIFY(!isValidServiceName(zeroInside) && !isValidObjectPath(zeroInside) && !isValidInterfaceName(zeroInside) &&
+            !isValidMemberName(zeroInside));
 }
 
 QTEST_GUILESS_MAIN(BusNamesTest)

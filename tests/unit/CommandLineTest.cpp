@@ -41,8 +41,7 @@ void CommandLineTest::argumentsBecomeOptions_data() {
     row("nothing but dashes", {"--", "-"}, {{"", ""}});
     row("nothing before the =", {"--=x"}, {{"", "x"}});
     row("case counts", {"--modulename=x"}, {{"modulename", "x"}});
-    row("text beyond ASCII", {QStringLiteral("--größe=20 €")},
-        {{QStringLiteral("größe"), QStringLiteral("20 €")}});
+    row("text beyond ASCII", {QStringLiteral("--größe=20 €")}, {{QStringLiteral("größe"), QStringLiteral("20 €")}});
 }
 
 void CommandLineTest::argumentsBecomeOptions() {
@@ -59,8 +58,7 @@ void CommandLineTest::helpIsAskedForInAnyForm_data() {
 }
 
 void CommandLineTest::helpIsAskedForInAnyForm() {
-    const Options options =
-        vel::readCommandLine({"program", "--moduleName=Tuner", QTest::currentDataTag(), "--last"});
+    const Options options = vel::readCommandLine({"program", "--moduleName=Tuner", QTest::currentDataTag(), "--last"});
     QTEST(vel::asksForHelp(options), "asks");
 }
 
@@ -69,9 +67,8 @@ void CommandLineTest::helpIsTwoLines() {
     std::streambuf* const standardOutput = std::cout.rdbuf(output.rdbuf());
     vel::printHelp();
     std::cout.rdbuf(standardOutput);
-    QCOMPARE(output.str(),
-             std::string("The module parameters are :\n"
-                         "  --moduleName=<name of the module> : References the module on DBus\n"));
+    QCOMPARE(output.str(), std::string("The module parameters are :\n"
+                                       "  --moduleName=<name of the module> : References the module on DBus\n"));
 }
 
 QTEST_GUILESS_MAIN(CommandLineTest)

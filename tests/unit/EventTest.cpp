@@ -138,16 +138,14 @@ void EventTest::indexedArgumentIsAPlainOne() {
     event.addArgument(QStringLiteral("Two"), QStringLiteral("station_1"));
     QCOMPARE(event.getArgument(QStringLiteral("station_0")), QVariant(QStringLiteral("One")));
     QCOMPARE(event.getArgument(1, station), QVariant(QStringLiteral("Two")));
-    QCOMPARE(event.getArgTypes().keys(),
-             (QStringList{QStringLiteral("station_0"), QStringLiteral("station_1")}));
+    QCOMPARE(event.getArgTypes().keys(), (QStringList{QStringLiteral("station_0"), QStringLiteral("station_1")}));
 }
 
 void EventTest::settingAllArgumentsKeepsEarlierTypeNames() {
     VelEvent event = eventWith({{volume, 7}});
     event.setArguments({{station, QStringLiteral("One")}});
     QCOMPARE(event.getArguments(), (QVariantMap{{station, QStringLiteral("One")}}));
-    QCOMPARE(event.getArgTypes(),
-             (Types{{station, QStringLiteral("QString")}, {volume, QStringLiteral("int")}}));
+    QCOMPARE(event.getArgTypes(), (Types{{station, QStringLiteral("QString")}, {volume, QStringLiteral("int")}}));
 
     event.setArguments(event.getArguments()); // its own map
     QCOMPARE(event.getArguments(), (QVariantMap{{station, QStringLiteral("One")}}));
@@ -168,8 +166,8 @@ void EventTest::equalityAsksOnlyForTheLeftOnesArguments_data() {
     QTest::newRow("none on the left") << QVariantMap() << two << true << false;
     QTest::newRow("another value") << one << only(2) << false << false;
     QTest::newRow("another name") << one << QVariantMap{{QStringLiteral("A"), 1}} << false << false;
-    QTest::newRow("last differs") << two << QVariantMap{{QStringLiteral("a"), 1}, {QStringLiteral("b"), 3}}
-                                  << false << false;
+    QTest::newRow("last differs") << two << QVariantMap{{QStringLiteral("a"), 1}, {QStringLiteral("b"), 3}} << false
+                                  << false;
     QTest::newRow("types that convert") << only(1) << only(QStringLiteral("1")) << true << true;
     QTest::newRow("invalid and absent") << only(QVariant()) << QVariantMap() << true << true;
 }

@@ -96,8 +96,7 @@ void ExceptionNetTest::whatASlotThrowsIsOneErrorLine_data() {
         "null VelException", [] { throw static_cast<VelException*>(nullptr); },
         "error: VelException catch in VelApplication: ");
     row(
-        "std exception", [] { throw std::runtime_error("x"); },
-        "error: std exception catch in VelApplication: x");
+        "std exception", [] { throw std::runtime_error("x"); }, "error: std exception catch in VelApplication: x");
     row(
         "std exception beyond ASCII", [] { throw std::runtime_error("größer"); },
         "error: std exception catch in VelApplication: größer");
@@ -111,8 +110,7 @@ void ExceptionNetTest::whatASlotThrowsIsOneErrorLine_data() {
     row(
         "text", [] { throw "text"; }, "error: Unknown exception catch in VelApplication: char const*");
     row(
-        "class", [] { throw radio::Jammed(); },
-        "error: Unknown exception catch in VelApplication: radio::Jammed");
+        "class", [] { throw radio::Jammed(); }, "error: Unknown exception catch in VelApplication: radio::Jammed");
     row(
         "template", [] { throw radio::Wrapped<int>(); },
         "error: Unknown exception catch in VelApplication: radio::Wrapped<int>");
@@ -147,8 +145,8 @@ void ExceptionNetTest::whatASlotThrowsIsOneErrorLine() {
 
 void ExceptionNetTest::nothingIsWrittenAtLevelTwo() {
     setRecordedLevel(2);
-    const Throw throwers[] = {[] { throw boom(); }, [] { throw std::runtime_error("x"); },
-                              [] { throw QString(); }, [] { throw 42; }};
+    const Throw throwers[] = {[] { throw boom(); }, [] { throw std::runtime_error("x"); }, [] { throw QString(); },
+                              [] { throw 42; }};
     for (const Throw thrower : throwers) {
         Receiver receiver(thrower);
         QVERIFY(!deliverTo(receiver));
@@ -185,9 +183,8 @@ void ExceptionNetTest::innerDeliveryIsCaughtByItself() {
     });
     QVERIFY(!deliverTo(outer));
     QVERIFY(outerWentOn);
-    QCOMPARE(recordedLines(),
-             (QStringList{QStringLiteral("error: QString exception catch in VelApplication: inner"),
-                          QStringLiteral("error: QString exception catch in VelApplication: outer")}));
+    QCOMPARE(recordedLines(), (QStringList{QStringLiteral("error: QString exception catch in VelApplication: inner"),
+                                           QStringLiteral("error: QString exception catch in VelApplication: outer")}));
 }
 
 void ExceptionNetTest::cancelledThreadEndsWithoutAborting() {

@@ -18,17 +18,15 @@ private Q_SLOTS:
 
 void ExitCodesTest::exitStatusHasItsText_data() {
     QTest::addColumn<int>("status");
-    for (const char* text :
-         {"0 UNKNOWN_ERROR [0]", "1 NORMAL_EXIT [1]", "2 DEPLOY_ERROR [2]", "3 INIT_ERROR [3]",
-          "4 RUN_ERROR [4]", "5 STOP_ERROR [5]", "6 KILLED [6]", "7 ALREADY_RUNNING [7]", "8 [8]",
-          "126 [126]", "127 LIBS_ERROR [127]", "128 [128]", "-1 [-1]", "-2147483648 [-2147483648]"})
+    for (const char* text : {"0 UNKNOWN_ERROR [0]", "1 NORMAL_EXIT [1]", "2 DEPLOY_ERROR [2]", "3 INIT_ERROR [3]",
+                             "4 RUN_ERROR [4]", "5 STOP_ERROR [5]", "6 KILLED [6]", "7 ALREADY_RUNNING [7]", "8 [8]",
+                             "126 [126]", "127 LIBS_ERROR [127]", "128 [128]", "-1 [-1]", "-2147483648 [-2147483648]"})
         QTest::newRow(text) << QString::fromLatin1(text).section(QLatin1Char(' '), 0, 0).toInt();
 }
 
 void ExitCodesTest::exitStatusHasItsText() {
     QFETCH(int, status);
-    QCOMPARE(getExitCodeInString(status),
-             QString::fromLatin1(QTest::currentDataTag()).section(QLatin1Char(' '), 1));
+    QCOMPARE(getExitCodeInString(status), QString::fromLatin1(QTest::currentDataTag()).section(QLatin1Char(' '), 1));
 }
 
 void ExitCodesTest::processErrorHasItsText_data() {

@@ -11,9 +11,8 @@
 #include <thread>
 #include <vector>
 
-// gcc and clang tell of their sanitizers in different ways; Qt's headers define __has_feature() for gcc, as
-// false.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) ||     \
+// gcc and clang tell of their sanitizers in different ways; Qt's headers define __has_feature() for gcc, as false.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) ||               \
     __has_feature(thread_sanitizer)
 #define SANITIZER_OWNS_MALLOC
 #endif
@@ -234,8 +233,7 @@ private slots:
     }
 
     void linesNameTimeOrPriorityThenModuleProcessAndSeverity() {
-        const QString body =
-            QString("vel.clock[%1] warning: ").arg(QCoreApplication::applicationPid()) + "100 % done";
+        const QString body = QString("vel.clock[%1] warning: ").arg(QCoreApplication::applicationPid()) + "100 % done";
         qSetMessagePattern(qtDefaultPattern);
         initLoggerList("clock");
         const QString time = "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} ";
@@ -260,8 +258,7 @@ private slots:
             defaultLogger()->error(text);
             // Not the macro: clang finds fault with its expansion.
             if (allocations == before)
-                return QTest::qSkip("allocations are not counted beside a memory checker", __FILE__,
-                                    __LINE__);
+                return QTest::qSkip("allocations are not counted beside a memory checker", __FILE__, __LINE__);
         }
         const auto allocationsOfDebugLines = [&text] {
             const int before = allocations;
@@ -279,8 +276,7 @@ private slots:
     void allOperationsMayRunOnManyThreads() {
         constexpr int rounds = 500;
         constexpr int threads = 4;
-        const Collecting collecting(
-            [](QtMsgType, const QMessageLogContext&, const QString&) { ++lineCount; });
+        const Collecting collecting([](QtMsgType, const QMessageLogContext&, const QString&) { ++lineCount; });
         LoggerList* list = LoggerList::_instance;
         std::vector<std::thread> workers;
         for (int worker = 0; worker < threads; ++worker) {

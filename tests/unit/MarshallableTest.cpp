@@ -56,12 +56,8 @@ private Q_SLOTS:
 void MarshallableTest::onlyWhatHasADBusFormMayTravel_data() {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<bool>("expected");
-    const auto travels = [](const char* title, const QVariant& value) {
-        QTest::newRow(title) << value << true;
-    };
-    const auto stays = [](const char* title, const QVariant& value) {
-        QTest::newRow(title) << value << false;
-    };
+    const auto travels = [](const char* title, const QVariant& value) { QTest::newRow(title) << value << true; };
+    const auto stays = [](const char* title, const QVariant& value) { QTest::newRow(title) << value << false; };
 
     travels("int", 1);
     travels("null text", QString());

@@ -1,5 +1,5 @@
-// The state-machine stand-in: order of entries and transitions, exceptions in entry actions, and every order
-// of deaths.
+// The state-machine stand-in: order of entries and transitions, exceptions in entry actions, and every order of
+// deaths.
 #include "platform/QtStateMachine.h"
 
 #include <QAbstractEventDispatcher>
@@ -69,8 +69,8 @@ public slots:
 
 namespace {
 
-// A machine of a composite state ("outer" with "inner" and "other"), a state and a final one:
-// outer/inner --go--> second --go--> final, second --back--> outer.
+// A machine of a composite state ("outer" with "inner" and "other"), a state and a final one: outer/inner --go-->
+// second --go--> final, second --back--> outer.
 struct Scene {
     std::unique_ptr<Actor> actor = std::make_unique<Actor>();
     std::unique_ptr<QtStateMachine> machine = std::make_unique<QtStateMachine>();
@@ -237,8 +237,7 @@ private slots:
         Scene scene;
         const auto demolish = [&] {
             if (removedFirst) {
-                for (automatonZeta::QtAbstractState* state :
-                     std::initializer_list<automatonZeta::QtAbstractState*>{
+                for (automatonZeta::QtAbstractState* state : std::initializer_list<automatonZeta::QtAbstractState*>{
                          scene.outer.get(), scene.inner.get(), scene.other.get(), scene.second.get(),
                          scene.final.get()})
                     scene.machine->removeState(state);
