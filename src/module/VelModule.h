@@ -226,7 +226,9 @@ public Q_SLOTS:
 
     /// Connects `slotSignature` (from SLOT(), taking a VelEvent or nothing) of `receiver` to every module's events of
     /// that name, until it is unsubscribed or `receiver` is destroyed; the empty name means every event. The same
-    /// subscription made twice is one.
+    /// subscription made twice is one. It is in force when the bus has taken it, which the return does not wait for:
+    /// before anything that this module sends later, "end_of_init_NAME" for one, but what another process publishes
+    /// at the same moment may still be missed.
     ///
     /// Result:   false when receiver or slot is null or unknown, the name is no valid member name, or there is no
     ///           bus.

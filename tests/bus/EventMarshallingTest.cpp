@@ -54,6 +54,7 @@ void EventMarshallingTest::init() {
     const QString interface = vel::bus::commonInterface();
     QVERIFY(m_peer.connect(QString(), QString(), interface, topic, m_reader.get(), SLOT(take(QDBusMessage))));
     QVERIFY(m_peer.connect(QString(), QString(), interface, topic, m_listener.get(), SLOT(heard(VelEvent))));
+    bustest::waitForBus(m_peer);
 }
 
 void EventMarshallingTest::everyFieldIsWhereAPeerExpectsIt_data() {

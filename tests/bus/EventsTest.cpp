@@ -46,6 +46,7 @@ void EventsTest::everySubscriberHearsEveryPublisher() {
     QVERIFY(m_module.subscribeEvent(topic, m_listener.get(), heardSlot));
     QVERIFY(m_module.subscribeEvent(VelEvent(topic, {}, QString()), &second, SLOT(called())));
     QVERIFY(m_other.connect(QString(), QString(), m_module.getDbusInterfaceName(), topic, &elsewhere, heardSlot));
+    bustest::waitForBus(m_other);
     VelEvent event(topic, {{QStringLiteral("station"), QStringLiteral("Radio 7")}}, QStringLiteral("context"));
     QVERIFY(m_module.notifyEvent(event));
     QVERIFY(publishFromOutside(topic));

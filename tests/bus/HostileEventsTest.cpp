@@ -54,6 +54,7 @@ void HostileEventsTest::initTestCase() {
 void HostileEventsTest::init() {
     m_listener = std::make_unique<EventListener>();
     QVERIFY(m_module.subscribeEvent(topic, m_listener.get(), SLOT(heard(VelEvent))));
+    bustest::waitForBus(QDBusConnection::sessionBus());
 }
 
 void HostileEventsTest::nextGoodEventArrives() {

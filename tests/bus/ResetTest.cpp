@@ -78,6 +78,7 @@ void ResetTest::listenTo(const QString& event) {
     m_answers = std::make_unique<EventListener>();
     QVERIFY(m_peer.connect(QString(), QString(), vel::bus::commonInterface(), event, m_answers.get(),
                            SLOT(heard(VelEvent))));
+    bustest::waitForBus(m_peer);
 }
 
 void ResetTest::modulesAnswerWithTheirNames_data() {

@@ -88,6 +88,7 @@ void SaveRestoreTest::init() {
     m_answers = std::make_unique<EventListener>();
     QVERIFY(
         m_supervisor.subscribeEvent(QStringLiteral("stop_save_restore_OK"), m_answers.get(), SLOT(heard(VelEvent))));
+    bustest::waitForBus(QDBusConnection::sessionBus());
     m_child = std::make_unique<ChildProcess>();
     m_child->setVariable(QStringLiteral("VEL_TEST_LOG"), QStringLiteral("1"));
     m_child->setVariable(QStringLiteral("VEL_LOG_LEVEL"), QStringLiteral("7"));

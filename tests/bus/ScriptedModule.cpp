@@ -42,7 +42,13 @@ public:
     bool check() override { return act(QStringLiteral("check")); }
     bool deploy() override { return act(QStringLiteral("deploy")); }
     bool init() override { return act(QStringLiteral("init")); }
-    bool run() override { return act(QStringLiteral("run")); }
+    bool run() override {
+        // Whoever reads "hook run" may publish at once: the bus has taken this module's subscriptions by then.
+        m_connection.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
+                                                         QStringLiteral("org.freedesktop.DBus"),
+                                                         QStringLiteral("GetId")));
+        return act(QStringLiteral("run"));
+    }
     void presentation_loaded() override { act(QStringLiteral("presentation_loaded")); }
     void presentation_stop() override { act(QStringLiteral("presentation_stop")); }
     bool stop() override { return act(QStringLiteral("stop")); }

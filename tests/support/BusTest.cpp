@@ -66,6 +66,7 @@ QDBusConnection connectAs(const QString& name) {
 bool publish(const QDBusConnection& connection, const QString& moduleName, const QString& event,
              const QVariantMap& arguments) {
     registerCoreDBusTypes();
+    waitForBus(QDBusConnection::sessionBus());
     QDBusMessage signal =
         QDBusMessage::createSignal(vel::bus::objectPath(moduleName), vel::bus::commonInterface(), event);
     signal << QVariant::fromValue(VelEvent(event, arguments, QString()));
@@ -80,13 +81,14 @@ QDBusMessage call(const QDBusConnection& connection, const QString& moduleName, 
     return connection.call(question);
 }
 
+void waitForBus(const QDBusConnection& connection) {
+    connection.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
+                                                   QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
+}
+
 void settle(const QDBusConnection& connection) {
-    const auto roundTrip = [](const QDBusConnection& over) {
-        over.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
-                                                 QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
-    };
-    roundTrip(connection);
-    roundTrip(QDBusConnection::sessionBus()); // its answer comes after whatever was routed here before
+    waitForBus(connection);
+    waitForBus(QDBusConnection::sessionBus()); // its answer comes after whatever was routed here before
     QCoreApplication::processEvents();
 }
 

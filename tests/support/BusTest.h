@@ -21,7 +21,12 @@ PrivateBus& bus();
 /// A connection of its own to the bus, as another process would have: its name is made from `name`.
 QDBusConnection connectAs(const QString& name);
 
-/// Publishes an event on `connection` as the module called `moduleName` would. Returns whether it was sent.
+/// Waits until the bus has taken everything that was sent on `connection`. A subscription is in force only then: what
+/// another connection publishes earlier may pass it.
+void waitForBus(const QDBusConnection& connection);
+
+/// Publishes an event on `connection` as the module called `moduleName` would, after what was subscribed on the session
+/// bus is in force. Returns whether it was sent.
 [[nodiscard]] bool publish(const QDBusConnection& connection, const QString& moduleName, const QString& event,
                            const QVariantMap& arguments = QVariantMap());
 
