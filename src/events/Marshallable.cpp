@@ -14,8 +14,8 @@
 
 namespace {
 
-// libdbus refuses a message nested deeper than this (arrays, structures, dictionary entries and variants together),
-// and the bus daemon ends the connection of whoever sends one.
+// libdbus refuses a message nested deeper than this (arrays, structures, dictionary entries and variants together), and
+// the bus daemon ends the connection of whoever sends one.
 constexpr int deepestNesting = 64;
 
 // What each container adds on the way to a value in it.
@@ -24,26 +24,56 @@ constexpr int listLevels = 1 + variantLevels; // a v
 constexpr int mapLevels = 2 + variantLevels;  // a {s v}
 constexpr int eventLevels = 1 + mapLevels;    // ( a {s v} )
 
-bool isMarshallableAt(const QVariant& value, int level);
+// libdbus's limit for one array (64 MiB); an event's arguments are one. It aborts on an array of bytes above it.
+constexpr qint64 largestSize = 64 * 1024 * 1024;
 
-template <typename Container>
-bool allMarshallable(const Container& values, int level) {
-    return std::all_of(values.cbegin(), values.cend(),
-                       [level](const QVariant& value) { return isMarshallableAt(value, level); });
-}
+// What any value may add beside its text: signature, length, padding.
+constexpr qint64 sizeOfAnyValue = 32;
 
-bool isMarshallableAt(const QVariant& value, int level) {
-    if (!value.isValid() || level > deepestNesting)
+// Walks a value and what is nested in it, and counts how large it may become.
+class Inspection {
+public:
+    bool passes(const QVariant& value, int level = 0);
+
+private:
+    bool passesInside(const QVariantList& values, int level);
+    template <typename Map>
+    bool passesInside(const Map& values, int level);
+    bool passesText(const QString& text);
+    bool passesSize(qint64 bytes) {
+        m_size += bytes;
+        return m_size <= largestSize;
+    }
+
+    qint64 m_size = 0;
+};
+
+bool Inspection::passes(const QVariant& value, int level) {
+    if (!value.isValid() || level > deepestNesting || !passesSize(sizeOfAnyValue))
         return false;
     const int type = value.userType();
-    if (type == QMetaType::QVariantList)
-        return allMarshallable(value.toList(), level + listLevels);
-    if (type == QMetaType::QVariantMap)
-        return allMarshallable(value.toMap(), level + mapLevels);
+    switch (type) {
+    case QMetaType::QString:
+        return passesText(value.toString());
+    case QMetaType::QByteArray:
+        return passesSize(value.toByteArray().size());
+    case QMetaType::QStringList: {
+        const QStringList texts = value.toStringList();
+        return std::all_of(texts.cbegin(), texts.cend(), [this](const QString& text) { return passesText(text); });
+    }
+    case QMetaType::QVariantList:
+        return passesInside(value.toList(), level + listLevels);
+    case QMetaType::QVariantMap:
+        return passesInside(value.toMap(), level + mapLevels);
+    case QMetaType::QVariantHash:
+        return passesInside(value.toHash(), level + mapLevels);
+    default:
+        break;
+    }
     if (type == qMetaTypeId<QDBusVariant>())
-        return isMarshallableAt(value.value<QDBusVariant>().variant(), level + variantLevels);
+        return passes(value.value<QDBusVariant>().variant(), level + variantLevels);
     if (type == qMetaTypeId<VelEvent>())
-        return allMarshallable(value.value<VelEvent>().getArguments(), level + eventLevels);
+        return passesInside(value.value<VelEvent>().getArguments(), level + eventLevels);
     if (type == qMetaTypeId<QDBusObjectPath>())
         return !value.value<QDBusObjectPath>().path().isEmpty();
     if (type == qMetaTypeId<QDBusSignature>())
@@ -55,8 +85,28 @@ bool isMarshallableAt(const QVariant& value, int level) {
     return QDBusMetaType::typeToSignature(type) != nullptr;
 }
 
+bool Inspection::passesInside(const QVariantList& values, int level) {
+    return std::all_of(values.cbegin(), values.cend(),
+                       [this, level](const QVariant& value) { return passes(value, level); });
+}
+
+template <typename Map>
+bool Inspection::passesInside(const Map& values, int level) {
+    for (auto entry = values.cbegin(); entry != values.cend(); ++entry) {
+        if (!passesText(entry.key()) || !passes(entry.value(), level))
+            return false;
+    }
+    return true;
+}
+
+bool Inspection::passesText(const QString& text) {
+    constexpr int longText = 1024 * 1024; // from here on it is worth the conversion to know the length in UTF-8
+    const qint64 utf8 = text.size() < longText ? 3 * qint64(text.size()) : text.toUtf8().size();
+    return passesSize(utf8 + sizeOfAnyValue);
+}
+
 } // namespace
 
 bool vel::isMarshallable(const QVariant& value) {
-    return isMarshallableAt(value, 0);
+    return Inspection().passes(value);
 }

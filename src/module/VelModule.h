@@ -52,6 +52,9 @@ public:
     explicit VelModule(const QString& name);
 
     /// Marks the module dead, drops the proxies, leaves the bus and takes the state machine apart.
+    ///
+    /// Do not:   use QDBusConnection::sessionBus() in this process afterwards, or make another module: Qt keeps handing
+    ///           out the connection that is closed here.
     ~VelModule() override;
 
     /// The command line's `key=value` options, dashes removed from the key, "moduleName" included. An option without

@@ -170,6 +170,8 @@ void HostileEventsTest::unpublishableArgumentIsRefused_data() {
     QTest::newRow("invalid in an event") << QVariant::fromValue(
         VelEvent(QStringLiteral("inner"), {{QStringLiteral("a"), QVariant()}}, QString()));
     QTest::newRow("invalid object path") << QVariant::fromValue(QDBusObjectPath());
+    QTest::newRow("invalid in a hash") << QVariant(QVariantHash{{QStringLiteral("a"), QVariant()}});
+    QTest::newRow("more bytes than an array may hold") << QVariant(QByteArray(70 * 1024 * 1024, 'a'));
     QVariant deep(1);
     for (int level = 0; level < 100; ++level)
         deep = QVariantMap{{QStringLiteral("a"), deep}};

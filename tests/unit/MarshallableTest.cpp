@@ -83,10 +83,19 @@ void MarshallableTest::onlyWhatHasADBusFormMayTravel_data() {
         stays(type, misfit);
         stays("in a map: " + type, inMap(misfit));
         stays("in a list: " + type, inList(misfit));
+        stays("in a hash: " + type, QVariantHash{{QStringLiteral("value"), misfit}});
         stays("in a variant: " + type, inVariant(misfit));
         stays("in an event: " + type, inEvent(misfit));
         stays("deep inside: " + type, inEvent(inMap(inList(inVariant(misfit)))));
     }
+
+    // 64 MiB in all.
+    constexpr int mebibyte = 1024 * 1024;
+    travels("60 MiB of bytes", inMap(QByteArray(60 * mebibyte, 'a')));
+    stays("64 MiB of bytes", inMap(QByteArray(64 * mebibyte, 'a')));
+    travels("60 MiB of text", inMap(QString(60 * mebibyte, QLatin1Char('a'))));
+    stays("64 MiB in three texts", inList(QStringList{QString(30 * mebibyte, QLatin1Char('a')), QString(),
+                                                      QString(17 * mebibyte, QChar(0xe4))}));
 
     // 64 levels in all: a list of variants is two, a map of variants three, an event four.
     travels("32 lists", nested(inList, 32));
