@@ -39,7 +39,6 @@ private Q_SLOTS:
     void containersComeBackToBeRead_data();
     void containersComeBackToBeRead();
     void typeNamesArriveAsTheyWereSent();
-    void registrationMayBeRepeated();
 
 private:
     VelModule m_module{QStringLiteral("Display")};
@@ -183,13 +182,6 @@ void EventMarshallingTest::typeNamesArriveAsTheyWereSent() {
     QVERIFY(m_listener->waitForEvents(1));
     QCOMPARE(m_listener->events().front().getArgTypes(), sent.getArgTypes());
     QCOMPARE(m_listener->events().front().getArguments(), sent.getArguments());
-}
-
-void EventMarshallingTest::registrationMayBeRepeated() {
-    const int type = registerCoreDBusTypes();
-    QCOMPARE(registerCoreDBusTypes(), type);
-    QCOMPARE(type, QMetaType::type("VelEvent"));
-    QCOMPARE(QDBusMetaType::typeToSignature(type), eventSignature.toLatin1().constData());
 }
 
 VEL_BUS_TEST_MAIN(EventMarshallingTest)

@@ -35,7 +35,6 @@ private Q_SLOTS:
     void namedModuleTracesItsAllocations();
     void onlyTheExactNameIsMeant_data();
     void onlyTheExactNameIsMeant();
-    void repeatedAndUnmatchedSwitchesAreHarmless();
 
 private:
     void start(ChildProcess& child);
@@ -128,21 +127,6 @@ void MemoryTracingTest::onlyTheExactNameIsMeant() {
     QVERIFY(child.waitForLine(QStringLiteral("LOG"), before));
     QCOMPARE(child.lines().at(before), QStringLiteral("LOG debug: Deactivate mtrace"));
     QVERIFY(!QFile::exists(m_trace));
-}
-
-void MemoryTracingTest::repeatedAndUnmatchedSwitchesAreHarmless() {
-    // As people start their modules: without the preload the switches only log.
-    ChildProcess child;
-    start(child);
-    const int before = child.lines().size();
-    for (const QString& event : {tracingOff, tracingOn, tracingOn, tracingOff, tracingOff})
-        QVERIFY(m_module.notifyEvent(event, {{moduleKey, scripted}}));
-    QVERIFY(isAnswering());
-    QVERIFY(m_module.notifyEvent(QStringLiteral("stop_module_Scripted")));
-    QCOMPARE(child.waitForStatus(), 1);
-    const QString on = QStringLiteral("LOG debug: Activate mtrace");
-    const QString off = QStringLiteral("LOG debug: Deactivate mtrace");
-    QCOMPARE(child.lines().mid(before, 5), (QStringList{off, on, on, off, off}));
 }
 
 VEL_BUS_TEST_MAIN(MemoryTracingTest)

@@ -126,8 +126,6 @@ private Q_SLOTS:
     void init() { m_peerName = QStringLiteral("Peer%1").arg(++m_peers); } // what was described once stays cached
     void descriptorFollowsFromTheDescription_data();
     void descriptorFollowsFromTheDescription();
-    void onlyTheMethodElementsPartsCount_data();
-    void onlyTheMethodElementsPartsCount();
     void knownMethodIsAnsweredWithoutTheBus();
     void unknownMethodIsAskedForAgain();
     void changedDescriptionIsReportedAndNotBelieved();
@@ -189,56 +187,6 @@ void ReturnTypeTest::descriptorFollowsFromTheDescription() {
     const Peer peer(m_peerName, described(methodReturning(station, signature, annotation)));
     QTEST(getReturnType(m_peerName, station, signature), "expected");
     QTEST(getReturnType(m_peerName, station, signature), "expected"); // from the cache
-}
-
-void ReturnTypeTest::onlyTheMethodElementsPartsCount_data() {
-    QTest::addColumn<QString>("description");
-    QTest::addColumn<QString>("expected");
-    const auto row = [](const char* title, const QString& description, const char* expected) {
-        QTest::newRow(title) << description << QString::fromLatin1(expected);
-    };
-    const QString right = methodReturning(station, text);
-    const QString other = methodReturning(station, text, QStringLiteral("Wrong"));
-    row("other interfaces beside it",
-        objectWith(interfaceWith(other, QStringLiteral("org.freedesktop.DBus.Peer")) + interfaceWith(right) +
-                   interfaceWith(other, vel::bus::commonInterface().toLower())),
-        "QString::");
-    row("in the second of two common interfaces",
-        objectWith(interfaceWith(methodReturning(QStringLiteral("other"), text)) + interfaceWith(right)), "QString::");
-    row("interface further down",
-        objectWith(QStringLiteral("<node name='child'>") + interfaceWith(other) + QStringLiteral("</node>")), "");
-    row("signals and properties of that name",
-        described(QStringLiteral("<signal name='station'><arg type='s' direction='out'/></signal>"
-                                 "<property name='station' type='s' access='read'/>")),
-        "");
-    row("another case", described(methodReturning(QStringLiteral("Station"), text)), "");
-    row("argument without a direction", described(QStringLiteral("<method name='station'><arg type='s'/></method>")),
-        "");
-    row("the last out argument counts",
-        described(QStringLiteral("<method name='station'><arg type='i' direction='out'/>"
-                                 "<arg type='s' direction='out'/></method>")),
-        "QString::");
-    row("the last annotation counts",
-        described(QStringLiteral("<method name='station'><annotation name='Out0' value='First'/>"
-                                 "<arg type='s' direction='out'/>"
-                                 "<annotation name='x.Out0' value='Last'/></method>")),
-        "Last::");
-    row("annotations of other arguments",
-        described(QStringLiteral("<method name='station'><arg type='s' direction='out'/>"
-                                 "<annotation name='x.In0' value='Wrong'/><annotation name='x.Out1' value='Wrong'/>"
-                                 "<annotation name='x.out0' value='Wrong'/>"
-                                 "<annotation name='x.Out0.y' value='Wrong'/></method>")),
-        "QString::");
-    row("comments between", described(QStringLiteral("<!-- one -->") + right + QStringLiteral("<!-- two -->")),
-        "QString::");
-    row("no interface at all", QStringLiteral("<node/>"), "");
-    row("a document of something else", QStringLiteral("<html>%1</html>").arg(interfaceWith(right)), "QString::");
-}
-
-void ReturnTypeTest::onlyTheMethodElementsPartsCount() {
-    QFETCH(QString, description);
-    const Peer peer(m_peerName, description);
-    QTEST(getReturnType(m_peerName, station, text), "expected");
 }
 
 void ReturnTypeTest::knownMethodIsAnsweredWithoutTheBus() {

@@ -3,9 +3,6 @@
 
 #include <QTest>
 
-#include <iostream>
-#include <sstream>
-
 using Options = QMap<QString, QString>;
 Q_DECLARE_METATYPE(Options)
 
@@ -15,9 +12,6 @@ class CommandLineTest : public QObject {
 private Q_SLOTS:
     void argumentsBecomeOptions_data();
     void argumentsBecomeOptions();
-    void helpIsAskedForInAnyForm_data();
-    void helpIsAskedForInAnyForm();
-    void helpIsTwoLines();
 };
 
 void CommandLineTest::argumentsBecomeOptions_data() {
@@ -47,28 +41,6 @@ void CommandLineTest::argumentsBecomeOptions_data() {
 void CommandLineTest::argumentsBecomeOptions() {
     QFETCH(QStringList, arguments);
     QTEST(vel::readCommandLine(QStringList{"--program=x"} + arguments), "expected");
-}
-
-void CommandLineTest::helpIsAskedForInAnyForm_data() {
-    QTest::addColumn<bool>("asks");
-    for (const char* argument : {"-h", "--help", "help", "--h=1", "--help=no", "h-e-l-p"})
-        QTest::newRow(argument) << true;
-    for (const char* argument : {"--Help", "-H", "-?", "helping", "--a=help"})
-        QTest::newRow(argument) << false;
-}
-
-void CommandLineTest::helpIsAskedForInAnyForm() {
-    const Options options = vel::readCommandLine({"program", "--moduleName=Tuner", QTest::currentDataTag(), "--last"});
-    QTEST(vel::asksForHelp(options), "asks");
-}
-
-void CommandLineTest::helpIsTwoLines() {
-    std::ostringstream output;
-    std::streambuf* const standardOutput = std::cout.rdbuf(output.rdbuf());
-    vel::printHelp();
-    std::cout.rdbuf(standardOutput);
-    QCOMPARE(output.str(), std::string("The module parameters are :\n"
-                                       "  --moduleName=<name of the module> : References the module on DBus\n"));
 }
 
 QTEST_GUILESS_MAIN(CommandLineTest)

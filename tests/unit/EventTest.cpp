@@ -20,28 +20,15 @@ class EventTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void emptyEventHoldsNothing();
     void copyIsEqualAndItsOwn();
-    void eventSurvivesAVariant();
     void addingAgainReplaces();
-    void typeIsRecordedOnlyWhenAskedFor();
     void askingAConstEventLeavesItUnchanged();
     void askingAnyOtherEventAddsWhatIsMissing();
-    void indexMakesAnArgumentName_data();
-    void indexMakesAnArgumentName();
     void indexedArgumentIsAPlainOne();
     void settingAllArgumentsKeepsEarlierTypeNames();
     void equalityAsksOnlyForTheLeftOnesArguments_data();
     void equalityAsksOnlyForTheLeftOnesArguments();
 };
-
-void EventTest::emptyEventHoldsNothing() {
-    const VelEvent event;
-    QVERIFY(event.getEvtName().isNull());
-    QVERIFY(event.getContext().isNull());
-    QCOMPARE(event.argumentCount(), 0);
-    QVERIFY(event.getArgTypes().isEmpty());
-}
 
 void EventTest::copyIsEqualAndItsOwn() {
     QObject parent;
@@ -70,13 +57,6 @@ void EventTest::copyIsEqualAndItsOwn() {
     QCOMPARE(original.getContext(), QStringLiteral("night"));
 }
 
-void EventTest::eventSurvivesAVariant() {
-    const QVariant variant = QVariant::fromValue(eventWith({{volume, 7}}));
-    QCOMPARE(variant.typeName(), "VelEvent");
-    QCOMPARE(variant.value<VelEvent>().getEvtName(), QStringLiteral("event"));
-    QCOMPARE(variant.value<VelEvent>().getArguments(), (QVariantMap{{volume, 7}}));
-}
-
 void EventTest::addingAgainReplaces() {
     VelEvent event;
     event.addArgument(1, volume);
@@ -87,15 +67,6 @@ void EventTest::addingAgainReplaces() {
     event.addArgument(QVariant(), QString());
     QCOMPARE(event.argumentCount(), 2); // the empty name is a name
     QVERIFY(event.getArgTypes().value(QString()).isNull());
-}
-
-void EventTest::typeIsRecordedOnlyWhenAskedFor() {
-    VelEvent event;
-    event.addArgument(1, volume, false);
-    QVERIFY(event.getArgTypes().isEmpty());
-    event.addArgument(1, volume, true);
-    event.addArgument(QStringLiteral("loud"), volume, false);
-    QCOMPARE(event.getArgTypes(), (Types{{volume, QStringLiteral("int")}}));
 }
 
 void EventTest::askingAConstEventLeavesItUnchanged() {
@@ -114,22 +85,6 @@ void EventTest::askingAnyOtherEventAddsWhatIsMissing() {
     QCOMPARE(event.getArgument(3, station), QVariant());
     QCOMPARE(event.getArguments(),
              (QVariantMap{{station, QVariant()}, {QStringLiteral("station_3"), QVariant()}, {volume, 7}}));
-}
-
-void EventTest::indexMakesAnArgumentName_data() {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<int>("index");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("first") << "line" << 0 << "line_0";
-    QTest::newRow("negative") << "line" << -3 << "line_-3";
-    QTest::newRow("no separators") << "line" << 1234567 << "line_1234567";
-    QTest::newRow("empty name") << "" << 7 << "_7";
-}
-
-void EventTest::indexMakesAnArgumentName() {
-    QFETCH(QString, name);
-    QFETCH(int, index);
-    QTEST(VelEvent::generateIndexedArgumentName(name, index), "expected");
 }
 
 void EventTest::indexedArgumentIsAPlainOne() {

@@ -20,19 +20,9 @@ namespace radio {
 
 struct Jammed {};
 
-template <typename Type>
-struct Wrapped {};
-
 } // namespace radio
 
 namespace {
-
-struct Hidden {};
-
-class DerivedException : public VelException {
-public:
-    using VelException::VelException;
-};
 
 VelException* boom() {
     return new VelException(nullptr, VelException::Timeout, QStringLiteral("boom"));
@@ -66,10 +56,7 @@ private Q_SLOTS:
     void init();
     void whatASlotThrowsIsOneErrorLine_data();
     void whatASlotThrowsIsOneErrorLine();
-    void nothingIsWrittenAtLevelTwo();
-    void notifyAnswersForTheDelivery();
     void caughtVelExceptionIsDeleted();
-    void innerDeliveryIsCaughtByItself();
     void cancelledThreadEndsWithoutAborting();
     void namesAreDemangled_data();
     void namesAreDemangled();
@@ -89,41 +76,17 @@ void ExceptionNetTest::whatASlotThrowsIsOneErrorLine_data() {
     row(
         "VelException", [] { throw boom(); }, "error: VelException catch in VelApplication: boom");
     row(
-        "class derived from it",
-        [] { throw new DerivedException(nullptr, VelException::Timeout, QStringLiteral("derived")); },
-        "error: VelException catch in VelApplication: derived");
-    row(
         "null VelException", [] { throw static_cast<VelException*>(nullptr); },
         "error: VelException catch in VelApplication: ");
     row(
         "std exception", [] { throw std::runtime_error("x"); }, "error: std exception catch in VelApplication: x");
     row(
-        "std exception beyond ASCII", [] { throw std::runtime_error("größer"); },
-        "error: std exception catch in VelApplication: größer");
-    row(
         "QString", [] { throw QStringLiteral("no station"); },
         "error: QString exception catch in VelApplication: no station");
     row(
-        "empty QString", [] { throw QString(); }, "error: QString exception catch in VelApplication: ");
-    row(
         "int", [] { throw 42; }, "error: Unknown exception catch in VelApplication: int");
     row(
-        "text", [] { throw "text"; }, "error: Unknown exception catch in VelApplication: char const*");
-    row(
         "class", [] { throw radio::Jammed(); }, "error: Unknown exception catch in VelApplication: radio::Jammed");
-    row(
-        "template", [] { throw radio::Wrapped<int>(); },
-        "error: Unknown exception catch in VelApplication: radio::Wrapped<int>");
-    row(
-        "hidden class", [] { throw Hidden(); },
-        "error: Unknown exception catch in VelApplication: (anonymous namespace)::Hidden");
-    row(
-        "pointer to a std exception",
-        [] {
-            static std::runtime_error error("x");
-            throw &error;
-        },
-        "error: Unknown exception catch in VelApplication: std::runtime_error*");
 }
 
 void ExceptionNetTest::whatASlotThrowsIsOneErrorLine() {
@@ -143,25 +106,6 @@ void ExceptionNetTest::whatASlotThrowsIsOneErrorLine() {
     QTEST(recordedLines().join(QLatin1Char('\n')), "line");
 }
 
-void ExceptionNetTest::nothingIsWrittenAtLevelTwo() {
-    setRecordedLevel(2);
-    const Throw throwers[] = {[] { throw boom(); }, [] { throw std::runtime_error("x"); }, [] { throw QString(); },
-                              [] { throw 42; }};
-    for (const Throw thrower : throwers) {
-        Receiver receiver(thrower);
-        QVERIFY(!deliverTo(receiver));
-    }
-    QCOMPARE(recordedLines(), QStringList());
-}
-
-void ExceptionNetTest::notifyAnswersForTheDelivery() {
-    Receiver good([] {});
-    Receiver bad([] { throw 42; });
-    QVERIFY(deliverTo(good));
-    QVERIFY(!deliverTo(bad));
-    QVERIFY(velGuarded([] {}));
-}
-
 void ExceptionNetTest::caughtVelExceptionIsDeleted() {
     const QPointer<VelException> exception = boom();
     Receiver receiver([&] { throw exception.data(); });
@@ -172,19 +116,6 @@ void ExceptionNetTest::caughtVelExceptionIsDeleted() {
     Receiver other([&] { throw silent.data(); });
     QVERIFY(!deliverTo(other));
     QVERIFY(!silent);
-}
-
-void ExceptionNetTest::innerDeliveryIsCaughtByItself() {
-    bool outerWentOn = false;
-    Receiver inner([] { throw QStringLiteral("inner"); });
-    Receiver outer([&] {
-        outerWentOn = !deliverTo(inner);
-        throw QStringLiteral("outer");
-    });
-    QVERIFY(!deliverTo(outer));
-    QVERIFY(outerWentOn);
-    QCOMPARE(recordedLines(), (QStringList{QStringLiteral("error: QString exception catch in VelApplication: inner"),
-                                           QStringLiteral("error: QString exception catch in VelApplication: outer")}));
 }
 
 void ExceptionNetTest::cancelledThreadEndsWithoutAborting() {
