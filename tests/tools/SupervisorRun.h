@@ -1,0 +1,91 @@
+// One run of the supervisor: a configuration in a folder of its own, on a bus of its own.
+#pragma once
+
+#include "support/PrivateBus.h"
+
+#include <QDBusConnection>
+#include <QDBusPendingCall>
+#include <QDBusReply>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <sys/types.h>
+
+class SupervisorRun {
+public:
+    SupervisorRun();
+
+    /// Kills the supervisor if it still runs, and lets every gate go.
+    ~SupervisorRun();
+
+    /// Adds a module of the test's own program; `values` are further keys of its configuration.
+    void addModule(const QString& name, const QStringList& arguments = {}, const QJsonObject& values = {});
+
+    /// The same with a data folder, which is made.
+    void addKeeper(const QString& name, const QStringList& arguments = {});
+
+    /// A key of the configuration itself.
+    void set(const QString& key, const QJsonValue& value) { m_root[key] = value; }
+
+    /// Sets the command of a save or a restore to this text for the shell.
+    void setCommand(const QString& key, const QString& shellText, double limitSeconds = 600);
+
+    /// Writes the configuration and starts the supervisor on it.
+    [[nodiscard]] bool start();
+
+    /// The supervisor's process: its lines are its own and its modules'.
+    ChildProcess& process() { return m_process; }
+
+    [[nodiscard]] bool waitForLine(const QString& text) { return m_process.waitForLine(text); }
+    [[nodiscard]] bool waitUntilUp(const QStringList& modules);
+
+    /// Whether there is a line with that text, and where the first one stands.
+    bool hasLine(const QString& text) const { return indexOfLine(text) >= 0; }
+    int indexOfLine(const QString& text) const;
+
+    /// The path of a file in the configuration's folder.
+    QString path(const QString& name) const { return m_folder.filePath(name); }
+
+    /// Makes a pipe that a module waits at, and the option that tells it so.
+    QString gate(const QString& name);
+
+    /// Lets through whoever waits there, or comes.
+    void openGate(const QString& name);
+
+    PrivateBus& bus() { return m_bus; }
+    const QDBusConnection& connection() const { return m_connection; }
+
+    /// Calls a method of a module; the answer is waited for by whoever asks for it.
+    QDBusPendingCall call(const QString& module, const QString& method, const QVariantList& arguments = {}) const;
+
+    /// The answer of the supervisor: its text, or that of its error.
+    QString answer(const QString& method, const QString& argument) const;
+    static QString textOf(QDBusPendingCall call);
+
+    [[nodiscard]] bool publish(const QString& event) const;
+
+    /// The process that has the module's name on the bus; 0 when nobody has.
+    pid_t processOf(const QString& module) const;
+
+    /// Whether the module handles calls.
+    bool isServing(const QString& module) const;
+
+private:
+    PrivateBus m_bus;
+    QDBusConnection m_connection;
+    QTemporaryDir m_folder;
+    QJsonObject m_root;
+    QList<int> m_gates;
+    ChildProcess m_process;
+};
+
+/// The state letter of a process; 0 when there is none.
+char processState(pid_t process);
+
+/// Waits until the process is in one of these states; 0 stands for its end.
+[[nodiscard]] bool waitForState(pid_t process, const QByteArray& states);
+
+/// The children of a process.
+QList<pid_t> childrenOf(pid_t process);
+
+QString nameOf(pid_t process);

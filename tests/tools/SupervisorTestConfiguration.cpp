@@ -1,0 +1,235 @@
+// Every mistake in a configuration is named by file, line and key before anything is started.
+#include "support/ChildProcess.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+const int goodStatus = 0;
+const int badStatus = 3;
+
+// What a row needs around the module keys it is about, each on a line of its own; the keys begin in line 3.
+QByteArray withModule(const QByteArray& keys) {
+    return "{\n\"modules\": [{\n" + keys + "\n}]}\n";
+}
+
+QByteArray withGoodModule(const QByteArray& keys) {
+    return withModule("\"name\": \"A\", \"command\": \"sh\",\n" + keys); // the keys begin in line 4
+}
+
+QByteArray withModules(const QByteArray& first, const QByteArray& second, const QByteArray& third = QByteArray()) {
+    QByteArray text = "{ \"modules\": [\n";
+    text += "{\"command\": \"sh\", " + first + "},\n{\"command\": \"sh\", " + second + "}";
+    if (!third.isEmpty())
+        text += ",\n{\"command\": \"sh\", " + third + "}";
+    return text + "\n]}\n";
+}
+
+} // namespace
+
+class SupervisorTestConfiguration : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void mistakeIsNamedByLineAndKey_data();
+    void mistakeIsNamedByLineAndKey();
+    void allMistakesAreNamedFromTheFirstLineToTheLast();
+    void goodConfigurationHasNoMistake();
+    void commandLineMistakeIsRefused_data();
+    void commandLineMistakeIsRefused();
+    void withoutABusNothingIsStarted();
+
+private:
+    int check(const QByteArray& text, QStringList& lines);
+
+    QTemporaryDir m_folder;
+};
+
+int SupervisorTestConfiguration::check(const QByteArray& text, QStringList& lines) {
+    QFile file(m_folder.filePath("c.json"));
+    if (!file.open(QIODevice::WriteOnly))
+        return -3;
+    file.write(text);
+    file.close();
+    ChildProcess process;
+    process.setWorkingDirectory(m_folder.path());
+    if (!process.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", {"--check", "c.json"}))
+        return -4;
+    const int status = process.waitForStatus();
+    lines = process.lines();
+    return status;
+}
+
+void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QString>("mistake");
+    const auto row = [](const char* name, const QByteArray& text, const QString& mistake) {
+        QTest::newRow(name) << text << "c.json:" + mistake;
+    };
+    row("no JSON", "{\n\n\"modules\": [}", "3: object is missing after a comma");
+    row("no object", "[]", "1: must be an object");
+    row("no modules", "{}", "1: the key 'modules' is missing");
+    row("modules of another type", "{\n\"modules\": 5}", "2: modules: must be an array of at least one module");
+    row("no module", "{\n\"modules\": []}", "2: modules: must be an array of at least one module");
+    row("module of another type", "{\"modules\": [\n5]}", "2: modules[0]: must be an object");
+    row("unknown key", withGoodModule("\"neme\": 1"),
+        "4: modules[0].neme: unknown key; known are name, command, arguments, environment, waitsFor, startLimit, "
+        "stopLimit, restart, dataFolder");
+    row("key twice", withGoodModule("\"startLimit\": 1,\n\"startLimit\": 2"),
+        "5: modules[0].startLimit: is given twice");
+    row("escaped key twice", withGoodModule("\"startLimit\": 1,\n\"st\\u0061rtLimit\": 2"),
+        "5: modules[0].startLimit: is given twice");
+
+    row("name missing", withModule("\"command\": \"sh\""), "2: modules[0]: the key 'name' is missing");
+    row("name of another type", withModule("\"command\": \"sh\",\n\"name\": 5"), "4: modules[0].name: must be a text");
+    row("empty name", withModule("\"name\": \"\", \"command\": \"sh\""), "3: modules[0].name: must not be empty");
+    for (const char* name : {"A-B", "a.b", "9x", "é"})
+        row(name, withModule(QByteArray("\"command\": \"sh\", \"name\": \"") + name + '"'),
+            QString("3: modules[0].name: no module can be called '%1': only letters, digits and underscores, not "
+                    "beginning with a digit, make a name on the bus")
+                .arg(QString::fromUtf8(name)));
+    row("long name", withModule("\"command\": \"sh\", \"name\": \"" + QByteArray(250, 'a') + '"'),
+        "3: modules[0].name: is too long for a name on the bus");
+    row("supervisor's name", withModule("\"command\": \"sh\", \"name\": \"ApplicationManager\""),
+        "3: modules[0].name: is the name of the supervisor itself");
+    row("name twice", withModules("\"name\": \"A\"", "\"name\": \"A\""),
+        "3: modules[1].name: 'A' is the name of modules[0], too");
+
+    row("command missing", withModule("\"name\": \"A\""), "2: modules[0]: the key 'command' is missing");
+    row("no such program", withModule("\"name\": \"A\",\n\"command\": \"no-such-program\""),
+        "4: modules[0].command: there is no program 'no-such-program'");
+    row("program is a folder", withModule("\"name\": \"A\",\n\"command\": \"./\""),
+        "4: modules[0].command: there is no program './'");
+    row("arguments of another type", withGoodModule("\"arguments\": \"-x\""),
+        "4: modules[0].arguments: must be an array of texts");
+    row("argument of another type", withGoodModule("\"arguments\": [\"-x\",\n7]"),
+        "5: modules[0].arguments[1]: must be a text");
+    row("name among the arguments", withGoodModule("\"arguments\": [\"--moduleName=B\"]"),
+        "4: modules[0].arguments[0]: the supervisor itself tells each module its name");
+    row("environment of another type", withGoodModule("\"environment\": []"),
+        "4: modules[0].environment: must be an object of texts");
+    row("variable of another type", withGoodModule("\"environment\": {\n\"X\": 6}"),
+        "5: modules[0].environment.X: must be a text");
+    row("variable's name", withGoodModule("\"environment\": {\"X=Y\": \"\"}"),
+        "4: modules[0].environment.X=Y: is no name that a variable can have");
+    for (const char* limit : {"0", "-1", "100000", "\"5\"", "null"})
+        row(limit, withGoodModule(QByteArray("\"stopLimit\": ") + limit),
+            "4: modules[0].stopLimit: must be a number of seconds between 0.001 and 86400");
+
+    row("restart of another type", withGoodModule("\"restart\": true"), "4: modules[0].restart: must be an object");
+    row("restart causes of another type", withGoodModule("\"restart\": {\"on\": 4}"),
+        "4: modules[0].restart.on: must be an array");
+    for (const char* cause : {"256", "-1", "1.5", "\"RUN\"", "\"[42]\"", "true"})
+        row(cause, withGoodModule(QByteArray("\"restart\": {\"on\": [\"signal\",\n") + cause + "]}"),
+            "5: modules[0].restart.on[1]: must be an exit status, as a number from 0 to 255 or by name, or \"signal\", "
+            "\"slowStart\" or \"failedStart\"");
+    row("attempts with decimals", withGoodModule("\"restart\": {\"attempts\": 1.5}"),
+        "4: modules[0].restart.attempts: must be a whole number between 0 and 1000");
+    row("delays the wrong way round", withGoodModule("\"restart\": {\"delay\": 5, \"longestDelay\": 2}"),
+        "4: modules[0].restart: 'longestDelay' is shorter than 'delay'");
+
+    row("waiting for a stranger", withGoodModule("\"waitsFor\": [\"B\"]"),
+        "4: modules[0].waitsFor[0]: there is no module 'B'");
+    row("waiting twice", withModules("\"name\": \"A\"", "\"name\": \"B\", \"waitsFor\": [\"A\",\n\"A\"]"),
+        "4: modules[1].waitsFor[1]: 'A' is named twice");
+    row("waiting for itself", withGoodModule("\"waitsFor\": [\"A\"]"),
+        "4: modules[0].waitsFor: nobody could start first: A waits for A");
+    row("cycle",
+        withModules("\"name\": \"A\", \"waitsFor\": [\"B\"]", "\"name\": \"B\", \"waitsFor\": [\"C\"]",
+                    "\"name\": \"C\", \"waitsFor\": [\"B\"]"),
+        "3: modules[1].waitsFor: nobody could start first: B waits for C waits for B");
+
+    row("no such folder", withGoodModule("\"dataFolder\": \"no/such\""),
+        "4: modules[0].dataFolder: there is no folder '" + QDir::currentPath() + "/no/such'");
+    row("folder of another",
+        withModules("\"name\": \"A\", \"dataFolder\": \"data\"", "\"name\": \"B\", \"dataFolder\": \"data/x\""),
+        "3: modules[1].dataFolder: '%1/data/x' belongs to modules[0]");
+    row("folder around another's",
+        withModules("\"name\": \"A\", \"dataFolder\": \"data/x\"", "\"name\": \"B\", \"dataFolder\": \"./data\""),
+        "3: modules[1].dataFolder: '%1/data' has the folder of modules[0] in it");
+    row("save without command", "{\"modules\": [{\"name\": \"A\", \"command\": \"sh\"}],\n\"save\": {}}",
+        "2: save: the key 'command' is missing");
+    row("answer limit", "{\"modules\": [{\"name\": \"A\", \"command\": \"sh\"}],\n\"answerLimit\": true}",
+        "2: answerLimit: must be a number of seconds between 0.001 and 86400");
+}
+
+void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey() {
+    QFETCH(QByteArray, text);
+    QFETCH(QString, mistake);
+    QDir(m_folder.path()).mkpath("data/x");
+    QStringList lines;
+    QCOMPARE(check(text, lines), badStatus);
+    // Folders are named in full.
+    QCOMPARE(lines, QStringList{mistake.replace("%1", m_folder.path()).replace(QDir::currentPath(), m_folder.path())});
+}
+
+void SupervisorTestConfiguration::allMistakesAreNamedFromTheFirstLineToTheLast() {
+    QStringList lines;
+    QCOMPARE(check("{ \"x\": 1,\n\"modules\": [{ \"name\": 1,\n\"command\": 2,\n\"waitsFor\": [\"Z\"] }],\n\"y\": 1 }",
+                   lines),
+             badStatus);
+    const QString known = ": unknown key; known are modules, save, restore, answerLimit";
+    QCOMPARE(lines, (QStringList{"c.json:1: x" + known, "c.json:2: modules[0].name: must be a text",
+                                 "c.json:3: modules[0].command: must be a text",
+                                 "c.json:4: modules[0].waitsFor[0]: there is no module 'Z'", "c.json:5: y" + known}));
+}
+
+void SupervisorTestConfiguration::goodConfigurationHasNoMistake() {
+    QDir(m_folder.path()).mkpath("data");
+    QStringList lines;
+    const int status = check(R"({ "modules": [
+        { "name": "A", "command": "sh", "arguments": [], "environment": { "X": "" }, "dataFolder": "data",
+          "startLimit": 0.5, "stopLimit": 5,
+          "restart": { "on": [0, 255, "RUN_ERROR", "signal", "slowStart", "failedStart"], "attempts": 0, "delay": 1,
+                       "longestDelay": 1, "steady": 0.001 } },
+        { "name": "_b9", "command": "/bin/sh", "waitsFor": ["A"] } ],
+        "answerLimit": 1, "save": { "command": "sh", "arguments": ["-c"], "limit": 1 }, "restore": { "command": "sh" } })",
+                             lines);
+    QCOMPARE(lines, QStringList());
+    QCOMPARE(status, goodStatus);
+}
+
+void SupervisorTestConfiguration::commandLineMistakeIsRefused_data() {
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("no file") << QStringList{} << badStatus
+                             << "cannot read the command line: one configuration file is needed; nothing was started";
+    QTest::newRow("unknown option") << QStringList{"--chek", "x"} << badStatus
+                                    << "cannot read the command line: Unknown option 'chek'.; nothing was started";
+    QTest::newRow("absent file") << QStringList{"absent.json"} << badStatus
+                                 << "cannot read 'absent.json': No such file or directory; nothing was started";
+    QTest::newRow("another name") << QStringList{"--moduleName=Other", "x"} << badStatus
+                                  << "cannot run as 'Other': modules know their supervisor as 'ApplicationManager'; "
+                                     "nothing was started";
+    QTest::newRow("help") << QStringList{"--help"} << 1 << "Usage: ";
+}
+
+void SupervisorTestConfiguration::commandLineMistakeIsRefused() {
+    QFETCH(QStringList, arguments);
+    QFETCH(int, status);
+    QFETCH(QString, text);
+    ChildProcess process;
+    QVERIFY(process.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", arguments));
+    QCOMPARE(process.waitForStatus(), status);
+    QVERIFY2(process.lines().value(0).startsWith(text), qPrintable(process.lines().value(0)));
+}
+
+void SupervisorTestConfiguration::withoutABusNothingIsStarted() {
+    QFile file(m_folder.filePath("alone.json"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(withGoodModule("\"startLimit\": 60"));
+    file.close();
+    ChildProcess process; // ctest gives every test the address of a bus that is not there
+    QVERIFY(process.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", {file.fileName()}));
+    QCOMPARE(process.waitForStatus(), badStatus);
+    QVERIFY(process.lines().filter("cannot supervise: there is no session bus; nothing was started").size() == 1);
+}
+
+QTEST_GUILESS_MAIN(SupervisorTestConfiguration)
+
+#include "SupervisorTestConfiguration.moc"

@@ -1,0 +1,165 @@
+// The end of the supervisor, asked for or not: what becomes of its modules.
+#include "SupervisorRun.h"
+
+#include <QJsonArray>
+#include <QTest>
+
+#include <csignal>
+
+namespace {
+
+const QString guardianName = "vel-guardian";
+
+const QByteArray gone(1, '\0');
+
+} // namespace
+
+class SupervisorTestEnd : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void modulesEndInReverseOrder_data();
+    void modulesEndInReverseOrder();
+    void moduleThatIsStillStartingEnds();
+    void secondRequestKillsAtOnce();
+    void nothingOutlivesAKilledSupervisor_data();
+    void nothingOutlivesAKilledSupervisor();
+    void helpersEndWithTheirModule();
+    void lostBusEndsEverything();
+    void secondSupervisorEndsWithStatus7();
+};
+
+void SupervisorTestEnd::modulesEndInReverseOrder_data() {
+    QTest::addColumn<int>("signalNumber"); // 0: by event
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("its stop event") << 0;
+}
+
+void SupervisorTestEnd::modulesEndInReverseOrder() {
+    QFETCH(int, signalNumber);
+    SupervisorRun run;
+    run.addModule("First");
+    run.addModule("Middle", {"--stop=hold", run.gate("middle")}, {{"waitsFor", QJsonArray{"First"}}});
+    run.addModule("Last", {}, {{"waitsFor", QJsonArray{"Middle"}}});
+    run.addModule("Free");
+    QVERIFY(run.start());
+    QVERIFY(run.waitUntilUp({"First", "Middle", "Last", "Free"}));
+    if (signalNumber)
+        kill(static_cast<pid_t>(run.process().processId()), signalNumber);
+    else
+        QVERIFY(run.publish("stop_module_ApplicationManager"));
+    QVERIFY(run.waitForLine("Middle stop"));
+    QVERIFY(run.hasLine("'Last' ended with NORMAL_EXIT [1]"));
+    QVERIFY(run.hasLine("stops 'Free'"));
+    QVERIFY(!run.hasLine("stops 'First'"));
+    run.openGate("middle");
+    QCOMPARE(run.process().waitForStatus(), 1);
+    QVERIFY(run.indexOfLine("'Middle' ended with NORMAL_EXIT [1]") < run.indexOfLine("stops 'First'"));
+    QVERIFY(run.hasLine("'First' ended with NORMAL_EXIT [1]"));
+}
+
+void SupervisorTestEnd::moduleThatIsStillStartingEnds() {
+    SupervisorRun run;
+    run.addModule("A", {"--init=hold", run.gate("a")});
+    run.addModule("B", {}, {{"waitsFor", QJsonArray{"A"}}});
+    QVERIFY(run.start());
+    QVERIFY(run.waitForLine("A init"));
+    run.process().terminate();
+    QVERIFY(run.waitForLine("stops 'A'")); // it cannot hear that yet, and will not have heard it
+    run.openGate("a");
+    QCOMPARE(run.process().waitForStatus(), 1);
+    QVERIFY(run.hasLine("'A' ended with NORMAL_EXIT [1]"));
+    QVERIFY(!run.hasLine("starts 'B'"));
+}
+
+void SupervisorTestEnd::secondRequestKillsAtOnce() {
+    SupervisorRun run;
+    run.addModule("A", {"--stop=hold", run.gate("a")}, {{"stopLimit", 3600}});
+    QVERIFY(run.start());
+    QVERIFY(run.waitUntilUp({"A"}));
+    run.process().terminate();
+    QVERIFY(run.waitForLine("A stop"));
+    run.process().terminate();
+    QCOMPARE(run.process().waitForStatus(), 1);
+    QVERIFY(run.hasLine("'A' ended with Crashed [1], by signal 9"));
+}
+
+void SupervisorTestEnd::nothingOutlivesAKilledSupervisor_data() {
+    QTest::addColumn<bool>("guardianDiesFirst");
+    QTest::newRow("with its first guardian") << false;
+    QTest::newRow("with another guardian") << true;
+}
+
+void SupervisorTestEnd::nothingOutlivesAKilledSupervisor() {
+    QFETCH(bool, guardianDiesFirst);
+    SupervisorRun run;
+    run.addModule("A", {"--helper"});
+    run.addModule("Frozen");
+    run.addModule("Wrapped", {"-c", QCoreApplication::applicationDirPath() + "/supervised-peer \"$@\"; exit $?", "sh"},
+                  {{"command", "sh"}});
+    QVERIFY(run.start());
+    QVERIFY(run.waitUntilUp({"A", "Frozen", "Wrapped"}));
+    const pid_t supervisor = static_cast<pid_t>(run.process().processId());
+    kill(run.processOf("Frozen"), SIGSTOP);
+    if (guardianDiesFirst) {
+        pid_t first = 0;
+        for (const pid_t child : childrenOf(supervisor))
+            first = nameOf(child) == guardianName ? child : first;
+        QVERIFY(first > 0);
+        kill(first, SIGKILL);
+        QVERIFY(QTest::qWaitFor([&] {
+            for (const pid_t child : childrenOf(supervisor)) {
+                if (nameOf(child) == guardianName && child != first && processState(child) == 'S')
+                    return true;
+            }
+            return false;
+        }));
+    }
+    QList<pid_t> processes = childrenOf(supervisor);
+    processes += run.process().lines().filter("helper ").first().split(' ').last().toInt();
+    processes += run.processOf("Wrapped"); // its parent is the shell
+    QVERIFY(!childrenOf(supervisor).contains(processes.last()));
+    QCOMPARE(processes.size(), 6);
+    kill(supervisor, SIGKILL);
+    for (const pid_t process : qAsConst(processes))
+        QVERIFY2(waitForState(process, gone), qPrintable(nameOf(process)));
+}
+
+void SupervisorTestEnd::helpersEndWithTheirModule() {
+    SupervisorRun run;
+    run.addModule("A", {"--helper"}, {{"restart", QJsonObject{{"on", QJsonArray{}}}}});
+    QVERIFY(run.start());
+    QVERIFY(run.waitUntilUp({"A"}));
+    const pid_t helper = run.process().lines().filter("helper ").first().split(' ').last().toInt();
+    QVERIFY(processState(helper) != '\0');
+    kill(run.processOf("A"), SIGKILL);
+    QVERIFY(waitForState(helper, gone));
+}
+
+void SupervisorTestEnd::lostBusEndsEverything() {
+    SupervisorRun run;
+    run.addModule("A");
+    run.addModule("B", {}, {{"waitsFor", QJsonArray{"A"}}});
+    QVERIFY(run.start());
+    QVERIFY(run.waitUntilUp({"B"}));
+    run.bus().stop();
+    QCOMPARE(run.process().waitForStatus(), 5);
+    QVERIFY(run.hasLine("error: cannot supervise any more: the session bus is gone; every module is killed"));
+    QVERIFY(run.hasLine("'A' ended with Crashed [1], by signal 9"));
+}
+
+void SupervisorTestEnd::secondSupervisorEndsWithStatus7() {
+    SupervisorRun run;
+    run.addModule("A");
+    QVERIFY(run.start());
+    QVERIFY(run.waitUntilUp({"A"}));
+    ChildProcess second;
+    QVERIFY(second.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", {run.path("supervisor.json")}));
+    QCOMPARE(second.waitForStatus(), 7);
+    QVERIFY(run.isServing("A"));
+}
+
+QTEST_GUILESS_MAIN(SupervisorTestEnd)
+
+#include "SupervisorTestEnd.moc"

@@ -1,0 +1,87 @@
+// A module for the tools to work on: it answers, refuses, blocks and vanishes as it is told.
+//
+//     --reset=reboot|throw|hang    what its reset to default does
+//     --stop=hang                  its end waits for a line on standard input
+#include <Vel>
+
+#include <QDBusAbstractAdaptor>
+
+#include <iostream>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+// Until the test writes a line: as long as it likes, and not a moment longer.
+void blockEventLoop() {
+    std::cout << "blocking" << std::endl;
+    std::string line;
+    std::getline(std::cin, line);
+}
+
+} // namespace
+
+class ToolPeer : public VelModule {
+    Q_OBJECT
+public:
+    ToolPeer();
+
+    bool init() override { return subscribeEvent("test_save", this, SLOT(stopForSaveRestore(VelEvent))); }
+
+    bool restoreDataToDefault() override {
+        const QString action = getParameters().value("reset");
+        if (action == "throw")
+            throw QString("cannot reset");
+        if (action == "hang")
+            blockEventLoop();
+        return action == "reboot";
+    }
+
+    bool stop() override {
+        if (getParameters().value("stop") == "hang")
+            blockEventLoop();
+        return true;
+    }
+};
+
+class ToolPeerAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.vel.module.VelInterface")
+public:
+    explicit ToolPeerAdaptor(ToolPeer* peer) : QDBusAbstractAdaptor(peer), m_peer(*peer) {}
+
+public Q_SLOTS:
+    int add(int one, int other) { return one + other; }
+    QString add(const QString& one, const QString& other) { return one + other; }
+    qlonglong twice(qlonglong number) { return 2 * number; }
+    double half(double number) { return number / 2; }
+    bool negated(bool truth) { return !truth; }
+    QString joined(const QStringList& texts) { return texts.join('+'); }
+    QVariantMap sameMap(const QVariantMap& map) { return map; }
+    QVariantList sameList(const QVariantList& list) { return list; }
+    void nothing() {}
+    int logLevel() { return moduleLogLevel; }
+
+    QString refuse(const QString& text) {
+        velGuarded([&] { throw new VelException(&m_peer, VelException::AccessDenied, text); });
+        return QString();
+    }
+
+    void block() { blockEventLoop(); }
+    void vanish() { _exit(0); }
+
+private:
+    ToolPeer& m_peer;
+};
+
+ToolPeer::ToolPeer() : VelModule("Peer") {
+    new ToolPeerAdaptor(this);
+}
+
+int main(int argc, char** argv) {
+    VelApplication application(argc, argv);
+    ToolPeer peer;
+    return application.exec();
+}
+
+#include "ToolPeer.moc"

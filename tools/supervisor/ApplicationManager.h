@@ -1,0 +1,67 @@
+// The supervisor as a module: the name that every other module asks to be stopped by.
+#pragma once
+
+#include "Fleet.h"
+#include "LateAnswer.h"
+#include "ProgressLine.h"
+#include "SaveRestore.h"
+
+#include <VelModule>
+
+#include <functional>
+#include <vector>
+
+class ApplicationManager : public VelModule {
+    Q_OBJECT
+public:
+    ApplicationManager(const Configuration& configuration, Guardian& guardian);
+    ~ApplicationManager() override;
+
+    bool init() override;
+    bool run() override;
+
+    /// Ends all modules before it returns; the event loop goes on meanwhile.
+    ///
+    /// Result:  false when the bus was lost, so that nobody could be asked to end.
+    bool stop() override;
+
+    /// A request to end, however often it comes: the second one kills what has not ended yet.
+    void askToEnd();
+
+    /// The methods on the bus. Each answers the call in progress when its work is done.
+    void startModule(const QString& name);
+    void stopModule(const QString& name);
+    void restartModule(const QString& name);
+    void save(const QStringList& names) { saveOrRestore(SaveRestore::Save, names); }
+    void restore(const QStringList& names) { saveOrRestore(SaveRestore::Restore, names); }
+    QStringList listModules() const;
+
+public Q_SLOTS:
+    void noteModuleUp(VelEvent event);
+    void noteSaveAnswer(VelEvent event);
+    void noteBusLoss();
+
+private:
+    /// A call that is answered when its module has come into a state.
+    struct Request {
+        SupervisedModule* module;
+        bool wantsUp;
+        LateAnswer answer;
+    };
+
+    LateAnswer answerLater();
+    SupervisedModule* findOrRefuse(const QString& verb, const QString& name, const LateAnswer& answer);
+    void whenIdle(std::function<void()> work);
+    void request(SupervisedModule* module, bool wantsUp, const LateAnswer& answer);
+    bool isAnswered(const Request& request) const;
+    void answerRequests();
+    void saveOrRestore(SaveRestore::Operation operation, const QStringList& names);
+
+    Fleet m_fleet;
+    SaveRestore m_saveRestore;
+    ProgressLine m_progress;
+    std::vector<Request> m_requests;
+    std::vector<std::function<void()>> m_postponed; // until a save or a restore is over
+    bool m_isAskedToEnd = false;
+    bool m_isBusLost = false;
+};

@@ -1,0 +1,99 @@
+// After every change of any module all are looked at again: that is all the ordering there is. What is not ordered by its
+// waiting starts, and ends, at the same time.
+#include "Fleet.h"
+
+#include "Log.h"
+
+#include <algorithm>
+
+using State = SupervisedModule::State;
+
+Fleet::Fleet(const Configuration& configuration, Guardian& guardian) {
+    int slot = 0;
+    for (const ModuleConfiguration& one : configuration.modules) {
+        m_modules.push_back(std::make_unique<SupervisedModule>(one, configuration.folder, guardian, slot++));
+        connect(m_modules.back().get(), &SupervisedModule::changed, this, &Fleet::goOn);
+        connect(m_modules.back().get(), &SupervisedModule::stopEventWanted, this, &Fleet::stopEventWanted);
+    }
+}
+
+SupervisedModule* Fleet::find(const QString& name) const {
+    for (const auto& module : m_modules) {
+        if (module->name() == name)
+            return module.get();
+    }
+    return nullptr;
+}
+
+void Fleet::start() {
+    m_isHeld = true; // until all are known to wait: none of them is down by itself
+    for (const auto& module : m_modules)
+        module->want();
+    hold(false);
+}
+
+void Fleet::hold(bool isHeld) {
+    m_isHeld = isHeld;
+    goOn();
+}
+
+void Fleet::stop() {
+    m_isStopping = true;
+    goOn();
+}
+
+void Fleet::kill() {
+    m_isStopping = true;
+    for (const auto& module : m_modules)
+        module->kill();
+}
+
+bool Fleet::isDown() const {
+    return std::none_of(m_modules.begin(), m_modules.end(), [](const auto& module) { return module->hasProcess(); });
+}
+
+void Fleet::goOn() {
+    m_isStopping ? stopWhatMay() : startWhatMay();
+    Q_EMIT changed();
+}
+
+void Fleet::startWhatMay() {
+    if (m_isHeld)
+        return;
+    for (const auto& module : m_modules) {
+        if (module->state() == State::Waiting && mayStart(*module))
+            module->launch();
+    }
+}
+
+bool Fleet::mayStart(const SupervisedModule& module) {
+    const QString down = downAmongNeeded(module);
+    if (down.isEmpty())
+        m_stuck.remove(module.name());
+    else if (!m_stuck.contains(module.name())) {
+        m_stuck.insert(module.name());
+        logError(QString("cannot start '%1': it waits for '%2', which is down; it starts when that is up")
+                     .arg(module.name(), down));
+    }
+    const QStringList& needed = module.waitsFor();
+    return std::all_of(needed.begin(), needed.end(),
+                       [this](const QString& name) { return find(name)->state() == State::Up; });
+}
+
+QString Fleet::downAmongNeeded(const SupervisedModule& module) const {
+    for (const QString& name : module.waitsFor()) {
+        if (find(name)->state() == State::Down)
+            return name;
+    }
+    return QString();
+}
+
+void Fleet::stopWhatMay() {
+    for (const auto& module : m_modules) {
+        const bool isNeeded = std::any_of(m_modules.begin(), m_modules.end(), [&module](const auto& other) {
+            return other->waitsFor().contains(module->name()) && other->hasProcess();
+        });
+        if (!isNeeded)
+            module->stop();
+    }
+}

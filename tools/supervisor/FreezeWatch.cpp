@@ -1,0 +1,208 @@
+// How it works. A module that hears the announcement answers with an event, and some moments later stops its own process.
+// Nobody is told of that moment: so, from the answer on, and only then, the process is looked at in short intervals.
+//
+// What must always hold: no module stays frozen, and no module freezes later with nobody left to resume it. A module may be
+// slow, and freeze long after the supervisor has given up waiting; a SIGCONT sent too early is lost. So a watch ends by
+// proof, never by time. The proof is a call, the probe, which is sent after the announcement. A module handles what it gets
+// in the order in which it came, on one thread: when the answer to the probe is here, the module has left the slot that
+// freezes it. Only a slot that runs an event loop of its own may let the probe pass; so another one follows the module's
+// answer, after which there is nothing left in the slot but the freeze. A module that did not subscribe, or whose hook
+// threw, is found out by its first probe at once instead of by the time limit. Since that might also have been a slot with an
+// event loop, such a watch is not over: it sleeps until the module answers after all, or is asked again.
+//
+// The announcement goes to the module alone, as a signal with a receiver: the list in it is searched for names as for any
+// text, and one that all modules heard would freeze "Media" along with "MediaPlayer", and modules that nobody here would
+// resume. The process is the one that the bus knows as the sender's, so that a module behind a wrapper program is found.
+//
+// A process that a debugger holds is not frozen, though it may be stopped: the debugger may let it go on at any moment. It
+// is resumed once it is seen stopped without one.
+#include "FreezeWatch.h"
+
+#include "ProcessState.h"
+
+#include <VelEvent>
+
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+
+#include <algorithm>
+#include <csignal>
+#include <limits>
+#include <utility>
+
+namespace {
+
+constexpr int shortestLookMs = 2;
+constexpr int longestLookMs = 250;
+constexpr int noLimit = std::numeric_limits<int>::max();
+
+} // namespace
+
+FreezeWatch::FreezeWatch(const Address& address, const QDBusConnection& connection)
+    : m_address(address), m_connection(connection) {
+    m_look.setSingleShot(true);
+    connect(&m_look, &QTimer::timeout, this, &FreezeWatch::look);
+}
+
+void FreezeWatch::ask(bool save) {
+    m_save = save;
+    askBus("GetNameOwner", m_address.service, &FreezeWatch::takeOwner);
+}
+
+void FreezeWatch::askBus(const QString& method, const QString& name, void (FreezeWatch::*take)(const QVariant&)) {
+    QDBusMessage question =
+        QDBusMessage::createMethodCall("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method);
+    question << name;
+    auto* reply = new QDBusPendingCallWatcher(m_connection.asyncCall(question), this);
+    connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, take] {
+        reply->deleteLater();
+        (this->*take)(reply->isError() ? QVariant() : reply->reply().arguments().value(0));
+    });
+}
+
+void FreezeWatch::takeOwner(const QVariant& owner) {
+    m_owner = owner.toString();
+    if (m_owner.isEmpty() || m_isReleased)
+        return enter(State::Gone);
+    askBus("GetConnectionUnixProcessID", m_owner, &FreezeWatch::takeProcess);
+}
+
+void FreezeWatch::takeProcess(const QVariant& process) {
+    m_process = process.toInt();
+    if (m_process <= 0 || m_isReleased) // released before it was asked: it will not be
+        return enter(State::Gone);
+    announce();
+}
+
+void FreezeWatch::announce() {
+    const QString list = QString("%1:%2").arg(m_address.module).arg(m_process);
+    sendEvent("prepare_save_restore", {{"ModulesPidsList", list}, {"Save", m_save}});
+    probe();
+}
+
+void FreezeWatch::announceRestored() const {
+    sendEvent("restore_done", {{"modules", m_address.module}});
+}
+
+void FreezeWatch::sendEvent(const QString& name, const QVariantMap& arguments) const {
+    QDBusMessage signal = QDBusMessage::createTargetedSignal(m_owner, "/ApplicationManager", m_address.interface, name);
+    signal << QVariant::fromValue(VelEvent(name, arguments, QString("")));
+    m_connection.send(signal);
+}
+
+void FreezeWatch::probe() {
+    const int number = ++m_probe;
+    const QDBusMessage question =
+        QDBusMessage::createMethodCall(m_owner, m_address.path, "org.freedesktop.DBus.Introspectable", "Introspect");
+    auto* reply = new QDBusPendingCallWatcher(m_connection.asyncCall(question, noLimit), this);
+    connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, number] {
+        reply->deleteLater();
+        if (number == m_probe)
+            takeProbe(reply);
+    });
+}
+
+void FreezeWatch::takeProbe(QDBusPendingCallWatcher* reply) {
+    const bool isAnswered = !reply->isError();
+    if (!isAnswered && stateOf(m_process) != ProcessState::Gone) {
+        // Its connection, or the whole bus, is lost, and the process is still there: it may freeze yet, without a word.
+        if (m_state == State::Asking)
+            enter(State::Answered);
+        return look();
+    }
+    m_isProven = true;
+    if (m_state != State::Frozen || !isAnswered)
+        enter(isAnswered ? State::Passed : State::Gone);
+    if (m_isReleased)
+        finishUnlessDormant();
+}
+
+void FreezeWatch::takeAnswer(const QString& sender) {
+    if (sender != m_owner || m_owner.isEmpty())
+        return;
+    m_hasAnswered = true;
+    m_isProven = false;
+    probe();
+    if (m_state == State::Asking || m_state == State::Passed)
+        enter(State::Answered);
+    m_look.start(shortestLookMs);
+}
+
+void FreezeWatch::look() {
+    if (m_isProven)
+        return;
+    switch (stateOf(m_process)) {
+    case ProcessState::Gone:
+        m_isProven = true;
+        enter(State::Gone);
+        if (m_isReleased)
+            finishUnlessDormant();
+        return;
+    case ProcessState::Stopped:
+        if (m_isReleased)
+            resume();
+        else if (m_state == State::Answered)
+            return enter(State::Frozen); // looked at again once it is released
+        break;
+    case ProcessState::Running:
+    case ProcessState::Traced:
+        break;
+    }
+    m_look.start(std::min(std::max(m_look.interval() * 2, shortestLookMs), longestLookMs));
+}
+
+bool FreezeWatch::isStillFrozen() const {
+    return m_state == State::Frozen && !m_isProven && stateOf(m_process) == ProcessState::Stopped;
+}
+
+QString FreezeWatch::reason() const {
+    const ProcessState process = m_process > 0 ? stateOf(m_process) : ProcessState::Gone;
+    const QString held =
+        process == ProcessState::Traced ? QString(": process %1 debugs it").arg(tracerOf(m_process)) : QString();
+    switch (m_state) {
+    case State::Asking:
+        return process == ProcessState::Stopped ? QString("did not answer in time: somebody else has stopped it")
+                                                : "did not answer in time" + held;
+    case State::Answered:
+        return "answered, but did not freeze in time" + held;
+    case State::Passed:
+        return "went on without freezing: it takes no part in saves, or its preparation failed";
+    case State::Gone:
+        return m_process > 0 ? "ended meanwhile" : "is not on the bus";
+    case State::Frozen:
+        if (process == ProcessState::Gone)
+            return "ended meanwhile";
+        return isStillFrozen() ? QString() : QString("was resumed too early, by somebody else");
+    }
+    return QString();
+}
+
+void FreezeWatch::release() {
+    m_isReleased = true;
+    if (m_process <= 0 || m_isProven)
+        return finishUnlessDormant();
+    if (m_state == State::Asking)
+        return; // its answer, or that to its probe, comes sooner or later
+    m_look.setInterval(shortestLookMs);
+    look();
+}
+
+void FreezeWatch::enter(State state) {
+    if (m_state == state)
+        return;
+    m_state = state;
+    Q_EMIT changed(); // may release this watch
+}
+
+void FreezeWatch::resume() {
+    ::kill(m_process, SIGCONT);
+}
+
+void FreezeWatch::finishUnlessDormant() {
+    m_look.stop();
+    if (m_state == State::Passed && !m_hasAnswered)
+        return;
+    m_isProven = true;
+    if (!std::exchange(m_isOver, true))
+        Q_EMIT over(this);
+}

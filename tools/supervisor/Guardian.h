@@ -1,0 +1,45 @@
+// Ends what the supervisor started, when the supervisor itself was killed.
+#pragma once
+
+#include <QObject>
+
+#include <memory>
+#include <sys/types.h>
+
+class QSocketNotifier;
+
+/// A small process of its own that knows every process group in use and kills all of them once the supervisor is gone.
+///
+/// Each program runs in a group of its own, under a slot number of the caller's choice. When the guardian is killed,
+/// another one takes its place.
+class Guardian : public QObject {
+    Q_OBJECT
+public:
+    static constexpr int slotCount = 1024;
+
+    /// Forks. To be made before anything that starts threads.
+    Guardian();
+
+    /// The supervisor ends in peace: the guardian does the same, and is waited for.
+    ~Guardian() override;
+
+    /// Makes the calling process the leader of a new group and enrols it under `slot`.
+    ///
+    /// Thread: the one of a process just forked, before it executes its program. Only calls what is allowed there.
+    void enrol(int slot) const;
+
+    /// The supervisor's side: the group under `slot` is that one from now on; 0 when it is no more.
+    void note(int slot, pid_t group);
+
+    /// Watches the guardian itself; to be called once there is an event loop.
+    void keepAlive();
+
+private:
+    void spawn();
+    void replace();
+
+    pid_t m_groups[slotCount] = {};
+    int m_channel = -1;
+    pid_t m_process = -1;
+    std::unique_ptr<QSocketNotifier> m_notifier;
+};

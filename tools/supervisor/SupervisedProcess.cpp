@@ -1,0 +1,147 @@
+// A process in a group of its own. The group matters three times: a terminal's Ctrl-C reaches the supervisor alone, which
+// then ends the modules in their order; a module's helper processes end with the module; and the guardian can end both.
+//
+// What must always hold: the forked process enrols with the guardian before it does anything that could take long. QProcess
+// was rejected for that reason: its child first waits for a word of its parent, and when the parent is killed at that
+// moment, it waits for ever, unknown to everybody.
+#include "SupervisedProcess.h"
+
+#include "Guardian.h"
+#include "UnixSignals.h"
+
+#include <VelExitCodes>
+
+#include <QFile>
+#include <QProcess>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+/// Texts in the form in which execve() takes them.
+class TextArray {
+public:
+    explicit TextArray(const QStringList& texts) {
+        for (const QString& text : texts)
+            m_texts.push_back(QFile::encodeName(text));
+        for (QByteArray& text : m_texts)
+            m_pointers.push_back(text.data());
+        m_pointers.push_back(nullptr);
+    }
+    char* const* data() { return m_pointers.data(); }
+
+private:
+    std::vector<QByteArray> m_texts;
+    std::vector<char*> m_pointers;
+};
+
+} // namespace
+
+SupervisedProcess::SupervisedProcess(Guardian& guardian, int slot) : m_guardian(guardian), m_slot(slot) {
+    connect(&UnixSignals::instance(), &UnixSignals::childChanged, this, &SupervisedProcess::takeEnd);
+}
+
+SupervisedProcess::~SupervisedProcess() {
+    if (!isRunning())
+        return;
+    killGroup();
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(m_process), &info, WEXITED);
+    blockSignals(true);
+    finish({End::Killed, SIGKILL});
+}
+
+void SupervisedProcess::run(const QString& program, const QStringList& arguments,
+                            const QMap<QString, QString>& variables, const QString& folder) {
+    m_program = program;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (auto variable = variables.cbegin(); variable != variables.cend(); ++variable)
+        environment.insert(variable.key(), variable.value());
+    // All that needs memory is made before the fork.
+    TextArray argumentArray(QStringList{program} + arguments);
+    TextArray environmentArray(environment.toStringList());
+    const QByteArray path = QFile::encodeName(program);
+    const QByteArray folderPath = QFile::encodeName(folder);
+    const pid_t supervisor = getpid();
+    int failure[2];
+    if (pipe2(failure, O_CLOEXEC | O_NONBLOCK) != 0)
+        failure[0] = failure[1] = -1;
+
+    m_process = fork();
+    if (m_process == 0) {
+        m_guardian.enrol(m_slot);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != supervisor) // it died before the line above
+            _exit(VelLibsError);
+        signal(SIGPIPE, SIG_DFL); // the bus library ignores it
+        const int nothing = open("/dev/null", O_RDONLY);
+        if (nothing >= 0 && dup2(nothing, STDIN_FILENO) >= 0 && chdir(folderPath.constData()) == 0)
+            execve(path.constData(), argumentArray.data(), environmentArray.data());
+        const int reason = errno;
+        [[maybe_unused]] const ssize_t written = write(failure[1], &reason, sizeof reason);
+        _exit(VelLibsError);
+    }
+    const int reason = errno;
+    close(failure[1]);
+    m_failure = failure[0];
+    if (m_process > 0)
+        m_guardian.note(m_slot, m_process);
+    else
+        QMetaObject::invokeMethod(
+            this,
+            [this, reason] {
+                finish({End::NotStarted, reason});
+            },
+            Qt::QueuedConnection);
+}
+
+void SupervisedProcess::killGroup() {
+    if (isRunning()) {
+        ::kill(-m_process, SIGKILL);
+        ::kill(m_process, SIGKILL); // should it have left its group, or not have it yet
+    }
+}
+
+QString SupervisedProcess::endText() const {
+    switch (m_end.kind) {
+    case End::Exited:
+        return "ended with " + getExitCodeInString(m_end.number);
+    case End::Killed:
+        return QString("ended with %1, by signal %2").arg(getProcessErrorInString(QProcess::Crashed)).arg(m_end.number);
+    case End::NotStarted:
+        return QString("did not start: %1, '%2': %3")
+            .arg(getProcessErrorInString(QProcess::FailedToStart), m_program, qt_error_string(m_end.number));
+    }
+    return QString();
+}
+
+void SupervisedProcess::takeEnd() {
+    siginfo_t info{};
+    // The end stays to be collected while the group is killed: its number cannot be another's until then.
+    if (!isRunning() || waitid(P_PID, static_cast<id_t>(m_process), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid == 0)
+        return;
+    ::kill(-m_process, SIGKILL);
+    m_guardian.note(m_slot, 0);
+    waitid(P_PID, static_cast<id_t>(m_process), &info, WEXITED);
+    int reason = 0;
+    if (read(m_failure, &reason, sizeof reason) == sizeof reason)
+        finish({End::NotStarted, reason});
+    else
+        finish({info.si_code == CLD_EXITED ? End::Exited : End::Killed, info.si_status});
+}
+
+void SupervisedProcess::finish(const End& end) {
+    close(m_failure);
+    m_failure = -1;
+    m_guardian.note(m_slot, 0);
+    m_process = 0;
+    m_end = end;
+    Q_EMIT ended();
+}

@@ -1,0 +1,65 @@
+// The reference supervisor: starts, watches, saves and ends the modules that its configuration file names.
+#include "ApplicationManager.h"
+#include "Guardian.h"
+#include "UnixSignals.h"
+
+#include <VelApplication>
+#include <VelExitCodes>
+
+#include <QCommandLineParser>
+
+#include <cstdio>
+
+namespace {
+
+const QString ownName = QStringLiteral("ApplicationManager");
+
+int fail(const QString& text) {
+    std::fprintf(stderr, "%s\n", qPrintable(text));
+    return VelInitError;
+}
+
+int supervise(const Configuration& configuration) {
+    Guardian guardian; // before the first thread, which the module's connection to the bus is
+    ApplicationManager manager(configuration, guardian);
+    guardian.keepAlive();
+    QObject::connect(&UnixSignals::instance(), &UnixSignals::endRequested, &manager, &ApplicationManager::askToEnd);
+    return QCoreApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    VelApplication application(argc, argv);
+    QCoreApplication::setApplicationName("vel-supervisor");
+    QCoreApplication::setApplicationVersion(VEL_SUPERVISOR_VERSION);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription("Starts, watches, saves and ends modules, as the module 'ApplicationManager'.");
+    parser.addPositionalArgument("FILE", "The configuration, in JSON.");
+    const QCommandLineOption help({"h", "help"}, "Shows this and ends with status 1, as every module does.");
+    const QCommandLineOption version("version", "Shows the version and ends with status 1.");
+    const QCommandLineOption check("check", "Only checks the configuration: status 0 when it is good, 3 when not.");
+    const QCommandLineOption name("moduleName", "For callers that tell every module its name.", ownName, ownName);
+    parser.addOptions({help, version, check, name});
+
+    if (!parser.parse(QCoreApplication::arguments()))
+        return fail(QString("cannot read the command line: %1; nothing was started").arg(parser.errorText()));
+    if (parser.isSet(help))
+        parser.showHelp(VelNormalExit);
+    if (parser.isSet(version)) {
+        std::printf("vel-supervisor %s\n", VEL_SUPERVISOR_VERSION);
+        return VelNormalExit;
+    }
+    if (parser.value(name) != ownName)
+        return fail(QString("cannot run as '%1': modules know their supervisor as '%2'; nothing was started")
+                        .arg(parser.value(name), ownName));
+    if (parser.positionalArguments().size() != 1)
+        return fail("cannot read the command line: one configuration file is needed; nothing was started");
+
+    QStringList mistakes;
+    const Configuration configuration = Configuration::read(parser.positionalArguments().first(), mistakes);
+    if (!mistakes.isEmpty())
+        return fail(mistakes.join('\n'));
+    return parser.isSet(check) ? 0 : supervise(configuration);
+}

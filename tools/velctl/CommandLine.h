@@ -1,0 +1,18 @@
+// Reading the command line: the options of each command, help, and what is wrong with a line.
+#pragma once
+
+#include "Commands.h"
+
+namespace velctl {
+
+/// What to do: run a command, or write a text and end.
+struct Errand {
+    const Command* command = nullptr;
+    Request request;
+    QString text; ///< the help, when there is no command to run
+};
+
+/// Throws a Failure with Usage for a line that means nothing.
+Errand readCommandLine(QStringList arguments);
+
+} // namespace velctl

@@ -1,0 +1,85 @@
+// The table of commands.
+#include "Commands.h"
+
+#include <limits>
+
+namespace velctl {
+
+namespace {
+
+constexpr int anyNumber = std::numeric_limits<int>::max();
+
+} // namespace
+
+const std::vector<Command>& commands() {
+    // clang-format off
+    static const std::vector<Command> table = {
+        {"list", "", "every module on the bus",
+         "Shows each module's name, process, state, memory, time since its start, and program. The state is\n"
+         "running, saved (the module has stopped itself for a save or a restore), stopped (from outside),\n"
+         "traced (held by a debugger) or unresponsive (no answer within a second).",
+         "velctl list",
+         {"names"}, 0, 0, true, runList},
+        {"status", "MODULE", "one module, with its bus names and methods",
+         "Shows what list shows, the bus names, the exported methods with their types, and what the process\n"
+         "waits for when it does not answer. Ends with 3 when the module is stopped, and with 124 when it\n"
+         "does not answer.",
+         "velctl status Tuner",
+         {"names"}, 1, 1, true, runStatus},
+        {"watch", "[EVENT...]", "events as they are published",
+         "Shows each event of those names, or every event: time, publishing module, name, context, arguments\n"
+         "with their types. Goes on until it is interrupted, unless a time limit or a count is given; without\n"
+         "a count, the end of a given time limit is success.",
+         "velctl watch station_changed",
+         {"count"}, 0, anyNumber, false, runWatch},
+        {"publish", "EVENT [NAME=VALUE...]", "publish an event",
+         "A VALUE is typed by its form: 7, true, 2.5, [a,b], and else text. NAME:=TYPE:VALUE names the type:\n"
+         "level:=int:7; a type is a name or a D-Bus signature. 'velctl publish --json -' publishes the lines\n"
+         "of 'velctl watch --json' from standard input, byte by byte as they were. Ends with 4 when nobody\n"
+         "has subscribed the event.",
+         "velctl publish log_level_changed syslog_facility=Tuner syslog_level:=int:7",
+         {"as", "context"}, 1, anyNumber, true, runPublish},
+        {"call", "MODULE METHOD [ARG...]", "call a method of a module",
+         "Calls a method of the common interface. The arguments are converted to the types that the module\n"
+         "tells, containers from JSON or [a,b]; the answer is shown with its type.",
+         "velctl call Tuner tune 2",
+         {}, 2, anyNumber, true, runCall},
+        {"wait", "EVENT | --running MODULE | --gone MODULE", "wait for an event, a module's start or its end",
+         "Waits until the event is published; until the module is on the bus and answers; or until it has\n"
+         "left the bus.",
+         "velctl wait --running Tuner --timeout 30",
+         {"running", "gone"}, 0, 1, true, runWait},
+        {"loglevel", "LEVEL", "change the log level",
+         "Publishes log_level_changed and shows which modules have taken it. LEVEL is 0 to 7, or silent,\n"
+         "error, warning, info, debug. Without a facility the level is for all loggers; with one, for those\n"
+         "that the platform's logging library knows under it, as a rule those of the module of that name.",
+         "velctl loglevel debug --facility Tuner",
+         {"facility"}, 1, 1, true, runLogLevel},
+        {"mtrace", "on|off MODULE", "switch memory tracing on or off",
+         "Publishes mtrace_on or mtrace_off for the module, and shows whether it has taken it. Says so when\n"
+         "the module's process was started without what tracing needs.",
+         "velctl mtrace on Tuner",
+         {}, 2, 2, true, runMemoryTracing},
+        {"reset", "default|factory", "reset the data of all modules",
+         "Publishes the reset and waits for each module's answer. Shows who answered, who wants a reboot,\n"
+         "and who is missing and why.",
+         "velctl reset default --timeout 30",
+         {}, 1, 1, true, runReset},
+        {"stop", "MODULE", "stop a module",
+         "Publishes stop_module_MODULE and waits until the module has left the bus and its process has ended.",
+         "velctl stop Tuner",
+         {}, 1, 1, true, runStop},
+    };
+    // clang-format on
+    return table;
+}
+
+const Command* commandCalled(const QString& name) {
+    for (const Command& command : commands()) {
+        if (name == QLatin1String(command.name))
+            return &command;
+    }
+    return nullptr;
+}
+
+} // namespace velctl

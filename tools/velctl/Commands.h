@@ -1,0 +1,56 @@
+// The table of commands.
+#pragma once
+
+#include "TimeLimit.h"
+
+#include <QStringList>
+
+#include <vector>
+
+namespace velctl {
+
+/// What was written on the command line, after the command's name.
+struct Request {
+    QStringList arguments;
+    bool json = false;
+    bool namesOnly = false;
+    int count = 0; ///< 0 is without end
+    QString facility;
+    QString publisher;
+    QString context;
+    QString running;
+    QString gone;
+    TimeLimit limit;
+};
+
+struct Command {
+    const char* name;
+    const char* synopsis; ///< what follows the name
+    const char* summary;
+    const char* details;
+    const char* example;
+    std::vector<const char*> options; ///< names of rows in the table of options
+    int fewest;                       ///< number of arguments
+    int most;
+    bool endsByItself; ///< false: no time limit unless one is given
+    int (*run)(const Request&);
+};
+
+const std::vector<Command>& commands();
+
+/// Null when there is none of that name.
+const Command* commandCalled(const QString& name);
+
+// The commands: each returns the exit status, or throws a Failure.
+int runList(const Request& request);
+int runStatus(const Request& request);
+int runWatch(const Request& request);
+int runPublish(const Request& request);
+int runCall(const Request& request);
+int runWait(const Request& request);
+int runLogLevel(const Request& request);
+int runMemoryTracing(const Request& request);
+int runReset(const Request& request);
+int runStop(const Request& request);
+
+} // namespace velctl

@@ -1,0 +1,98 @@
+// velctl status: one module, with its bus names, its methods, and what it waits for.
+#include "Bus.h"
+#include "Commands.h"
+#include "Failure.h"
+#include "Introspection.h"
+#include "ModuleNames.h"
+#include "ModuleReport.h"
+#include "Suggestion.h"
+#include "Table.h"
+
+#include <QJsonArray>
+
+namespace velctl {
+
+namespace {
+
+QJsonArray argumentsToJson(const QList<MethodArgument>& arguments) {
+    QJsonArray array;
+    for (const MethodArgument& argument : arguments)
+        array.append(QJsonObject{
+            {"name", argument.name}, {"type", QString::fromLatin1(argument.type)}, {"qtType", argument.qtType}});
+    return array;
+}
+
+QJsonArray methodsToJson(const QList<Method>& methods) {
+    QJsonArray array;
+    for (const Method& method : methods)
+        array.append(QJsonObject{{"interface", method.interface},
+                                 {"name", method.name},
+                                 {"in", argumentsToJson(method.in)},
+                                 {"out", argumentsToJson(method.out)}});
+    return array;
+}
+
+// Empty for a module that runs.
+QString silenceOf(const ModuleReport& report) {
+    return report.state == ModuleState::Running ? QString() : whySilent(report);
+}
+
+void printForPeople(const ModuleReport& report, const QList<Method>& methods) {
+    QVector<Row> rows = {
+        {{"module"}, {report.module, Colour::Bold}},
+        {{"state"}, {report.stateText(), report.stateColour()}},
+        {{"process"}, {QString::number(report.process.pid)}},
+        {{"program"}, {report.process.program}},
+        {{"memory"}, {memoryText(report.process.memory)}},
+        {{"uptime"}, {durationText(report.process.uptime)}},
+        {{"service"}, {serviceOf(report.module)}},
+        {{"path"}, {pathOf(report.module)}},
+        {{"interface"}, {commonInterface()}},
+        {{"connection"}, {report.uniqueName}},
+    };
+    if (report.state != ModuleState::Running) {
+        rows.append(Row{{"reason"}, {silenceOf(report), report.stateColour()}});
+        rows.append(Row{{"methods"}, {"unknown: it does not answer", Colour::Grey}});
+    } else if (methods.isEmpty()) {
+        rows.append(Row{{"methods"}, {"none", Colour::Grey}});
+    }
+    QString title = "methods";
+    for (const Method& method : methods) {
+        const bool isCommon = method.interface == commonInterface();
+        rows.append(Row{{title}, {method.text() + (isCommon ? QString() : "  of " + method.interface)}});
+        title.clear();
+    }
+    printTable(rows);
+}
+
+} // namespace
+
+int runStatus(const Request& request) {
+    const QString module = request.arguments.first();
+    requireValidName("show", "a module", module);
+    Bus bus(request.limit);
+    const QList<ModuleReport> reports = lookAt(bus, {module}, request.limit.forSignsOfLife());
+    if (reports.isEmpty())
+        throw Failure{NotRunning, QString("cannot show '%1': there is no such module on the bus; %2")
+                                      .arg(module, suggestion(module, bus.modules()))};
+    const ModuleReport& report = reports.first();
+    const QList<Method> methods = methodsIn(report.introspection);
+    if (request.namesOnly) {
+        for (const Method& method : methods) {
+            if (method.interface == commonInterface())
+                printLine(method.name);
+        }
+    } else if (request.json) {
+        QJsonObject json = report.toJson();
+        json.insert("path", pathOf(module));
+        json.insert("interface", commonInterface());
+        json.insert("methods", methodsToJson(methods));
+        json.insert("reason", silenceOf(report));
+        printLine(json);
+    } else {
+        printForPeople(report, methods);
+    }
+    return statusFor(report.state);
+}
+
+} // namespace velctl

@@ -1,0 +1,117 @@
+// velctl wait: until an event is published, a module answers, or a module is gone.
+#include "Bus.h"
+#include "Commands.h"
+#include "EventEar.h"
+#include "Failure.h"
+#include "ModuleNames.h"
+#include "ModuleReport.h"
+#include "OwnerWatch.h"
+#include "Table.h"
+
+namespace velctl {
+
+namespace {
+
+int waitForEvent(const Request& request, const QString& name) {
+    requireValidName("wait for", "an event", name);
+    Bus bus(request.limit);
+    bool isHeard = false;
+    const EventEar ear(bus, {name}, [&](const Event& event) {
+        if (isHeard)
+            return;
+        isHeard = true;
+        if (request.json)
+            printLine(event.toJson());
+        else
+            printLine(event.line());
+    });
+    printMessage("waiting for " + name);
+    const bool isEnded = request.limit.waitUntil([&] { return isHeard || !bus.connection().isConnected(); });
+    if (isHeard)
+        return Ok;
+    if (isEnded)
+        throw Failure{NoBus, QString("cannot wait for '%1': the bus ended the connection").arg(name)};
+    throw Failure{
+        TimeLimitReached,
+        QString("cannot wait for '%1': nobody published it; gave up after %2").arg(name, request.limit.text())};
+}
+
+// Looks at the module unless that is known to be in vain; what was seen stays in `report`.
+bool isRunning(Bus& bus, const OwnerWatch& watch, const QString& module, ModuleReport& report) {
+    if (!bus.connection().isConnected())
+        throw Failure{NoBus, QString("cannot wait for '%1' to run: the bus ended the connection").arg(module)};
+    if (watch.owner().isEmpty()) {
+        report = ModuleReport();
+        return false;
+    }
+    if (report.uniqueName == watch.owner()) {
+        const ProcessInfo process = processInfo(report.process.pid);
+        if (process.isStopped() || process.isTraced())
+            return false;
+    }
+    try {
+        const QList<ModuleReport> reports = lookAt(bus, {module}, bus.limit().forSignsOfLife());
+        report = reports.value(0);
+        return !reports.isEmpty() && report.state == ModuleState::Running;
+    } catch (const Failure&) {
+        if (!bus.limit().hasPassed())
+            throw;
+        return false; // no time was left to ask: the reason is in what was seen before
+    }
+}
+
+int waitForStart(const Request& request, const QString& module) {
+    requireValidName("wait for", "a module", module);
+    Bus bus(request.limit);
+    const OwnerWatch watch(bus, module);
+    ModuleReport report;
+    // Nothing announces that a stopped process goes on, or that a busy one is done: this looks again and again.
+    if (!request.limit.waitUntil([&] { return isRunning(bus, watch, module, report); }))
+        throw Failure{TimeLimitReached,
+                      QString("cannot wait for '%1' to run: %2; gave up after %3")
+                          .arg(module,
+                               watch.owner().isEmpty() ? "there is no such module on the bus" : whySilent(report),
+                               request.limit.text())};
+    if (request.json)
+        printLine(report.toJson());
+    else
+        printLine(QString("%1 is running, process %2").arg(module).arg(report.process.pid));
+    return Ok;
+}
+
+int waitForEnd(const Request& request, const QString& module) {
+    requireValidName("wait for", "a module", module);
+    Bus bus(request.limit);
+    const OwnerWatch watch(bus, module);
+    const qint64 process = watch.owner().isEmpty() ? 0 : bus.processOf(watch.owner());
+    const auto isOver = [&] { return watch.owner().isEmpty() || !bus.connection().isConnected(); };
+    if (!request.limit.waitUntil(isOver))
+        throw Failure{TimeLimitReached,
+                      QString("cannot wait for '%1' to go: it is still on the bus, process %2; gave up after %3")
+                          .arg(module)
+                          .arg(process)
+                          .arg(request.limit.text())};
+    if (!bus.connection().isConnected())
+        throw Failure{NoBus, QString("cannot wait for '%1' to go: the bus ended the connection").arg(module)};
+    if (request.json)
+        printLine(QJsonObject{{"module", module}, {"state", "gone"}});
+    else
+        printLine(module + " is not on the bus");
+    return Ok;
+}
+
+} // namespace
+
+int runWait(const Request& request) {
+    const int wishes = request.arguments.size() + !request.running.isEmpty() + !request.gone.isEmpty();
+    if (wishes != 1)
+        throw Failure{Usage, "cannot run 'wait': it waits for exactly one thing; right is: velctl wait EVENT, or "
+                             "velctl wait --running MODULE, or velctl wait --gone MODULE"};
+    if (!request.running.isEmpty())
+        return waitForStart(request, request.running);
+    if (!request.gone.isEmpty())
+        return waitForEnd(request, request.gone);
+    return waitForEvent(request, request.arguments.first());
+}
+
+} // namespace velctl

@@ -1,0 +1,103 @@
+// What a process that does not answer is waiting for: the system call of its main thread, and on what.
+#include "WaitingFor.h"
+
+#include "ProcessInfo.h"
+
+#include <QFile>
+#include <QStringList>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace velctl {
+
+namespace {
+
+enum class Subject { Nothing, Descriptor, Child };
+
+struct CallRow {
+    long number;
+    const char* text;
+    Subject subject;
+};
+
+// The system calls in which a program can stay. Not every architecture has all of them.
+const CallRow calls[] = {
+    {SYS_futex, "a lock or another thread (futex)", Subject::Nothing},
+    {SYS_read, "input (read)", Subject::Descriptor},
+    {SYS_write, "a reader of its output (write)", Subject::Descriptor},
+    {SYS_fsync, "a disk (fsync)", Subject::Descriptor},
+    {SYS_flock, "a file lock (flock)", Subject::Descriptor},
+    {SYS_connect, "a connection (connect)", Subject::Descriptor},
+    {SYS_ppoll, "input (ppoll)", Subject::Nothing},
+    {SYS_pselect6, "input (pselect)", Subject::Nothing},
+    {SYS_nanosleep, "a fixed time (nanosleep)", Subject::Nothing},
+    {SYS_clock_nanosleep, "a fixed time (clock_nanosleep)", Subject::Nothing},
+    {SYS_wait4, "the end of a child process (wait4)", Subject::Child},
+    {SYS_waitid, "the end of a child process (waitid)", Subject::Child},
+#ifdef SYS_recvfrom
+    {SYS_recvfrom, "a socket (recvfrom)", Subject::Descriptor},
+#endif
+#ifdef SYS_recvmsg
+    {SYS_recvmsg, "a socket (recvmsg)", Subject::Descriptor},
+#endif
+#ifdef SYS_poll
+    {SYS_poll, "input (poll)", Subject::Nothing},
+#endif
+#ifdef SYS_select
+    {SYS_select, "input (select)", Subject::Nothing},
+#endif
+#ifdef SYS_epoll_wait
+    {SYS_epoll_wait, "input (epoll)", Subject::Nothing},
+#endif
+};
+
+QByteArray contentOf(qint64 pid, const char* name) {
+    QFile file(QString("/proc/%1/%2").arg(pid).arg(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+}
+
+QString subjectOf(qint64 pid, const CallRow& call, const QByteArray& firstArgument) {
+    if (call.subject == Subject::Descriptor) {
+        const int descriptor = firstArgument.toInt(nullptr, 16);
+        char target[4096];
+        const QByteArray link =
+            QByteArray("/proc/") + QByteArray::number(pid) + "/fd/" + QByteArray::number(descriptor);
+        const ssize_t length = readlink(link.constData(), target, sizeof target);
+        return length > 0 ? " from or to " + QString::fromLocal8Bit(target, int(length))
+                          : QString(" from or to descriptor %1").arg(descriptor);
+    }
+    QStringList children;
+    if (call.subject == Subject::Child) {
+        for (const ChildInfo& child : childrenOf(pid))
+            children += QString("%1 (process %2)").arg(child.name).arg(child.pid);
+    }
+    return children.isEmpty() ? QString() : ": " + children.join(", ");
+}
+
+QString kernelFunction(qint64 pid) {
+    const QByteArray function = contentOf(pid, "wchan");
+    return function.isEmpty() || function == "0" ? QString() : ", in the kernel's " + QString::fromLatin1(function);
+}
+
+} // namespace
+
+QString waitingFor(qint64 pid) {
+    const char state = processInfo(pid).state;
+    if (state == 'R')
+        return "is computing";
+    const QList<QByteArray> call = contentOf(pid, "syscall").split(' ');
+    bool isNumber = false;
+    const long number = call.value(0).toLong(&isNumber);
+    for (const CallRow& row : calls) {
+        if (isNumber && row.number == number)
+            return "waits for " + QString(row.text) + subjectOf(pid, row, call.value(1)) + kernelFunction(pid);
+    }
+    if (state == 'D')
+        return "waits for a device" + kernelFunction(pid);
+    if (isNumber)
+        return QString("waits in system call %1").arg(number) + kernelFunction(pid);
+    return "sleeps" + kernelFunction(pid);
+}
+
+} // namespace velctl

@@ -1,0 +1,47 @@
+# Completion of velctl(1) for bash, with the names of the modules that are on the bus now.
+
+_velctl() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
+    local velctl=${COMP_WORDS[0]}
+    local words='' word command='' arguments=() index
+
+    # What stands before the cursor: the command and its arguments, without options and their values.
+    for ((index = 1; index < COMP_CWORD; index++)); do
+        word=${COMP_WORDS[index]}
+        case $word in
+            --timeout | --count | --facility | --as | --context | --running | --gone) ((index++)) ;;
+            -*) ;;
+            *) if [[ -z $command ]]; then command=$word; else arguments+=("$word"); fi ;;
+        esac
+    done
+
+    case $previous in
+        --running | --gone | --as | --facility)
+            words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
+        --timeout | --count | --context) ;;
+        *)
+            if [[ $current == -* ]]; then
+                words='--json --timeout --help'
+                case $command in
+                    list | status) words+=' --names' ;;
+                    watch) words+=' --count' ;;
+                    publish) words+=' --as --context' ;;
+                    wait) words+=' --running --gone' ;;
+                    loglevel) words+=' --facility' ;;
+                esac
+            else
+                case $command:${#arguments[@]} in
+                    :0) words='list status watch publish call wait loglevel mtrace reset stop' ;;
+                    status:0 | call:0 | stop:0 | mtrace:1)
+                        words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
+                    call:1) words=$("$velctl" status "${arguments[0]}" --names --timeout 1 2>/dev/null) ;;
+                    loglevel:0) words='silent error warning info debug' ;;
+                    mtrace:0) words='on off' ;;
+                    reset:0) words='default factory' ;;
+                esac
+            fi ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+
+complete -F _velctl velctl
