@@ -1,13 +1,14 @@
-// A module process on the demo's stage.
+// A process on the demo's stage.
 #include "demo/Actor.h"
 
 #include <VelExitCodes>
 
+QString Role::textOf(int status) const {
+    return isModule ? getExitCodeInString(status) : QString::number(status);
+}
+
 Actor::Actor(const Role& role) : m_role(role) {
-    // Bare lines: the timeline adds time and name. The module's own format would be right on a console.
-    m_process.setVariable("QT_MESSAGE_PATTERN",
-                          "%{if-critical}error: %{endif}%{if-warning}warning: %{endif}%{if-debug}debug: %{endif}"
-                          "%{message}");
+    m_process.setVariable("QT_MESSAGE_PATTERN", linePattern());
     m_process.setVariable("QT_FORCE_STDERR_LOGGING", "1"); // also where Qt would talk to the journal
     m_process.setVariable("VEL_LOG_LEVEL", "6");           // info lines and everything more urgent
     for (auto variable = role.environment.cbegin(); variable != role.environment.cend(); ++variable)
@@ -18,6 +19,10 @@ Actor::Actor(const Role& role) : m_role(role) {
         Q_EMIT said(line);
     });
     connect(&m_process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this, &Actor::ended);
+}
+
+QString Actor::linePattern() {
+    return "%{if-critical}error: %{endif}%{if-warning}warning: %{endif}%{if-debug}debug: %{endif}%{message}";
 }
 
 bool Actor::enter(const QString& folder) {
@@ -34,7 +39,7 @@ QString Actor::statusText() const {
         return "still running";
     if (m_process.exitStatus() == QProcess::CrashExit)
         return QString("signal %1").arg(m_process.exitCode());
-    return getExitCodeInString(m_process.exitCode());
+    return m_role.textOf(m_process.exitCode());
 }
 
 bool Actor::takeLine(const QString& text) {

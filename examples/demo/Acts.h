@@ -9,5 +9,8 @@ void playActOne(Stage& stage);
 /// The maintenance of modules that run: log levels, resets, save and restore, memory tracing, generic calls.
 void playActTwo(Stage& stage);
 
-/// The supervisor ends everybody, then itself.
+/// The supervisor ends everybody, then itself, and leaves the bus.
 void playFinale(Stage& stage);
+
+/// The reference supervisor runs a system of its own, and an operator works on it from the command line.
+void playActThree(Stage& stage);

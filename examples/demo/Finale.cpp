@@ -10,4 +10,5 @@ void playFinale(Stage& stage) {
     stage.expect("Media", "stop: the music is off");
     for (const char* module : {"Tuner", "Media", "Playlists", "Display", "ApplicationManager"})
         stage.expectEnd(module);
+    stage.expectGone("ApplicationManager"); // its name is free for the next one
 }

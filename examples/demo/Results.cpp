@@ -1,9 +1,7 @@
-// The table at the demo's end: every module process with its expected and its actual status.
+// The table at the demo's end: every process with its expected and its actual status.
 #include "demo/Results.h"
 
 #include "demo/Stage.h"
-
-#include <VelExitCodes>
 
 namespace {
 
@@ -18,10 +16,10 @@ bool printResults(Timeline& timeline, const Stage& stage) {
     bool allAsExpected = true;
     timeline.heading("HOW THEY ENDED");
     timeline.text(QString());
-    timeline.text(row("module", "expected", "actual", QString()).trimmed().prepend("  "), Timeline::Tone::Faint);
+    timeline.text(row("process", "expected", "actual", QString()).trimmed().prepend("  "), Timeline::Tone::Faint);
     for (const auto& actor : stage.actors()) {
         const bool asExpected = actor->endedAsExpected();
-        timeline.text(row(actor->role().label, getExitCodeInString(actor->role().expectedStatus), actor->statusText(),
+        timeline.text(row(actor->role().label, actor->role().textOf(actor->role().expectedStatus), actor->statusText(),
                           asExpected ? "as expected" : "WRONG"),
                       asExpected ? Timeline::Tone::Plain : Timeline::Tone::Bad);
         allAsExpected = allAsExpected && asExpected;

@@ -4,5 +4,5 @@
 class Stage;
 class Timeline;
 
-/// Prints which module was to end how and which did; true when all did as expected.
+/// Prints which process was to end how and which did; true when all did as expected.
 bool printResults(Timeline& timeline, const Stage& stage);

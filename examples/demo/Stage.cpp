@@ -2,9 +2,11 @@
 #include "demo/Stage.h"
 
 #include <QCoreApplication>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
 #include <QDBusPendingCallWatcher>
+#include <QDBusServiceWatcher>
 #include <QEventLoop>
 #include <QFileSystemWatcher>
 #include <QTimer>
@@ -28,6 +30,10 @@ Timeline::Tone toneOf(const QString& line) {
     if (line.startsWith("debug: "))
         return Timeline::Tone::Faint;
     return Timeline::Tone::Plain;
+}
+
+QString serviceOf(const QString& module) {
+    return "org.vel.module." + module + "Service";
 }
 
 QString commandLineOf(const Role& role) {
@@ -101,6 +107,14 @@ void Stage::expectEnd(const QString& label) {
                 .arg(leaver.role().expectedStatus)
                 .arg(leaver.statusText()),
             leaver.endedAsExpected());
+}
+
+void Stage::expectGone(const QString& module) {
+    const QString service = serviceOf(module);
+    QDBusServiceWatcher watcher(service, m_connection, QDBusServiceWatcher::WatchForUnregistration);
+    connect(&watcher, &QDBusServiceWatcher::serviceUnregistered, this, &Stage::somethingHappened);
+    expectThat(module + " to leave the bus",
+               [&] { return !m_connection.interface()->isServiceRegistered(service).value(); });
 }
 
 void Stage::expectFrozen(const QString& label) {
@@ -193,8 +207,8 @@ void Stage::waitUntil(const std::function<bool()>& isOver) {
 QDBusMessage Stage::answerOf(const QString& module, const QString& method, const QVariantList& arguments) {
     remark("calls " + textOf(module, method, arguments));
     const QString interface = "org.vel.module.VelInterface";
-    QDBusMessage message = QDBusMessage::createMethodCall("org.vel.module." + module + "Service",
-                                                          QLatin1Char('/') + module, interface, method);
+    QDBusMessage message =
+        QDBusMessage::createMethodCall(serviceOf(module), QLatin1Char('/') + module, interface, method);
     message.setArguments(arguments);
     QDBusPendingCallWatcher watcher(m_connection.asyncCall(message, longestWaitMs));
     connect(&watcher, &QDBusPendingCallWatcher::finished, this, &Stage::somethingHappened);

@@ -1,4 +1,4 @@
-// Where the demo plays: a private bus, the module processes on it, and the waiting for what they do.
+// Where the demo plays: a private bus, the processes on it, and the waiting for what they do.
 //
 // Every wait ends with what it waits for, when a process ends in the wrong way, or after one overall limit, so that
 // no broken module can hang the demo. A wait that was in vain throws Missing; a signal from outside makes every wait
@@ -30,7 +30,7 @@ public:
     void act(const QString& title) { m_timeline.heading(title.toUpper()); }
     void scene(const QString& title) { m_timeline.heading(title); }
 
-    /// Starts a module's program and goes on at once.
+    /// Starts a program and goes on at once.
     void start(const Role& role);
 
     /// Waits for a line with that text from the actor of that label; each line answers one such expectation.
@@ -38,6 +38,9 @@ public:
 
     /// Waits for the end of a process, which must have the status of its role.
     void expectEnd(const QString& label);
+
+    /// Waits until the module has left the bus: that is some moments later than its process's end.
+    void expectGone(const QString& module);
 
     /// Waits until the process is stopped by SIGSTOP.
     void expectFrozen(const QString& label);
