@@ -8,7 +8,6 @@
 #include "Event.h"
 #include "Failure.h"
 #include "ModuleReport.h"
-#include "Suggestion.h"
 #include "Table.h"
 
 #include <algorithm>
