@@ -61,6 +61,7 @@ void SupervisorTestSave::saveFreezesCopiesAndResumes() {
     run.addModule("WithoutData");
     run.addKeeper("Down");
     QVERIFY(start(run, {}, true));
+    QVERIFY(run.waitUntilUp({"WithoutData", "Down"}));
     run.answer("stopModule", "Down"); // it cannot change its data either
     const pid_t a = run.processOf("A");
     const pid_t b = run.processOf("B");
