@@ -12,7 +12,6 @@ set(VEL_VERSION_DATE "${vel_now}" CACHE STRING "Version stamp: build date and ti
 set(VEL_VERSION_RANGE "generic" CACHE STRING "Version stamp: product range")
 set(VEL_VERSION_APPMODE "release" CACHE STRING "Version stamp: application mode")
 
-option(VEL_TOOLS "Build velctl and vel-supervisor: usable, but not finished and not part of CI yet" OFF)
 option(VEL_WARNINGS_AS_ERRORS "Treat every compiler warning as an error" OFF)
 set(VEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them (address,undefined or thread)")
 

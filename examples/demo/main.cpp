@@ -19,9 +19,7 @@ bool play(Stage& stage) {
         playActOne(stage);
         playActTwo(stage);
         playFinale(stage);
-#ifdef VEL_DEMO_HAS_ACT_THREE
         playActThree(stage);
-#endif
         return true;
     } catch (const Missing& missing) {
         stage.timeline().event("(demo)", "still missing: " + missing.what, Timeline::Tone::Bad);
