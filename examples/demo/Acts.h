@@ -3,7 +3,7 @@
 
 class Stage;
 
-/// Modules start, talk, refuse, fail and end.
+/// Modules start, under a supervisor, talk, refuse, fail and end.
 void playActOne(Stage& stage);
 
 /// The maintenance of modules that run: log levels, resets, save and restore, memory tracing, generic calls.
@@ -11,6 +11,3 @@ void playActTwo(Stage& stage);
 
 /// The supervisor ends everybody, then itself, and leaves the bus.
 void playFinale(Stage& stage);
-
-/// The reference supervisor runs a system of its own, and an operator works on it from the command line.
-void playActThree(Stage& stage);

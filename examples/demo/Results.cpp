@@ -3,6 +3,8 @@
 
 #include "demo/Stage.h"
 
+#include <algorithm>
+
 namespace {
 
 QString row(const QString& module, const QString& expected, const QString& actual, const QString& verdict) {
@@ -19,11 +21,17 @@ bool printResults(Timeline& timeline, const Stage& stage) {
     timeline.text(row("process", "expected", "actual", QString()).trimmed().prepend("  "), Timeline::Tone::Faint);
     for (const auto& actor : stage.actors()) {
         const bool asExpected = actor->endedAsExpected();
-        timeline.text(row(actor->role().label, actor->role().textOf(actor->role().expectedStatus), actor->statusText(),
+        timeline.text(row(actor->role().name, actor->role().textOf(actor->role().expectedStatus), actor->statusText(),
                           asExpected ? "as expected" : "WRONG"),
                       asExpected ? Timeline::Tone::Plain : Timeline::Tone::Bad);
         allAsExpected = allAsExpected && asExpected;
     }
+    const auto& commands = stage.commands();
+    const auto wrong = std::count_if(commands.begin(), commands.end(),
+                                     [](const auto& command) { return !command->endedAsExpected(); });
+    timeline.text(row(QString("%1 of velctl").arg(commands.size()), "each its own", "each its own",
+                      wrong == 0 ? "as expected" : QString("%1 WRONG").arg(wrong)),
+                  wrong == 0 ? Timeline::Tone::Plain : Timeline::Tone::Bad);
     timeline.text(QString());
-    return allAsExpected;
+    return allAsExpected && wrong == 0;
 }

@@ -24,6 +24,7 @@ SlowFile::SlowFile(const QString& path) : m_path(path), m_descriptor(-1) {
 SlowFile::~SlowFile() {
     if (m_descriptor >= 0)
         close(m_descriptor);
+    QFile::remove(m_path);
 }
 
 void SlowFile::finish(const QByteArray& content) {

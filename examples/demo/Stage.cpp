@@ -1,12 +1,12 @@
-// Where the demo plays: starting, calling and waiting.
+// Where the demo plays: starting, typing and waiting.
 #include "demo/Stage.h"
 
+#include "demo/SupervisedActor.h"
+
+#include <VelExitCodes>
+
 #include <QCoreApplication>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
-#include <QDBusPendingCall>
-#include <QDBusPendingCallWatcher>
-#include <QDBusServiceWatcher>
+#include <QDir>
 #include <QEventLoop>
 #include <QFileSystemWatcher>
 #include <QTimer>
@@ -32,109 +32,143 @@ Timeline::Tone toneOf(const QString& line) {
     return Timeline::Tone::Plain;
 }
 
-QString serviceOf(const QString& module) {
-    return "org.vel.module." + module + "Service";
-}
-
-QString commandLineOf(const Role& role) {
-    QStringList words;
-    for (auto variable = role.environment.cbegin(); variable != role.environment.cend(); ++variable)
-        words += variable.key() + '=' + variable.value();
-    return (words << role.program << role.options).join(' ');
-}
-
-QString textOf(const QVariant& value) {
-    return value.type() == QVariant::StringList ? '[' + value.toStringList().join(", ") + ']' : value.toString();
-}
-
-QString textOf(const QString& module, const QString& method, const QVariantList& arguments) {
+QString asTyped(const QStringList& words) {
     QStringList texts;
-    for (const QVariant& argument : arguments)
-        texts += textOf(argument);
-    return QString("%1.%2(%3)").arg(module, method, texts.join(", "));
+    for (const QString& word : words)
+        texts += word.contains(' ') ? '"' + word + '"' : word;
+    return texts.join(' ');
+}
+
+QString commandLineOf(const Program& program) {
+    QStringList words;
+    for (auto variable = program.environment.cbegin(); variable != program.environment.cend(); ++variable)
+        words += variable.key() + '=' + variable.value();
+    return asTyped(words << program.name << program.options);
 }
 
 } // namespace
 
 Stage::Stage(Timeline& timeline, const Interruption& interruption)
-    : m_timeline(timeline), m_interruption(interruption),
-      m_connection(QDBusConnection::connectToBus(m_bus.address(), "vel-demo")) {
+    : m_timeline(timeline), m_interruption(interruption) {
     if (!m_bus.isRunning())
         throw Missing{"a message bus of its own: is 'dbus-daemon' installed?"};
-    if (!m_connection.isConnected())
-        throw Missing{"a connection to its message bus: " + m_connection.lastError().message()};
     connect(&m_interruption, &Interruption::arrived, this, &Stage::somethingHappened);
     remark(QString("runs a message bus of its own as process %1").arg(m_bus.processId()));
 }
 
 Stage::~Stage() {
-    for (const auto& actor : m_actors)
-        actor->disconnect(); // what they say while they are ended is nobody's business
+    for (const auto* place : {&m_commands, &m_actors}) {
+        for (const auto& actor : *place)
+            actor->disconnect(); // what they say while they are ended is nobody's business
+    }
+    m_commands.clear();
     m_actors.clear();
-    QDBusConnection::disconnectFromBus(m_connection.name());
 }
 
-void Stage::start(const Role& role) {
-    m_actors.push_back(std::make_unique<Actor>(role));
-    Actor* actor = m_actors.back().get();
-    connect(actor, &Actor::said, this, [this, actor](const QString& line) {
-        m_timeline.event(actor->role().label, line, toneOf(line));
-        Q_EMIT somethingHappened();
+void Stage::remark(const QString& text) {
+    m_timeline.event("(demo)", text, Timeline::Tone::Faint);
+}
+
+ProcessActor& Stage::start(const Role& role, const Program& program) {
+    auto actor = std::make_unique<ProcessActor>(role, program.environment);
+    follow(*actor);
+    return enter(std::move(actor), program);
+}
+
+ProcessActor& Stage::startSupervisor(const Program& program, const std::vector<Role>& modules) {
+    auto supervisor = std::make_unique<ProcessActor>(Role{program.name, VelNormalExit});
+    std::vector<SupervisedActor*> supervised;
+    for (const Role& role : modules) {
+        auto module = std::make_unique<SupervisedActor>(role);
+        follow(*module);
+        supervised.push_back(module.get());
+        m_actors.push_back(std::move(module));
+    }
+    connect(supervisor.get(), &Actor::said, this, [this, supervised, speaker = supervisor.get()](const QString& line) {
+        const auto takesIt = [&line](SupervisedActor* module) { return module->hear(line); };
+        if (std::none_of(supervised.begin(), supervised.end(), takesIt))
+            show(*speaker, line);
     });
-    connect(actor, &Actor::ended, this, [this, actor] {
+    return enter(std::move(supervisor), program);
+}
+
+ProcessActor& Stage::type(const QStringList& words, int expectedStatus) {
+    m_timeline.event("(operator)", "$ velctl " + asTyped(words), Timeline::Tone::Bold);
+    auto actor = std::make_unique<ProcessActor>(Role{"velctl " + words.first(), expectedStatus, false});
+    follow(*actor);
+    connect(actor.get(), &Actor::ended, this, &Stage::somethingHappened);
+    m_commands.push_back(std::move(actor));
+    auto& command = static_cast<ProcessActor&>(*m_commands.back());
+    launch(command, {"velctl", words});
+    return command;
+}
+
+ProcessActor& Stage::run(const QStringList& words, int expectedStatus) {
+    ProcessActor& command = type(words, expectedStatus);
+    expectEnd(command);
+    return command;
+}
+
+void Stage::follow(Actor& actor) {
+    connect(&actor, &Actor::said, this, [this, &actor](const QString& line) { show(actor, line); });
+}
+
+void Stage::show(const Actor& actor, const QString& line) {
+    m_timeline.event(actor.role().name, line, toneOf(line));
+    Q_EMIT somethingHappened();
+}
+
+ProcessActor& Stage::enter(std::unique_ptr<ProcessActor> actor, const Program& program) {
+    ProcessActor& entered = *actor;
+    connect(&entered, &Actor::ended, this, [this, &entered] {
         if (!m_interruption.signalNumber()) // Ctrl-C reaches the modules, too
-            m_timeline.event(actor->role().label, "ended with " + actor->statusText(),
-                             actor->endedAsExpected() ? Timeline::Tone::Good : Timeline::Tone::Bad);
+            m_timeline.event(entered.role().name, "ended with " + entered.statusText(),
+                             entered.endedAsExpected() ? Timeline::Tone::Good : Timeline::Tone::Bad);
         Q_EMIT somethingHappened();
     });
-    remark("starts " + commandLineOf(role));
-    if (!actor->enter(QCoreApplication::applicationDirPath()))
-        throw Missing{QString("the program '%1': %2").arg(role.program, actor->process().errorString())};
+    m_actors.push_back(std::move(actor));
+    remark("starts " + commandLineOf(program));
+    launch(entered, program);
+    return entered;
 }
 
-void Stage::expect(const QString& label, const QString& text) {
-    Actor& speaker = actor(label);
+void Stage::launch(ProcessActor& actor, const Program& program) {
+    if (!actor.enter(QDir(QCoreApplication::applicationDirPath()).filePath(program.name), program.options))
+        throw Missing{QString("the program '%1': %2").arg(program.name, actor.errorText())};
+}
+
+void Stage::expect(Actor& speaker, const QString& text) {
     bool isSaid = false;
     waitUntil([&] { return (isSaid = isSaid || speaker.takeLine(text)) || speaker.hasEnded(); });
-    require(QString("the line '%1' from %2 (%3)").arg(text, label, speaker.statusText()), isSaid);
+    require(QString("the line '%1' from %2 (%3)").arg(text, speaker.role().name, speaker.statusText()), isSaid);
 }
 
-void Stage::expectEnd(const QString& label) {
-    const Actor& leaver = actor(label);
+void Stage::expectEnd(Actor& leaver) {
     waitUntil([&] { return leaver.hasEnded(); });
     require(QString("the end of %1 with status %2 (%3)")
-                .arg(label)
+                .arg(leaver.role().name)
                 .arg(leaver.role().expectedStatus)
                 .arg(leaver.statusText()),
             leaver.endedAsExpected());
 }
 
-void Stage::expectGone(const QString& module) {
-    const QString service = serviceOf(module);
-    QDBusServiceWatcher watcher(service, m_connection, QDBusServiceWatcher::WatchForUnregistration);
-    connect(&watcher, &QDBusServiceWatcher::serviceUnregistered, this, &Stage::somethingHappened);
-    expectThat(module + " to leave the bus",
-               [&] { return !m_connection.interface()->isServiceRegistered(service).value(); });
-}
-
-void Stage::expectFrozen(const QString& label) {
-    ChildProcess& process = actor(label).process();
+void Stage::expectFrozen(ProcessActor& actor) {
     // Only a blocking system call tells a parent that a child has been stopped; so a thread makes it.
-    std::thread watcher([this, id = static_cast<id_t>(process.processId())] {
+    std::thread watcher([this, id = static_cast<id_t>(actor.processId())] {
         siginfo_t info;
         while (waitid(P_PID, id, &info, WSTOPPED | WEXITED | WNOWAIT | __WALL) != 0 && errno == EINTR) {
         }
         QMetaObject::invokeMethod(this, &Stage::somethingHappened, Qt::QueuedConnection);
     });
     try {
-        expectThat(label + " to be frozen", [&] { return process.processState() == 'T'; });
+        expectThat(actor.role().name + " to be frozen", [&] { return actor.isFrozen(); });
     } catch (...) {
-        process.kill(); // ends the thread's wait
+        actor.kill(); // ends the thread's wait
         watcher.join();
         throw;
     }
     watcher.join();
-    m_timeline.event(label, QString("frozen: the state in /proc/%1/stat is T").arg(process.processId()));
+    m_timeline.event(actor.role().name, QString("frozen: the state in /proc/%1/stat is T").arg(actor.processId()));
 }
 
 void Stage::expectThat(const QString& what, const std::function<bool()>& holds, const QString& file) {
@@ -152,44 +186,23 @@ void Stage::require(const QString& what, bool holds) {
     ++m_observations;
 }
 
-QVariant Stage::call(const QString& module, const QString& method, const QVariantList& arguments) {
-    const QDBusMessage reply = answerOf(module, method, arguments);
-    require(QString("an answer to %1 (%2)").arg(textOf(module, method, arguments), reply.errorMessage()),
-            reply.type() == QDBusMessage::ReplyMessage);
-    const QVariant answer = reply.arguments().value(0);
-    if (answer.isValid())
-        remark(QString("hears from %1: %2").arg(module, textOf(answer)));
-    return answer;
-}
-
-QString Stage::callRefused(const QString& module, const QString& method, const QVariantList& arguments) {
-    const QDBusMessage reply = answerOf(module, method, arguments);
-    require(QString("an error answer to ") + textOf(module, method, arguments),
-            reply.type() == QDBusMessage::ErrorMessage);
-    remark(QString("is refused by %1: %2").arg(module, reply.errorMessage()));
-    return reply.errorMessage();
-}
-
-void Stage::remark(const QString& text) {
-    m_timeline.event("(demo)", text, Timeline::Tone::Faint);
-}
-
-Actor& Stage::actor(const QString& label) const {
+Actor& Stage::actor(const QString& name) const {
     for (const auto& one : m_actors) {
-        if (one->role().label == label)
+        if (one->role().name == name)
             return *one;
     }
-    throw Missing{label + " on the stage"};
+    throw Missing{name + " on the stage"};
+}
+
+bool Stage::hasSomebodyFailed() const {
+    const auto hasFailed = [](const std::unique_ptr<Actor>& actor) { return actor->hasFailed(); };
+    return std::any_of(m_actors.begin(), m_actors.end(), hasFailed) ||
+           std::any_of(m_commands.begin(), m_commands.end(), hasFailed);
 }
 
 void Stage::waitUntil(const std::function<bool()>& isOver) {
-    // Once a process has ended in the wrong way, there is nothing to be had by waiting on.
-    const auto mustEnd = [this] {
-        return m_interruption.signalNumber() ||
-               std::any_of(m_actors.begin(), m_actors.end(), [](const std::unique_ptr<Actor>& actor) {
-                   return actor->hasEnded() && !actor->endedAsExpected();
-               });
-    };
+    // Once somebody has ended in the wrong way, there is nothing to be had by waiting on.
+    const auto mustEnd = [this] { return m_interruption.signalNumber() || hasSomebodyFailed(); };
     QEventLoop loop;
     QTimer limit;
     connect(&limit, &QTimer::timeout, &loop, &QEventLoop::quit);
@@ -202,16 +215,4 @@ void Stage::waitUntil(const std::function<bool()>& isOver) {
         loop.exec();
     if (m_interruption.signalNumber())
         throw Interrupted{};
-}
-
-QDBusMessage Stage::answerOf(const QString& module, const QString& method, const QVariantList& arguments) {
-    remark("calls " + textOf(module, method, arguments));
-    const QString interface = "org.vel.module.VelInterface";
-    QDBusMessage message =
-        QDBusMessage::createMethodCall(serviceOf(module), QLatin1Char('/') + module, interface, method);
-    message.setArguments(arguments);
-    QDBusPendingCallWatcher watcher(m_connection.asyncCall(message, longestWaitMs));
-    connect(&watcher, &QDBusPendingCallWatcher::finished, this, &Stage::somethingHappened);
-    waitUntil([&] { return watcher.isFinished(); });
-    return watcher.reply();
 }

@@ -1,8 +1,8 @@
-// Where the demo plays: a private bus, the processes on it, and the waiting for what they do.
+// Where the demo plays: a private bus, the processes on it, and the waiting for what they say.
 //
-// Every wait ends with what it waits for, when a process ends in the wrong way, or after one overall limit, so that
-// no broken module can hang the demo. A wait that was in vain throws Missing; a signal from outside makes every wait
-// throw Interrupted. Whatever is thrown, the destructor takes everything down.
+// Every wait ends with what it waits for, when somebody ends in the wrong way, or after one overall limit, so that no
+// broken module can hang the demo. A wait that was in vain throws Missing; a signal from outside makes every wait throw
+// Interrupted. Whatever is thrown, the destructor takes everything down.
 #pragma once
 
 #include "demo/Actor.h"
@@ -11,13 +11,18 @@
 #include "demo/Timeline.h"
 #include "support/PrivateBus.h"
 
-#include <QDBusConnection>
 #include <QTemporaryDir>
-#include <QVariant>
 
 #include <functional>
 #include <memory>
 #include <vector>
+
+/// What to start.
+struct Program {
+    QString name; ///< the file name, among the build's programs
+    QStringList options = {};
+    QMap<QString, QString> environment = {};
+};
 
 class Stage : public QObject {
     Q_OBJECT
@@ -30,20 +35,31 @@ public:
     void act(const QString& title) { m_timeline.heading(title.toUpper()); }
     void scene(const QString& title) { m_timeline.heading(title); }
 
+    /// Says in the timeline what the demo itself does.
+    void remark(const QString& text);
+
     /// Starts a program and goes on at once.
-    void start(const Role& role);
+    ProcessActor& start(const Role& role, const Program& program);
 
-    /// Waits for a line with that text from the actor of that label; each line answers one such expectation.
-    void expect(const QString& label, const QString& text);
+    /// The same for the supervisor, which starts modules in its turn: those of these roles.
+    ProcessActor& startSupervisor(const Program& program, const std::vector<Role>& modules);
 
-    /// Waits for the end of a process, which must have the status of its role.
-    void expectEnd(const QString& label);
+    /// Types a velctl command at the operator's terminal and goes on at once.
+    ProcessActor& type(const QStringList& words, int expectedStatus = 0);
 
-    /// Waits until the module has left the bus: that is some moments later than its process's end.
-    void expectGone(const QString& module);
+    /// The same, and waits until the command has ended.
+    ProcessActor& run(const QStringList& words, int expectedStatus = 0);
+
+    /// Waits for a line with that text from that actor; each line answers one such expectation.
+    void expect(Actor& speaker, const QString& text);
+    void expect(const QString& name, const QString& text) { expect(actor(name), text); }
+
+    /// Waits for the end of an actor, which must be that of its role.
+    void expectEnd(Actor& leaver);
+    void expectEnd(const QString& name) { expectEnd(actor(name)); }
 
     /// Waits until the process is stopped by SIGSTOP.
-    void expectFrozen(const QString& label);
+    void expectFrozen(ProcessActor& actor);
 
     /// Waits until `holds` answers true; it is asked again after everything that happens. `file`, when given, is
     /// watched for changes, too.
@@ -52,18 +68,14 @@ public:
     /// The same for what must hold now.
     void require(const QString& what, bool holds);
 
-    /// Calls a module's method as any program on the bus can: its answer, or nothing when it has none.
-    QVariant call(const QString& module, const QString& method, const QVariantList& arguments = QVariantList());
-
-    /// The same for a call that must be answered with an error: the error's text.
-    QString callRefused(const QString& module, const QString& method, const QVariantList& arguments);
-
-    /// Says in the timeline what the demo itself does.
-    void remark(const QString& text);
-
     Timeline& timeline() { return m_timeline; }
-    Actor& actor(const QString& label) const;
+
+    /// Who has entered under that name.
+    Actor& actor(const QString& name) const;
+
+    /// Everybody but the operator's commands, and these.
     const std::vector<std::unique_ptr<Actor>>& actors() const { return m_actors; }
+    const std::vector<std::unique_ptr<Actor>>& commands() const { return m_commands; }
     int observationCount() const { return m_observations; }
 
     /// The path of a file in a folder that goes with the stage.
@@ -73,14 +85,19 @@ Q_SIGNALS:
     void somethingHappened();
 
 private:
+    void follow(Actor& actor);
+    void show(const Actor& actor, const QString& line);
+    ProcessActor& enter(std::unique_ptr<ProcessActor> actor, const Program& program);
+    void launch(ProcessActor& actor, const Program& program);
     void waitUntil(const std::function<bool()>& isOver);
-    QDBusMessage answerOf(const QString& module, const QString& method, const QVariantList& arguments);
+    bool hasSomebodyFailed() const;
 
     Timeline& m_timeline;
     const Interruption& m_interruption;
     PrivateBus m_bus;
-    QDBusConnection m_connection;
     QTemporaryDir m_folder;
-    std::vector<std::unique_ptr<Actor>> m_actors; // after the folders: the processes end before their files do
+    // After the folder: the processes end before their files do.
+    std::vector<std::unique_ptr<Actor>> m_actors;
+    std::vector<std::unique_ptr<Actor>> m_commands;
     int m_observations = 0;
 };

@@ -19,7 +19,6 @@ bool play(Stage& stage) {
         playActOne(stage);
         playActTwo(stage);
         playFinale(stage);
-        playActThree(stage);
         return true;
     } catch (const Missing& missing) {
         stage.timeline().event("(demo)", "still missing: " + missing.what, Timeline::Tone::Bad);
