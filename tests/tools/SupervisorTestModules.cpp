@@ -46,6 +46,7 @@ void SupervisorTestModules::startFollowsWhatWaitsForWhat() {
     QVERIFY(run.waitForLine("First init"));
     QVERIFY(run.waitUntilUp({"Free"})); // nothing orders it, so it does not wait for the one that hangs
     QVERIFY(!run.hasLine("starts 'Middle'"));
+    QVERIFY(run.indexOfLine("starts 'First'") < run.indexOfLine("starts 'Free'")); // as the file has them
     const QStringList lines = list(run);
     QCOMPARE(lines.size(), 4);
     QCOMPARE(lines[0], QString("Last: waiting, needs Middle, Free"));

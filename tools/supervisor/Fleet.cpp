@@ -5,6 +5,7 @@
 #include "Log.h"
 
 #include <algorithm>
+#include <utility>
 
 using State = SupervisedModule::State;
 
@@ -52,9 +53,16 @@ bool Fleet::isDown() const {
     return std::none_of(m_modules.begin(), m_modules.end(), [](const auto& module) { return module->hasProcess(); });
 }
 
+// What it does changes modules, which calls it again: that is put off, so that modules start in the order of the file.
 void Fleet::goOn() {
-    m_isStopping ? stopWhatMay() : startWhatMay();
-    Q_EMIT changed();
+    m_hasChanged = true;
+    if (std::exchange(m_isGoingOn, true))
+        return;
+    while (std::exchange(m_hasChanged, false)) {
+        m_isStopping ? stopWhatMay() : startWhatMay();
+        Q_EMIT changed();
+    }
+    m_isGoingOn = false;
 }
 
 void Fleet::startWhatMay() {

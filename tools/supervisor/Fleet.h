@@ -49,4 +49,6 @@ private:
     QSet<QString> m_stuck; // those that wait for one that is down, as far as that was logged
     bool m_isHeld = false;
     bool m_isStopping = false;
+    bool m_isGoingOn = false;
+    bool m_hasChanged = false; // since goOn() looked last
 };
