@@ -92,7 +92,8 @@ void save(Stage& stage) {
     stage.run({"call", "Tuner", "strength"}, velctl_status::notRunning);
     gate.finish("");
     stage.expect(supervisor, "save: done, Tuner, Playlists took part");
-    stage.expect(saving, "[\"Tuner\",\"Playlists\"]");
+    stage.expect(saving, "Tuner");
+    stage.expect(saving, "Playlists");
     stage.expectEnd(saving);
 
     stage.scene("After the save everybody goes on");

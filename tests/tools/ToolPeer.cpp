@@ -57,6 +57,7 @@ public Q_SLOTS:
     double half(double number) { return number / 2; }
     bool negated(bool truth) { return !truth; }
     QString joined(const QStringList& texts) { return texts.join('+'); }
+    QStringList split(const QString& text) { return text.split('+'); }
     QVariantMap sameMap(const QVariantMap& map) { return map; }
     QVariantList sameList(const QVariantList& list) { return list; }
     void nothing() {}

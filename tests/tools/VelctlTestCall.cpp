@@ -35,6 +35,8 @@ void VelctlTestCall::answerIsShownWithItsType_data() {
     row("truth", {"negated", "true"}, {"bool false"});
     row("texts as a list", {"joined", "[a, \"b,c\", d]"}, {"text a+b,c+d"});
     row("texts as JSON", {"joined", R"(["a","b"])"}, {"text a+b"});
+    row("several texts, a line each", {"split", "a b+c"}, {"texts", "  a b", "  c"});
+    row("one text in a list", {"split", "a b"}, {R"(texts ["a b"])"});
     row("list", {"sameList", "[1,x]"}, {R"(list [{"type":"i","value":1},{"type":"s","value":"x"}])"});
     row("map", {"sameMap", R"([["k",{"type":"ai","value":[1,2]}]])"}, {R"(map [["k",{"type":"ai","value":[1,2]}]])"});
     row("no answer but the end", {"nothing"}, {});

@@ -68,13 +68,23 @@ QVariantList argumentsFor(const QList<Method>& namesakes, const QStringList& arg
                   QString("cannot call '%1': %2; no answer within %3").arg(object, whySilent(report), limit)};
 }
 
+// Several texts are most often lines of a table or of a log.
+void printForPeople(const Value& value) {
+    const QString type = paint(Colour::Grey, typeName(value.type));
+    if (value.type != "as" || value.children.size() < 2)
+        return printLine(type + ' ' + plainText(value));
+    printLine(type);
+    for (const Value& text : value.children)
+        printLine("  " + plainText(text));
+}
+
 void print(const Request& request, const QVariantList& answered) {
     QJsonArray values;
     for (const QVariant& received : answered) {
         const Value value = valueOf(received);
         values.append(toTypedJson(value));
         if (!request.json)
-            printLine(paint(Colour::Grey, typeName(value.type)) + ' ' + plainText(value));
+            printForPeople(value);
     }
     if (request.json)
         printLine(
