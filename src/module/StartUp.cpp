@@ -2,6 +2,7 @@
 #include "module/VelModule.h"
 
 #include "errors/VelExitCodes.h"
+#include "events/VelDBusTypes.h"
 #include "module/CommandLine.h"
 #include "module/StartUpRecord.h"
 
@@ -12,8 +13,19 @@
 int moduleLogLevel = 0;
 bool moduleIsDead = false;
 
+namespace {
+
+// The types come first. What is made first is destroyed last when the process ends, and until Qt's D-Bus thread is destroyed
+// it goes on reading what the bus sends: it needs the register of types.
+QDBusConnection sessionBusAfterTypes() {
+    registerCoreDBusTypes();
+    return QDBusConnection::sessionBus();
+}
+
+} // namespace
+
 VelModule::VelModule(const QString& name)
-    : m_connection(QDBusConnection::sessionBus()), m_exitCode(VelNormalExit), m_moduleName(name) {
+    : m_connection(sessionBusAfterTypes()), m_exitCode(VelNormalExit), m_moduleName(name) {
     moduleLogLevel = 3;
 
     m_parameters = vel::readCommandLine(QCoreApplication::arguments());

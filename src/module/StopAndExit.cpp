@@ -4,11 +4,21 @@
 #include "bus/VelDBusInterface.h"
 #include "platform/GuardedLog.h"
 
+#include <QDBusPendingCallWatcher>
+
 #include <cxxabi.h>
 
 namespace {
 
 const QString supervisor = QStringLiteral("ApplicationManager");
+
+// Qt's D-Bus thread closes the connection some time after it was given up, and finishes the calls that are open. When their
+// watchers are destroyed at the same moment, the two destroy the ends of one signal connection, and corrupt the heap. So the
+// watchers go first.
+void dropWatchers(const QObject* owner) {
+    if (owner)
+        qDeleteAll(owner->findChildren<QDBusPendingCallWatcher*>());
+}
 
 } // namespace
 
@@ -51,6 +61,8 @@ VelModule::~VelModule() {
     moduleIsDead = true;
     qDeleteAll(m_dbusInterfaces);
     m_dbusInterfaces.clear();
+    dropWatchers(this);
+    dropWatchers(m_ownedObject);
     QDBusConnection::disconnectFromBus(m_connection.name());
     disconnect(this, SIGNAL(sig_exit()), this, SLOT(slot_exit_module()));
     delete m_ownedObject;

@@ -2,8 +2,12 @@
 //
 // A step's outcome signal is taken as soon as the step ends, so the lifecycle never rests in most states by itself.
 // It is held there by blocking the signal.
+//
+// Or one that is in the middle of its traffic: events come in faster than it takes them, and it has called --calls=PEER, which
+// does not answer. It stops when it has heard some of the events.
 #include <Vel>
 
+#include <QDBusPendingCallWatcher>
 #include <QTimer>
 
 #include <cstdio>
@@ -24,6 +28,9 @@ public:
     bool init() override { return holdIn(QStringLiteral("INIT")); }
     bool run() override {
         holdIn(QStringLiteral("RUN"));
+        const QString peer = getParameters().value(QStringLiteral("calls"));
+        if (!peer.isEmpty())
+            beBusyWith(peer);
         QTimer::singleShot(0, this, [this] {
             if (m_target.startsWith(QLatin1String("PRESENTATION")))
                 presentationLoadedEvent(VelEvent());
@@ -38,7 +45,28 @@ public:
     void presentation_stop() override { holdIn(QStringLiteral("PRESENTATION_STOP")); }
     bool stop() override { return holdIn(QStringLiteral("STOP")); }
 
+public Q_SLOTS:
+    void hear(VelEvent) {
+        if (++m_heard == 200)
+            stopModuleEvent(VelEvent());
+    }
+
 private:
+    void beBusyWith(const QString& peer) {
+        subscribeEvent(QStringLiteral("flood"), this, SLOT(hear(VelEvent)));
+        for (int call = 0; call < 64; ++call) {
+            const auto message =
+                QDBusMessage::createMethodCall(peer, QStringLiteral("/"), QString(), QStringLiteral("wait"));
+            new QDBusPendingCallWatcher(m_connection.asyncCall(message), this);
+        }
+        auto* turns = new QTimer(this);
+        connect(turns, &QTimer::timeout, this, [this] {
+            for (int event = 0; event < 50; ++event)
+                notifyEvent(QStringLiteral("flood"), {{QStringLiteral("list"), QStringList{QStringLiteral("a")}}});
+        });
+        turns->start(0);
+    }
+
     bool holdIn(const QString& state) {
         if (m_target == state) {
             blockSignals(true);
@@ -48,13 +76,14 @@ private:
     }
 
     const QString m_target;
+    int m_heard = 0;
 };
 
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     {
         HeldModule module;
-        if (module.getParameters().contains(QStringLiteral("in")))
+        if (!module.getParameters().isEmpty())
             application.exec();
         module.blockSignals(false);
         std::printf("destroyed in '%s'\n", qPrintable(module.getState()));

@@ -1,5 +1,6 @@
 // Destruction in every lifecycle state; what it must not touch shows under AddressSanitizer.
 #include "support/BusTest.h"
+#include "support/RawClient.h"
 
 #include <QTest>
 
@@ -9,6 +10,7 @@ class DestructionTest : public QObject {
 private Q_SLOTS:
     void cleanInEveryState_data();
     void cleanInEveryState();
+    void cleanInTheMiddleOfTraffic();
 };
 
 void DestructionTest::cleanInEveryState_data() {
@@ -30,6 +32,19 @@ void DestructionTest::cleanInEveryState() {
         const int status = module.waitForStatus();
         QVERIFY2(status == 0, qPrintable(module.lines().join(QLatin1Char('\n'))));
         QCOMPARE(module.lines(), QStringList{QStringLiteral("destroyed in '%1'").arg(state)});
+    }
+}
+
+void DestructionTest::cleanInTheMiddleOfTraffic() {
+    RawClient silent;
+    QVERIFY(silent.isConnected());
+    for (int round = 0; round < 20; ++round) {
+        ChildProcess module;
+        QVERIFY(module.run(bustest::program(QStringLiteral("destroyed-module")),
+                           {QStringLiteral("--calls=") + silent.uniqueName()}));
+        const int status = module.waitForStatus();
+        QVERIFY2(status == 0, qPrintable(module.lines().join(QLatin1Char('\n'))));
+        QCOMPARE(module.lines(), QStringList{QStringLiteral("destroyed in 'EXIT'")});
     }
 }
 

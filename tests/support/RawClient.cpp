@@ -78,6 +78,10 @@ bool RawClient::sendSignal(const QString& sender, const QString& member,
     return dbus_connection_send(m_connection.get(), message.get(), nullptr);
 }
 
+QString RawClient::uniqueName() const {
+    return QString::fromLatin1(dbus_bus_get_unique_name(m_connection.get()));
+}
+
 void RawClient::flush() {
     const Message question(
         dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "GetId"));

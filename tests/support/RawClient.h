@@ -18,6 +18,9 @@ public:
 
     bool isConnected() const { return m_connection != nullptr; }
 
+    /// The name that the bus has given it.
+    QString uniqueName() const;
+
     /// Sends a signal of the common interface from the path of the module called `sender`; `fill` appends its
     /// arguments.
     [[nodiscard]] bool sendSignal(const QString& sender, const QString& member,
