@@ -13,12 +13,17 @@ set(VEL_PUBLIC_HEADERS
     platform/QtStateMachine.h
     platform/VelLogger.h
 )
+set(VEL_SUPPORTING_HEADERS # installed because the public ones include them; nobody includes them by name
+    platform/VelExport.h
+)
 set(VEL_FORWARDING_DIR ${PROJECT_BINARY_DIR}/include)
 
+set(VEL_FORWARDING_HEADERS ${VEL_FORWARDING_DIR}/Vel)
 set(vel_all_headers "")
 foreach(header IN LISTS VEL_PUBLIC_HEADERS)
     get_filename_component(name ${header} NAME_WE)
     file(CONFIGURE OUTPUT ${VEL_FORWARDING_DIR}/${name} CONTENT "#include \"${header}\"\n")
+    list(APPEND VEL_FORWARDING_HEADERS ${VEL_FORWARDING_DIR}/${name})
     string(APPEND vel_all_headers "#include \"${header}\"\n")
 endforeach()
 file(CONFIGURE OUTPUT ${VEL_FORWARDING_DIR}/Vel CONTENT "${vel_all_headers}")

@@ -1,0 +1,40 @@
+# What a developer of modules gets: headers, the CMake package, the pkg-config file, the documents. The libraries and
+# programs are installed where they are built.
+#
+# Components: runtime (libvel), logging and statemachine (the stand-ins), development, tools, doc.
+
+set(vel_headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/vel)
+install(FILES ${VEL_FORWARDING_HEADERS} DESTINATION ${vel_headers_dir} COMPONENT development)
+# The headers include each other with their folder.
+foreach(header IN LISTS VEL_PUBLIC_HEADERS VEL_SUPPORTING_HEADERS)
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES src/${header} DESTINATION ${vel_headers_dir}/${folder} COMPONENT development)
+endforeach()
+
+include(CMakePackageConfigHelpers)
+set(vel_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Vel)
+configure_package_config_file(cmake/VelConfig.cmake.in ${PROJECT_BINARY_DIR}/installed/VelConfig.cmake
+    INSTALL_DESTINATION ${vel_package_dir}
+    PATH_VARS CMAKE_INSTALL_LIBDIR
+    NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/installed/VelConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/installed/VelConfig.cmake
+    ${PROJECT_BINARY_DIR}/installed/VelConfigVersion.cmake
+    DESTINATION ${vel_package_dir} COMPONENT development)
+install(EXPORT VelTargets NAMESPACE Vel:: DESTINATION ${vel_package_dir} COMPONENT development)
+
+set(vel_pkgconfig_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH vel_prefix_from_pc ${vel_pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" vel_prefix_from_pc ${vel_prefix_from_pc})
+file(RELATIVE_PATH vel_libdir_from_prefix ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH vel_includedir_from_prefix ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+configure_file(cmake/vel.pc.in ${PROJECT_BINARY_DIR}/installed/vel.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/installed/vel.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# As in the source tree, so that their links to each other hold.
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")

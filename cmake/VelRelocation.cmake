@@ -1,0 +1,17 @@
+# Nothing that is installed says where it was built: the installed tree can be moved, and a build in another folder gives
+# the same bytes.
+
+file(RELATIVE_PATH vel_libraries_from_programs ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(CMAKE_INSTALL_RPATH $ORIGIN/${vel_libraries_from_programs}) # the libraries have one of their own: $ORIGIN
+# The build's own search paths too: the length of a build folder's name would stay in the files, and in their build ids.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+# Search paths after LD_LIBRARY_PATH, never before it: that is how a platform's library is put in a stand-in's place.
+add_link_options(-Wl,--enable-new-dtags)
+
+# Debug builds keep the true paths, for debuggers. The last map that fits is taken, and the build is mostly in the source.
+if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    add_compile_options(
+        -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+        -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+endif()
