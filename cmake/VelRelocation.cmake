@@ -1,5 +1,5 @@
-# Nothing that is installed says where it was built: the installed tree can be moved, and a build in another folder gives
-# the same bytes.
+# Nothing that is installed says where or by whom it was built: the installed tree can be moved, and another person's build
+# of the same commit gives the same bytes.
 
 file(RELATIVE_PATH vel_libraries_from_programs ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set(CMAKE_INSTALL_RPATH $ORIGIN/${vel_libraries_from_programs}) # the libraries have one of their own: $ORIGIN
@@ -8,6 +8,10 @@ set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 # Search paths after LD_LIBRARY_PATH, never before it: that is how a platform's library is put in a stand-in's place.
 add_link_options(-Wl,--enable-new-dtags)
+
+# Whatever the umask.
+set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # Debug builds keep the true paths, for debuggers. The last map that fits is taken, and the build is mostly in the source.
 if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
