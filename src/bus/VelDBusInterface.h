@@ -10,9 +10,10 @@
 #include <QList>
 #include <QVariant>
 
-/// A QDBusInterface addressed by module name: service PREFIX.%1Service, path "/%1", interface PREFIX.VelInterface.
+/// A QDBusInterface addressed by module name.
 ///
-/// A name that no module can have on the bus ("A-B", "a.b", "é", "9x") gives a proxy that is never valid. Whether the
+/// The module called NAME is reached at the service `PREFIX.NAMEService` and the path `/NAME`, on the interface
+/// `PREFIX.VelInterface`. A name that no module can have on the bus ("A-B", "a.b", "é", "9x") gives a proxy that is never valid. Whether the
 /// module is there is read with isValid(); it says no more than "the name has an owner", and follows the bus through
 /// the event loop. Building one to a module that owns its name but does not answer (a stopped process) may block for
 /// 25 seconds, the bus library's reply limit.

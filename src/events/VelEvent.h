@@ -37,11 +37,11 @@ public:
 
     /// The event's name: the member of the D-Bus signal that carries it.
     const QString& getEvtName() const { return m_evtName; }
-    void setEvtName(const QString& name) { m_evtName = name; }
+    void setEvtName(const QString& name) { m_evtName = name; } ///< Replaces the name.
 
     /// Free text that travels with the event; this library never interprets it.
     const QString& getContext() const { return m_context; }
-    void setContext(const QString& context) { m_context = context; }
+    void setContext(const QString& context) { m_context = context; } ///< Replaces the context.
 
     /// All arguments, name -> value.
     const QVariantMap& getArguments() const { return m_arguments; }
@@ -63,11 +63,15 @@ public:
 
     /// The value stored under `name`, or an invalid QVariant.
     QVariant getArgument(const QString& name) const;
+
+    /// The same under the name that generateIndexedArgumentName() makes.
     QVariant getArgument(int index, const QString& name) const;
 
     /// The same, but an absent name is first added with an invalid value, so the event cannot be published as it is
     /// then. Ask a const event (or use qAsConst()) to leave it unchanged.
     QVariant getArgument(const QString& name);
+
+    /// The same, with the same consequence, under the name that generateIndexedArgumentName() makes.
     QVariant getArgument(int index, const QString& name);
 
     /// Replaces all arguments by `args` and records their type names; earlier type names stay.
@@ -87,10 +91,10 @@ public:
     bool operator==(const VelEvent& other) const;
 
 protected:
-    QString m_evtName;
-    QString m_context;
-    QVariantMap m_arguments;
-    QMap<QString, QString> m_argTypes;
+    QString m_evtName;                 ///< what getEvtName() answers
+    QString m_context;                 ///< what getContext() answers
+    QVariantMap m_arguments;           ///< what getArguments() answers
+    QMap<QString, QString> m_argTypes; ///< what getArgTypes() answers
 };
 
 Q_DECLARE_METATYPE(VelEvent)

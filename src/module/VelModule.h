@@ -1,15 +1,4 @@
 // The base class of every module: its presence on the bus, its lifecycle, its events and calls.
-//
-// A module is one process with one object of a class derived from VelModule:
-//
-//     int main(int argc, char** argv) {
-//         VelApplication application(argc, argv);
-//         Tuner tuner; // its constructor calls VelModule("Tuner")
-//         return application.exec();
-//     }
-//
-// Everything here runs on the thread that made the object, which is the one of the event loop, unless its line
-// "Thread" says otherwise.
 #pragma once
 
 #include "events/VelEvent.h"
@@ -36,6 +25,22 @@ extern VEL_EXPORT int moduleLogLevel;
 /// True from the moment the module's destructor begins. A plain variable: no lock.
 extern VEL_EXPORT bool moduleIsDead;
 
+/// A module's presence on the bus, its lifecycle, its events and calls.
+///
+/// A module is one process with one object of a class derived from this one:
+///
+///     int main(int argc, char** argv) {
+///         VelApplication application(argc, argv);
+///         Tuner tuner; // its constructor calls VelModule("Tuner")
+///         return application.exec();
+///     }
+///
+/// What the class does is done in overridden hooks, one for each step of the lifecycle:
+///
+/// ![Ten states, from CHECK to EXIT, and the twelve transitions between them](docs/lifecycle.svg)
+///
+/// Thread:   everything here runs on the thread that made the object, which is the one of the event loop, unless its
+///           own line "Thread" says otherwise.
 class VEL_EXPORT VelModule : public QObject, protected QDBusContext {
     Q_OBJECT
 public:
@@ -77,11 +82,9 @@ public:
     /// Thread:   any, as far as the platform's logging library allows it.
     bool LogIn(QString loggerName, int level);
 
-    /// Steps of construction and destruction: the constructor calls the first two once, the destructor the third. Do
-    /// not call them.
-    void initDBus(const QString& name);
-    void initAutomate();
-    void clearAutomate();
+    void initDBus(const QString& name); ///< A step of the constructor: do not call it.
+    void initAutomate();                ///< A step of the constructor: do not call it.
+    void clearAutomate();               ///< A step of the destructor: do not call it.
 
     /// Whether the module is ready to initialise; runs first.
     ///
@@ -130,19 +133,19 @@ public:
 
 Q_SIGNALS:
     // Outcomes of the lifecycle's steps and the requests that drive it. They stay inside the process.
-    void sig_check_ok();
-    void sig_check_nok();
-    void sig_deploy_ok();
-    void sig_deploy_nok();
-    void sig_init_ok();
-    void sig_init_nok();
-    void sig_eoi_sent();
-    void sig_stop();
-    void sig_stop_appli_done();
-    void sig_presentation_loaded();
+    void sig_check_ok();            ///< check() answered true
+    void sig_check_nok();           ///< check() answered false or threw
+    void sig_deploy_ok();           ///< deploy() answered true
+    void sig_deploy_nok();          ///< deploy() answered false or threw
+    void sig_init_ok();             ///< init() answered true
+    void sig_init_nok();            ///< init() answered false or threw
+    void sig_eoi_sent();            ///< "end_of_init_NAME" is published
+    void sig_stop();                ///< the module is to stop
+    void sig_stop_appli_done();     ///< stop() is over, whatever came of it
+    void sig_presentation_loaded(); ///< "presentationLoaded" arrived
     /// Emit it, or call stopWebclientEvent(), to leave the presentation: nothing else does.
     void sig_web_stop();
-    void sig_exit();
+    void sig_exit(); ///< exit() wants "ApplicationManager" to be asked
 
     // None of these slots is a D-Bus method: only the adaptors that a module attaches to itself are exported.
 public Q_SLOTS:
@@ -236,6 +239,8 @@ public Q_SLOTS:
     /// Result:   false when receiver or slot is null or unknown, the name is no valid member name, or there is no
     ///           bus.
     bool subscribeEvent(const VelEvent& evt, QObject* receiver, const char* slotSignature) const;
+
+    /// The same for the events called `evtName`.
     bool subscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const;
 
     /// Removes a subscription that was made with this module's own service and path, by QDBusConnection::connect().
@@ -279,16 +284,18 @@ public Q_SLOTS:
                                 const char* callback, const char* errCallback,
                                 const QList<QVariant>& args = QList<QVariant>());
 
-    /// This module's object path, service name and the interface of all modules.
-    const QString& getDbusObjectName() const;
-    const QString& getDbusServiceName() const;
-    const QString& getDbusInterfaceName() const;
+    const QString& getDbusObjectName() const;    ///< This module's object path.
+    const QString& getDbusServiceName() const;   ///< This module's service name.
+    const QString& getDbusInterfaceName() const; ///< The interface of all modules.
 
     /// Any module's bus names; always true, and touches no bus.
     bool getDBusServiceInfos(const QString& moduleName, QString& dbusObject, QString& dbusService,
                              QString& dbusInterface) const;
 
-    // Entry actions of the lifecycle's states, invoked by the state machine. Do not call them.
+    /// @name Entry actions of the lifecycle's states
+    /// @{
+
+    /// Invoked by the state machine: do not call it.
     void slot_exit();
     void slot_stop();
     void slot_check();
@@ -298,6 +305,7 @@ public Q_SLOTS:
     void slot_presentation_loaded();
     void slot_presentation_stop();
     void slot_end_of_init();
+    /// @}
 
     /// Handler of "stop_module_NAME": leads to STOP from RUN and the presentation states.
     void stopModuleEvent(VelEvent evt);
@@ -308,10 +316,12 @@ public Q_SLOTS:
     /// Handler of "presentationLoaded": leads to PRESENTATION_LOADED from RUN and PRESENTATION_STOP.
     void presentationLoadedEvent(VelEvent evt);
 
-    /// Handlers of "mtrace_on" and "mtrace_off": switch the C library's allocation tracing when the argument "module"
-    /// is exactly this module's name. On glibc 2.34 and later it produces something only in a process started with
+    /// Handler of "mtrace_on": switches the C library's allocation tracing on when the argument "module" is exactly this
+    /// module's name. On glibc 2.34 and later it produces something only in a process started with
     /// LD_PRELOAD=libc_malloc_debug.so.0 and with MALLOC_TRACE naming the trace file.
     void slot_mtrace(VelEvent evt);
+
+    /// Handler of "mtrace_off": switches the tracing off, on the same condition.
     void slot_muntrace(VelEvent evt);
 
 protected:
@@ -321,11 +331,15 @@ protected:
     qint32 m_exitCode;                                 ///< the status the process will end with
     QMutex m_criticalSectionMutex;                     ///< held by the thread that is in the critical section
     QString m_moduleName;                              ///< from which all bus names derive
-    QString m_dbusObjectName;                          ///< "/%1"
-    QString m_dbusServiceName;                         ///< PREFIX.%1Service
+    QString m_dbusObjectName;                          ///< `/NAME`
+    QString m_dbusServiceName;                         ///< `PREFIX.NAMEService`
     QString m_spareName;                               ///< for the subclass: the library never touches it
     QMap<QString, VelDBusInterface*> m_dbusInterfaces; ///< the proxies made so far, by module name
     QString m_stateName;                               ///< what getState() answers
+    /// @name The lifecycle's state machine
+    /// @{
+
+    /// Made by initAutomate(), taken apart by clearAutomate(): leave it alone.
     automatonZeta::QtStateMachine m_stateMachine;
     automatonZeta::QtState* m_stopState = nullptr;
     automatonZeta::QtState* m_checkState = nullptr;
@@ -337,6 +351,7 @@ protected:
     automatonZeta::QtState* m_presentationLoadedState = nullptr;
     automatonZeta::QtState* m_presentationStopState = nullptr;
     automatonZeta::QtFinalState* m_exitState = nullptr;
+    /// @}
 
 private:
     friend class VelException; // answers the call that the QDBusContext base holds

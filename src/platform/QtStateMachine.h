@@ -27,10 +27,12 @@ public:
     virtual ~QtAbstractState();
 
 protected:
-    struct Private;
+    struct Private; // what an implementation keeps
+
+    /// For an implementation's own classes.
     explicit QtAbstractState(std::unique_ptr<Private> data);
 
-    std::unique_ptr<Private> d;
+    std::unique_ptr<Private> d; ///< of this state
 
 private:
     friend class QtState;
@@ -47,7 +49,7 @@ public:
     void invokeMethodOnEntry(QObject* object, const char* method, const QList<QVariant>& args);
 
 protected:
-    using QtAbstractState::QtAbstractState;
+    using QtAbstractState::QtAbstractState; ///< For an implementation's own classes.
 };
 
 /// A state with transitions, and possibly with sub-states.
@@ -70,12 +72,14 @@ public:
 /// A state that no transition leaves; entering one at the top level ends the machine.
 class VEL_EXPORT QtFinalState : public QtActionState {
 public:
+    /// A final state, a child of `parent` when that is not null.
     explicit QtFinalState(QtState* parent = nullptr);
 };
 
 /// The machine itself.
 class VEL_EXPORT QtStateMachine {
 public:
+    /// A machine without states, not started. `parent`, when not null, owns what the implementation makes.
     explicit QtStateMachine(QObject* parent = nullptr);
     ~QtStateMachine();
 

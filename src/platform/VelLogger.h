@@ -22,12 +22,11 @@ public:
     /// The logger's current level.
     virtual int level() = 0;
 
-    /// Each writes one line of its severity.
-    void error(const QString& text);
-    void warning(const QString& text);
-    void info(const QString& text);
-    void debug(const QString& text);
-    void debug(const char* text);
+    void error(const QString& text);   ///< Writes one line of the severity error.
+    void warning(const QString& text); ///< Writes one line of the severity warning.
+    void info(const QString& text);    ///< Writes one line of the severity info.
+    void debug(const QString& text);   ///< Writes one line of the severity debug.
+    void debug(const char* text);      ///< Writes one line of the severity debug, from UTF-8.
 
 protected:
     VelLogger() = default;
