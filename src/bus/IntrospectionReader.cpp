@@ -4,6 +4,7 @@
 #include "bus/BusNames.h"
 
 #include <QDomDocument>
+#include <QXmlStreamReader>
 
 namespace {
 
@@ -35,7 +36,7 @@ QString typeNameOf(const QString& signature) {
 }
 
 QString descriptor(const QString& typeName, const QString& container, const QString& keyType) {
-    return QStringLiteral("%1:%2:%3").arg(typeName).arg(container).arg(keyType);
+    return QStringLiteral("%1:%2:%3").arg(typeName, container, keyType); // at once: a name may hold a "%2"
 }
 
 // The annotation tells the Qt type; without one the D-Bus signature does, for the basic types.
@@ -71,13 +72,27 @@ OutArgument outArgumentOf(const QDomElement& method) {
     return out;
 }
 
+// A QDomDocument is taken down by recursion, so that a text which only opens elements ends the process. A description
+// nests four deep.
+bool isShallow(const QString& text) {
+    constexpr int deepestElement = 100;
+    QXmlStreamReader reader(text);
+    reader.setNamespaceProcessing(false);
+    int depth = 0;
+    while (!reader.atEnd() && depth <= deepestElement) {
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        depth += (token == QXmlStreamReader::StartElement) - (token == QXmlStreamReader::EndElement);
+    }
+    return !reader.hasError() && depth <= deepestElement;
+}
+
 } // namespace
 
 QList<vel::bus::ReturnType> vel::bus::returnTypesIn(const QString& introspection) {
     QList<ReturnType> types;
     QDomDocument document;
     // setContent() keeps the half it could read when it fails; half a description must not be believed.
-    if (!document.setContent(introspection, false))
+    if (!isShallow(introspection) || !document.setContent(introspection, false))
         return types;
     const QString interfaceTag = QStringLiteral("interface");
     const QString methodTag = QStringLiteral("method");

@@ -13,7 +13,7 @@ struct ReturnType {
 };
 
 /// The methods of the common interface, in the order of the text, overloads each for itself; none when the text is not
-/// well-formed.
+/// well-formed, or nested far deeper than a description is.
 QList<ReturnType> returnTypesIn(const QString& introspection);
 
 } // namespace vel::bus

@@ -179,6 +179,7 @@ void ReturnTypeTest::descriptorFollowsFromTheDescription_data() {
     row("ai", "listOfInt", "listOfInt::");
     row("ai", "MyQList<int>", "MyQList<int>::");
     row("a{ss}", "mapQString", "mapQString::");
+    row("s", "%1%2%3", "%1%2%3::");
 }
 
 void ReturnTypeTest::descriptorFollowsFromTheDescription() {
@@ -272,6 +273,9 @@ void ReturnTypeTest::badAnswerIsNoDescription_data() {
     row("cut off before the end", good.left(good.size() - 1));
     row("text after the end", good + QStringLiteral("<node/>"));
     row("wrong nesting", described(methodReturning(station, text) + QStringLiteral("<a><b></a></b>")));
+    const int depth = 300000;
+    row("nested without need", described(methodReturning(station, text) + QStringLiteral("<a>").repeated(depth) +
+                                         QStringLiteral("</a>").repeated(depth)));
 
     QString bomb = QStringLiteral("<!DOCTYPE node [<!ENTITY e0 'ha'>");
     for (int level = 1; level <= 30; ++level)
