@@ -19,8 +19,9 @@ void takeAnnotation(Method& method, const QString& name, const QString& value) {
     for (QList<MethodArgument>* arguments : {&method.in, &method.out}) {
         const QString prefix = QStringLiteral(".QtTypeName.") + (arguments == &method.in ? "In" : "Out");
         const int at = name.indexOf(prefix);
-        const int index = name.mid(at + prefix.size()).toInt();
-        if (at >= 0 && index < arguments->size())
+        bool isNumber = false;
+        const int index = name.mid(at + prefix.size()).toInt(&isNumber);
+        if (at >= 0 && isNumber && index >= 0 && index < arguments->size())
             (*arguments)[index].qtType = value;
     }
 }
