@@ -1,10 +1,10 @@
 """A shell that types the commands of a page as a reader would.
 
-It is started in a copy of the tree, in which build/release is the build under test, with an empty home and without a
-bus. The commands are its standard input, so that a shell started by one of them, as "dbus-run-session bash" does,
-reads those that follow. Lines of our own between them tell whose output is whose; whatever fails says so by a trap
-that every shell sets when it starts. What is left running at the end belongs to the shell's process group, and is
-killed.
+It is started in a copy of the tree, in which build/release is the build under test, without a bus, and with an empty
+home, which is shown as /home/you. The commands are its standard input, so that a shell started by one of them, as
+"dbus-run-session bash" does, reads those that follow. Lines of our own between them tell whose output is whose;
+whatever fails says so by a trap that every shell sets when it starts. What is left running at the end belongs to the
+shell's process group, and is killed.
 """
 import contextlib
 import os
@@ -54,7 +54,7 @@ def type_into_a_shell(pieces, source, build):
                 if re.fullmatch(r"@@@ \d+", line):
                     n = int(line[4:])
                 elif line and not NO_OUTPUT.match(line):
-                    outputs[n].append(line)
+                    outputs[n].append(line.replace(str(home), "/home/you"))
             else:
                 outputs[n].append(f"@@@ failed: nothing more came within {LIMIT} s")
         finally:
