@@ -1,0 +1,119 @@
+# Which Debian packages cpack makes of the install components. What cpack cannot do itself is in Finish.cmake.
+
+set(vel_debian ${CMAKE_CURRENT_LIST_DIR})
+
+# The changelog is the one place of the packages' version and maintainer.
+function(vel_changelog_field variable field)
+    execute_process(COMMAND dpkg-parsechangelog --file ${vel_debian}/changelog --show-field ${field}
+        OUTPUT_VARIABLE value OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    set(${variable} ${value} PARENT_SCOPE)
+endfunction()
+vel_changelog_field(CPACK_DEBIAN_PACKAGE_VERSION Version)
+vel_changelog_field(CPACK_DEBIAN_PACKAGE_MAINTAINER Maintainer)
+if(NOT CPACK_DEBIAN_PACKAGE_VERSION MATCHES "^${PROJECT_VERSION}-[0-9]")
+    message(FATAL_ERROR "cannot make packages of version ${PROJECT_VERSION}: "
+        "the newest entry in packaging/debian/changelog is for ${CPACK_DEBIAN_PACKAGE_VERSION}")
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${vel_debian}/Finish.cmake)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # it would stand before each package's own
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_SOURCE vel)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+# For Finish.cmake.
+set(CPACK_VEL_DEBIAN ${vel_debian})
+set(CPACK_VEL_SHLIBS ${PROJECT_BINARY_DIR}/shlibs)
+set(CPACK_VEL_LIBRARIES ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+
+# DEPENDS is what stands in no library: the libraries' packages are added to it. SHLIBS is the shlibs(5) line of the
+# library that is in the package.
+function(vel_package name)
+    cmake_parse_arguments(arg "" "SECTION;SHLIBS;DEPENDS;RECOMMENDS;SYNOPSIS;DESCRIPTION" "COMPONENTS" ${ARGN})
+    string(TOUPPER ${name} NAME)
+    foreach(component IN LISTS arg_COMPONENTS)
+        string(TOUPPER ${component} COMPONENT)
+        set(CPACK_COMPONENT_${COMPONENT}_GROUP ${name} PARENT_SCOPE)
+    endforeach()
+    set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${arg_COMPONENTS} PARENT_SCOPE)
+
+    set(CPACK_DEBIAN_${NAME}_PACKAGE_NAME ${name} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${NAME}_PACKAGE_SECTION ${arg_SECTION} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${NAME}_PACKAGE_DEPENDS "${arg_DEPENDS}" PARENT_SCOPE)
+    set(CPACK_DEBIAN_${NAME}_PACKAGE_RECOMMENDS "${arg_RECOMMENDS}" PARENT_SCOPE)
+    set(CPACK_DEBIAN_${NAME}_DESCRIPTION "${arg_SYNOPSIS}\n${arg_DESCRIPTION}" PARENT_SCOPE)
+    if(arg_SHLIBS)
+        set(CPACK_DEBIAN_${NAME}_PACKAGE_CONTROL_EXTRA
+            ${vel_debian}/triggers ${CPACK_VEL_SHLIBS}/${name}/shlibs PARENT_SCOPE)
+        file(WRITE ${CPACK_VEL_SHLIBS}/${name}/shlibs "${arg_SHLIBS}\n")
+        file(APPEND ${CPACK_VEL_SHLIBS}/debian/shlibs.local "${arg_SHLIBS}\n")
+    endif()
+endfunction()
+
+# dpkg-shlibdeps runs in a source package's folder, of which it wants to see this much.
+file(WRITE ${CPACK_VEL_SHLIBS}/debian/control "")
+file(WRITE ${CPACK_VEL_SHLIBS}/debian/shlibs.local "")
+
+vel_package(libvel1
+    COMPONENTS runtime
+    SECTION libs
+    SHLIBS "libvel 1 libvel1 (>= ${PROJECT_VERSION})"
+    DEPENDS "procps" # the program kill, with which a module freezes itself
+    SYNOPSIS "library for systems of cooperating processes on D-Bus"
+    DESCRIPTION "Vel gives each process of a system a name on the D-Bus session bus, one
+lifecycle, named events, calls to other processes, and a part in saves and
+resets.
+.
+This package contains the library that such processes run with.")
+
+# Unversioned, so that a platform's own package can provide it.
+vel_package(libvellogging1
+    COMPONENTS logging
+    SECTION libs
+    SHLIBS "libvellogging 1 libvellogging1"
+    SYNOPSIS "logging library for Vel modules"
+    DESCRIPTION "Vel leaves logging to the platform. This library has the interface that Vel
+expects of it, and writes the lines with Qt's own message logging.
+.
+A platform that has such a library installs its own package instead, which
+provides libvellogging1.")
+
+vel_package(libautomatonzeta1
+    COMPONENTS statemachine
+    SECTION libs
+    SHLIBS "libautomatonzeta 1 libautomatonzeta1"
+    SYNOPSIS "state-machine library for Vel modules"
+    DESCRIPTION "Vel leaves state machines to the platform. This library has the interface
+that Vel expects of it, on top of Qt's own state machine.
+.
+A platform that has such a library installs its own package instead, which
+provides libautomatonzeta1.")
+
+vel_package(libvel-dev
+    COMPONENTS development doc
+    SECTION libdevel
+    DEPENDS "libvel1 (= ${CPACK_DEBIAN_PACKAGE_VERSION}), libvellogging1, libautomatonzeta1, qtbase5-dev (>= 5.15)"
+    SYNOPSIS "library for systems of cooperating processes on D-Bus (development)"
+    DESCRIPTION "Vel gives each process of a system a name on the D-Bus session bus, one
+lifecycle, named events, calls to other processes, and a part in saves and
+resets.
+.
+This package contains what is needed to write such processes: headers,
+packages for CMake and pkg-config, and documents.")
+
+vel_package(vel-tools
+    COMPONENTS tools
+    SECTION utils
+    RECOMMENDS "dbus-daemon"
+    SYNOPSIS "tools for systems of Vel modules"
+    DESCRIPTION "velctl lists the modules of a running system, shows and publishes their
+events, calls their methods and stops them. vel-supervisor starts the modules
+that a configuration names, watches them, and saves and restores their data.")
+
+include(CPack)
