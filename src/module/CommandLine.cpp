@@ -1,16 +1,13 @@
 // The module's command line: `--key=value` options and the help text.
 #include "module/CommandLine.h"
 
-#include <QRegExp>
-
-#include <iostream>
+#include <cstdio>
 
 QMap<QString, QString> vel::readCommandLine(const QStringList& arguments) {
-    const QRegExp dashesAndValue(QStringLiteral("(\\-*)|(=.*)"));
     QMap<QString, QString> options;
     for (const QString& argument : arguments.mid(1)) {
         const int equalsSign = argument.indexOf(QLatin1Char('='));
-        const QString key = QString(argument).remove(dashesAndValue);
+        const QString key = argument.left(equalsSign).remove(QLatin1Char('-')); // all of it without a '='
         options.insert(key, equalsSign < 0 ? QString() : argument.mid(equalsSign + 1));
     }
     return options;
@@ -21,6 +18,6 @@ bool vel::asksForHelp(const QMap<QString, QString>& options) {
 }
 
 void vel::printHelp() {
-    std::cout << "The module parameters are :" << std::endl
-              << "  --moduleName=<name of the module> : References the module on DBus" << std::endl;
+    std::puts("The module parameters are :\n"
+              "  --moduleName=<name of the module> : References the module on DBus");
 }
