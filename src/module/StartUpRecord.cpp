@@ -19,10 +19,17 @@ const StampLine versionStamp[] = {
     {"VersionRange", VEL_VERSION_RANGE},     {"VersionAppmode", VEL_VERSION_APPMODE},
 };
 
+// What is read stays for the life of the process, so nothing more than it may stay with it: QIODevice::readAll() takes
+// several times the size of a file that does not tell its size, as those of /proc, and a heap seldom gives back.
 void replaceByFile(QByteArray& content, const QString& path) {
     QFile file(path);
-    if (file.open(QIODevice::ReadOnly | QIODevice::Text))
-        content = file.readAll();
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text | QIODevice::Unbuffered))
+        return;
+    content.clear();
+    char part[4096];
+    for (qint64 size = file.read(part, sizeof part); size > 0; size = file.read(part, sizeof part))
+        content.append(part, static_cast<int>(size));
+    content.squeeze();
 }
 
 } // namespace
