@@ -26,7 +26,7 @@ QString serviceName(const QString& moduleName) {
 }
 
 QString objectPath(const QString& moduleName) {
-    return QStringLiteral("/%1").arg(moduleName);
+    return QLatin1Char('/') + moduleName;
 }
 
 QString defaultModuleName() {

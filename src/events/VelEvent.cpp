@@ -3,8 +3,22 @@
 
 namespace {
 
+// The usual names cost nothing to hand out: each argument of each event that is published has one.
 QString typeNameOf(const QVariant& value) {
-    return QString::fromLatin1(value.typeName());
+    switch (value.userType()) {
+    case QMetaType::Bool:
+        return QStringLiteral("bool");
+    case QMetaType::Int:
+        return QStringLiteral("int");
+    case QMetaType::Double:
+        return QStringLiteral("double");
+    case QMetaType::QString:
+        return QStringLiteral("QString");
+    case QMetaType::QStringList:
+        return QStringLiteral("QStringList");
+    default:
+        return QString::fromLatin1(value.typeName());
+    }
 }
 
 } // namespace
@@ -66,8 +80,9 @@ void VelEvent::addArgType(const QString& name, const QString& type) {
 }
 
 void VelEvent::addArgTypes() {
+    // Both maps are in the order of the names, so each type name most likely goes to the end.
     for (auto argument = m_arguments.cbegin(); argument != m_arguments.cend(); ++argument)
-        addArgType(argument.key(), typeNameOf(argument.value()));
+        m_argTypes.insert(m_argTypes.cend(), argument.key(), typeNameOf(argument.value()));
 }
 
 bool VelEvent::operator==(const VelEvent& other) const {
