@@ -4,6 +4,7 @@
 #include "app/VelApplication.h"
 #include "bus/BusNames.h"
 #include "events/VelDBusTypes.h"
+#include "support/BuiltProgram.h"
 
 #include <QDBusMessage>
 #include <QFile>
@@ -93,7 +94,7 @@ void settle(const QDBusConnection& connection) {
 }
 
 QString program(const QString& name) {
-    return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
+    return builtProgram(name);
 }
 
 bool exceptionsCrossQtDBus() {

@@ -39,7 +39,7 @@ QDBusMessage call(const QDBusConnection& connection, const QString& moduleName, 
 /// routed to this process has been delivered.
 void settle(const QDBusConnection& connection);
 
-/// The path of a program that the build put beside this one.
+/// What starts that program of this build.
 QString program(const QString& name);
 
 /// Whether an exception can pass Qt D-Bus's delivery of a call: not where the library was built without unwind

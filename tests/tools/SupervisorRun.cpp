@@ -1,7 +1,6 @@
 // One run of the supervisor.
 #include "SupervisorRun.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -49,7 +48,7 @@ void SupervisorRun::addModule(const QString& name, const QStringList& arguments,
     QJsonObject module = values;
     module["name"] = name;
     if (!module.contains("command"))
-        module["command"] = QCoreApplication::applicationDirPath() + "/supervised-peer";
+        module["command"] = builtProgram("supervised-peer");
     module["arguments"] = QJsonArray::fromStringList(arguments);
     QJsonArray modules = m_root["modules"].toArray();
     modules.append(module);
@@ -72,7 +71,7 @@ bool SupervisorRun::start() {
         return false;
     file.write(QJsonDocument(m_root).toJson());
     file.close();
-    return m_process.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", {file.fileName()});
+    return m_process.run(builtProgram("vel-supervisor"), {file.fileName()});
 }
 
 bool SupervisorRun::waitUntilUp(const QStringList& modules) {

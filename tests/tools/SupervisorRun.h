@@ -1,6 +1,7 @@
 // One run of the supervisor: a configuration in a folder of its own, on a bus of its own.
 #pragma once
 
+#include "support/BuiltProgram.h"
 #include "support/PrivateBus.h"
 
 #include <QDBusConnection>

@@ -1,7 +1,7 @@
 // Every mistake in a configuration is named by file, line and key before anything is started.
+#include "support/BuiltProgram.h"
 #include "support/ChildProcess.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -57,7 +57,7 @@ int SupervisorTestConfiguration::check(const QByteArray& text, QStringList& line
     file.close();
     ChildProcess process;
     process.setWorkingDirectory(m_folder.path());
-    if (!process.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", {"--check", "c.json"}))
+    if (!process.run(builtProgram("vel-supervisor"), {"--check", "c.json"}))
         return -4;
     const int status = process.waitForStatus();
     lines = process.lines();
@@ -214,7 +214,7 @@ void SupervisorTestConfiguration::commandLineMistakeIsRefused() {
     QFETCH(int, status);
     QFETCH(QString, text);
     ChildProcess process;
-    QVERIFY(process.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", arguments));
+    QVERIFY(process.run(builtProgram("vel-supervisor"), arguments));
     QCOMPARE(process.waitForStatus(), status);
     QVERIFY2(process.lines().value(0).startsWith(text), qPrintable(process.lines().value(0)));
 }
@@ -225,7 +225,7 @@ void SupervisorTestConfiguration::withoutABusNothingIsStarted() {
     file.write(withGoodModule("\"startLimit\": 60"));
     file.close();
     ChildProcess process; // ctest gives every test the address of a bus that is not there
-    QVERIFY(process.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", {file.fileName()}));
+    QVERIFY(process.run(builtProgram("vel-supervisor"), {file.fileName()}));
     QCOMPARE(process.waitForStatus(), badStatus);
     QVERIFY(process.lines().filter("cannot supervise: there is no session bus; nothing was started").size() == 1);
 }

@@ -96,8 +96,7 @@ void SupervisorTestEnd::nothingOutlivesAKilledSupervisor() {
     SupervisorRun run;
     run.addModule("A", {"--helper"});
     run.addModule("Frozen");
-    run.addModule("Wrapped", {"-c", QCoreApplication::applicationDirPath() + "/supervised-peer \"$@\"; exit $?", "sh"},
-                  {{"command", "sh"}});
+    run.addModule("Wrapped", {"-c", builtProgram("supervised-peer") + " \"$@\"; exit $?", "sh"}, {{"command", "sh"}});
     QVERIFY(run.start());
     QVERIFY(run.waitUntilUp({"A", "Frozen", "Wrapped"}));
     const pid_t supervisor = static_cast<pid_t>(run.process().processId());
@@ -155,7 +154,7 @@ void SupervisorTestEnd::secondSupervisorEndsWithStatus7() {
     QVERIFY(run.start());
     QVERIFY(run.waitUntilUp({"A"}));
     ChildProcess second;
-    QVERIFY(second.run(QCoreApplication::applicationDirPath() + "/vel-supervisor", {run.path("supervisor.json")}));
+    QVERIFY(second.run(builtProgram("vel-supervisor"), {run.path("supervisor.json")}));
     QCOMPARE(second.waitForStatus(), 7);
     QVERIFY(run.isServing("A"));
 }

@@ -229,9 +229,8 @@ void SupervisorTestModules::terminalShowsProgressAndAPipeDoesNot() {
     QVERIFY(run.process().lines().filter("\r").isEmpty());
 
     ChildProcess terminal; // "script" gives it one
-    QVERIFY(terminal.run(
-        "script", {"-qec", QCoreApplication::applicationDirPath() + "/vel-supervisor " + run.path("supervisor.json"),
-                   "/dev/null"}));
+    QVERIFY(terminal.run("script",
+                         {"-qec", builtProgram("vel-supervisor") + " " + run.path("supervisor.json"), "/dev/null"}));
     QVERIFY(terminal.waitForLine("2 of 2 up after "));
     const QString progress = terminal.lines().join('\n');
     QVERIFY(progress.contains("\r\033[K0 of 2 up: A 0.0 s\r"));

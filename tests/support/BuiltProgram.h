@@ -1,0 +1,8 @@
+// The programs of this build, as a test starts them.
+#pragma once
+
+#include <QString>
+
+/// What starts the program that the build called `name`: the program beside this one or, where this machine cannot run
+/// what was built, the script that runs it in an emulator.
+QString builtProgram(const QString& name);
