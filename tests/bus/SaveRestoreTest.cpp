@@ -240,8 +240,7 @@ void SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped_data() {
 
 void SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped() {
     QFETCH(QString, netsLine);
-    if (!bustest::exceptionsCrossQtDBus())
-        QSKIP("this Qt D-Bus was built without unwind tables");
+    VEL_SKIP_WHERE_IMPOSSIBLE();
     start({QStringLiteral("--preSave=") + QString::fromLatin1(QTest::currentDataTag())});
     QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
     provesToRun();

@@ -10,9 +10,6 @@
 #include <QFile>
 #include <QTest>
 
-#include <link.h>
-
-#include <cstring>
 #include <memory>
 
 namespace bustest {
@@ -20,23 +17,6 @@ namespace bustest {
 namespace {
 
 std::unique_ptr<PrivateBus> privateBus;
-
-// Looks at the library, not at the processor: the exception index table of 32-bit ARM, or the frame tables elsewhere.
-int hasUnwindTables(dl_phdr_info* info, size_t, void* found) {
-    if (!std::strstr(info->dlpi_name, "libQt5DBus"))
-        return 0;
-    for (int header = 0; header < info->dlpi_phnum; ++header) {
-#ifdef PT_ARM_EXIDX
-        constexpr ElfW(Word) unwindTables = sizeof(void*) == 4 ? PT_ARM_EXIDX : PT_GNU_EH_FRAME;
-#else
-        constexpr ElfW(Word) unwindTables = PT_GNU_EH_FRAME;
-#endif
-        // An index of one entry (8 bytes) is the linker's "cannot unwind".
-        if (info->dlpi_phdr[header].p_type == unwindTables && info->dlpi_phdr[header].p_memsz > 8)
-            *static_cast<bool*>(found) = true;
-    }
-    return 1;
-}
 
 } // namespace
 
@@ -95,12 +75,6 @@ void settle(const QDBusConnection& connection) {
 
 QString program(const QString& name) {
     return builtProgram(name);
-}
-
-bool exceptionsCrossQtDBus() {
-    bool found = false;
-    dl_iterate_phdr(hasUnwindTables, &found);
-    return found;
 }
 
 } // namespace bustest

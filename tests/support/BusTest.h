@@ -3,6 +3,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/PrivateBus.h"
+#include "support/SkipList.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -41,10 +42,6 @@ void settle(const QDBusConnection& connection);
 
 /// What starts that program of this build.
 QString program(const QString& name);
-
-/// Whether an exception can pass Qt D-Bus's delivery of a call: not where the library was built without unwind
-/// tables.
-bool exceptionsCrossQtDBus();
 
 } // namespace bustest
 

@@ -3,6 +3,7 @@
 
 #include "support/BuiltProgram.h"
 #include "support/PrivateBus.h"
+#include "support/SkipList.h"
 
 #include <QDBusConnection>
 #include <QDBusPendingCall>

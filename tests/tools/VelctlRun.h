@@ -48,7 +48,8 @@ std::unique_ptr<ChildProcess> startPeer(const QString& name, const QStringList& 
 [[nodiscard]] bool stopFromOutside(const ChildProcess& peer);
 [[nodiscard]] bool makeBusy(ChildProcess& peer, const QString& name);
 
-/// Whether this user may read in which system call that process is: a matter of the kernel's settings.
+/// Whether this user may read in which system call that process is, which is a matter of the kernel's settings, in the
+/// numbers of this program's architecture, which an emulator's process has not.
 bool tellsSystemCalls(const ChildProcess& peer);
 
 /// Lets a stopped or a busy one go on.
