@@ -12,7 +12,7 @@
 namespace {
 
 constexpr int rounds = 100;
-constexpr int longestMomentUs = 25000; // a save of these modules takes about half of that
+constexpr int longestMomentUs = 25000 * VEL_TEST_SLOWNESS; // a save of these modules takes about half of that
 constexpr int starts = 50;
 
 const QByteArray gone(1, '\0');
