@@ -1,0 +1,39 @@
+# Builds for 32-bit ARM Linux with hardware floating point, with Debian's cross-compiler, against a sysroot.
+#
+# For a board of one's own, copy it and change the triplet, the sysroot and the emulator; docs/porting.md tells what the
+# sysroot must have.
+
+get_filename_component(made ${CMAKE_CURRENT_LIST_DIR}/../../build ABSOLUTE) # CMake compares folders by their names
+
+set(triplet arm-linux-gnueabihf)
+set(VEL_SYSROOT ${made}/armhf-sysroot
+    CACHE PATH "Root folder of the target's libraries and headers, as cmake/armhf/make-sysroot makes it")
+set(VEL_EMULATOR ${made}/armhf-run
+    CACHE FILEPATH "Runs a program of the target on this machine; empty when there is none")
+
+if(NOT IS_DIRECTORY ${VEL_SYSROOT})
+    message(FATAL_ERROR "cannot build for another machine: there is no sysroot '${VEL_SYSROOT}'; "
+        "scripts/test-armhf makes one, and so does cmake/armhf/make-sysroot")
+endif()
+
+# Where CMake tries the compiler, it reads this file again, but not the cache.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VEL_SYSROOT VEL_EMULATOR)
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(CMAKE_C_COMPILER ${triplet}-gcc)
+set(CMAKE_CXX_COMPILER ${triplet}-g++)
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi) # about calls between what GCC 6 built and what later ones did: nothing is mixed here
+set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
+set(CMAKE_SYSROOT ${VEL_SYSROOT})
+set(CMAKE_CROSSCOMPILING_EMULATOR ${VEL_EMULATOR})
+
+# Programs such as moc are this machine's; whatever is linked or included is the target's.
+set(CMAKE_FIND_ROOT_PATH ${VEL_SYSROOT})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ENV{PKG_CONFIG_DIR} "")
+set(ENV{PKG_CONFIG_LIBDIR} ${VEL_SYSROOT}/usr/lib/${triplet}/pkgconfig:${VEL_SYSROOT}/usr/share/pkgconfig)
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${VEL_SYSROOT})
