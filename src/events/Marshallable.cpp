@@ -14,9 +14,9 @@
 
 namespace {
 
-// libdbus refuses a message nested deeper than this (arrays, structures, dictionary entries and variants together), and
-// the bus daemon ends the connection of whoever sends one.
-constexpr int deepestNesting = 64;
+// How deep a message may be nested (arrays, structures, dictionary entries and variants together) on every bus: whoever
+// sends a deeper one loses the connection. libdbus and its daemon allow one level more.
+constexpr int deepestNesting = 63;
 
 // What each container adds on the way to a value in it.
 constexpr int variantLevels = 1;              // v
@@ -39,6 +39,8 @@ private:
     bool passesInside(const QVariantList& values, int level);
     template <typename Map>
     bool passesInside(const Map& values, int level);
+    bool passesReceived(const QDBusArgument& argument, int level);
+    bool passesReceived(const QVariant& value, int level);
     bool passesText(const QString& text);
     bool passesSize(qint64 bytes) {
         m_size += bytes;
@@ -86,7 +88,7 @@ bool Inspection::passes(const QVariant& value, int level) {
     if (type == qMetaTypeId<QDBusUnixFileDescriptor>())
         return value.value<QDBusUnixFileDescriptor>().isValid();
     if (type == qMetaTypeId<QDBusArgument>())
-        return !value.value<QDBusArgument>().currentSignature().isEmpty();
+        return passesReceived(value.value<QDBusArgument>(), level);
     return QDBusMetaType::typeToSignature(type) != nullptr;
 }
 
@@ -102,6 +104,56 @@ bool Inspection::passesInside(const Map& values, int level) {
             return false;
     }
     return true;
+}
+
+// A container that was received is sent on as it is, and must only be neither too deep nor too large. It is walked by
+// its reader; each container that was begun is ended, whatever was found in it: else Qt loses its memory.
+bool Inspection::passesReceived(const QDBusArgument& argument, int level) {
+    if (level > deepestNesting || argument.currentSignature().isEmpty())
+        return false;
+    bool passed = true;
+    const auto walk = [&](int below) {
+        while (passed && !argument.atEnd())
+            passed = passesReceived(argument, below);
+    };
+    const bool isBytes = argument.currentSignature() == QLatin1String("ay");
+    switch (isBytes ? QDBusArgument::BasicType : argument.currentType()) {
+    case QDBusArgument::StructureType:
+        argument.beginStructure();
+        walk(level + 1);
+        argument.endStructure();
+        break;
+    case QDBusArgument::ArrayType:
+        argument.beginArray();
+        walk(level + 1);
+        argument.endArray();
+        break;
+    case QDBusArgument::MapType:
+        argument.beginMap();
+        while (passed && !argument.atEnd()) {
+            argument.beginMapEntry();
+            walk(level + 2);
+            argument.endMapEntry();
+        }
+        argument.endMap();
+        break;
+    default:
+        passed = passesReceived(argument.asVariant(), level);
+    }
+    return passed;
+}
+
+bool Inspection::passesReceived(const QVariant& value, int level) {
+    const int type = value.userType();
+    if (type == qMetaTypeId<QDBusVariant>())
+        return passesReceived(value.value<QDBusVariant>().variant(), level + variantLevels);
+    if (type == qMetaTypeId<QDBusArgument>())
+        return passesReceived(value.value<QDBusArgument>(), level);
+    if (level > deepestNesting)
+        return false;
+    if (type == QMetaType::QByteArray)
+        return passesSize(value.toByteArray().size());
+    return type == QMetaType::QString ? passesText(value.toString()) : passesSize(sizeOfAnyValue);
 }
 
 bool Inspection::passesText(const QString& text) {

@@ -6,7 +6,7 @@
 namespace vel {
 
 /// True when `value`, and every value nested in it that can be looked into, has a D-Bus form that the bus accepts: a
-/// known type, nested at most 64 levels deep, and at most about 64 MiB in all.
+/// known type, nested at most 63 levels deep, and at most about 64 MiB in all.
 ///
 /// Asked before a message is built: Qt notices a value without a D-Bus form only when it is half-way through the
 /// message, and inside a container libdbus then aborts the process instead of reporting an error.

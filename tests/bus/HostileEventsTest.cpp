@@ -35,6 +35,7 @@ private Q_SLOTS:
     void unpublishableArgumentIsRefused_data();
     void unpublishableArgumentIsRefused();
     void deepestArgumentTheBusAcceptsIsPublished();
+    void receivedContainerIsSentOn();
 
 private:
     void nextGoodEventArrives();
@@ -214,6 +215,46 @@ void HostileEventsTest::deepestArgumentTheBusAcceptsIsPublished() {
     QVERIFY(depth > 20);
     nextGoodEventArrives();
     QCOMPARE(static_cast<int>(m_listener->events().size()), depth);
+}
+
+void HostileEventsTest::receivedContainerIsSentOn() {
+    // What others nested counts, too: a module may put it into a container of its own.
+    constexpr int lists = 20;
+    QByteArray signature("i");
+    for (int level = 0; level < lists; ++level)
+        signature.prepend("a");
+    QVERIFY(m_hostile.sendSignal(hostile, topic, [&](DBusMessageIter& iterator) {
+        DBusMessageIter event, noTypes, arguments, entry, variant;
+        dbus_message_iter_open_container(&iterator, DBUS_TYPE_STRUCT, nullptr, &event);
+        appendBySignature(event, "ss");
+        const dbus_int32_t count = 1;
+        dbus_message_iter_append_basic(&event, DBUS_TYPE_INT32, &count);
+        dbus_message_iter_open_container(&event, DBUS_TYPE_ARRAY, "{ss}", &noTypes);
+        dbus_message_iter_close_container(&event, &noTypes);
+        dbus_message_iter_open_container(&event, DBUS_TYPE_ARRAY, "{sv}", &arguments);
+        dbus_message_iter_open_container(&arguments, DBUS_TYPE_DICT_ENTRY, nullptr, &entry);
+        appendBySignature(entry, "s");
+        dbus_message_iter_open_container(&entry, DBUS_TYPE_VARIANT, signature.constData(), &variant);
+        appendBySignature(variant, signature.constData());
+        dbus_message_iter_close_container(&entry, &variant);
+        dbus_message_iter_close_container(&arguments, &entry);
+        dbus_message_iter_close_container(&event, &arguments);
+        dbus_message_iter_close_container(&iterator, &event);
+    }));
+    m_hostile.flush();
+    QVERIFY(m_listener->waitForEvents(1));
+    QVariant value = m_listener->events().front().getArguments().first();
+    QCOMPARE(value.userType(), qMetaTypeId<QDBusArgument>());
+    bool published = true;
+    int depth = 0;
+    for (; published; ++depth) {
+        published = m_module.notifyEvent(topic, {{QStringLiteral("sent on"), value}});
+        value = QVariantList{value};
+    }
+    // An event takes four of the 63 levels.
+    QCOMPARE(depth, 1 + (63 - 4 - lists) / 2 + 1);
+    nextGoodEventArrives();
+    QCOMPARE(static_cast<int>(m_listener->events().size()), 1 + depth);
 }
 
 VEL_BUS_TEST_MAIN(HostileEventsTest)

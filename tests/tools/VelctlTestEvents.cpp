@@ -265,7 +265,7 @@ void VelctlTestEvents::badLineEndsTheReplayAndIsNamed_data() {
     QByteArray deep = R"({"type":"i","value":1})";
     for (int level = 0; level < 70; ++level)
         deep = R"({"type":"v","value":)" + deep + '}';
-    row("too deep", R"({"event":"a","body":[)" + deep + "]}", "it is nested deeper than 64 levels");
+    row("too deep", R"({"event":"a","body":[)" + deep + "]}", "it is nested deeper than 63 levels");
 }
 
 void VelctlTestEvents::badLineEndsTheReplayAndIsNamed() {

@@ -30,8 +30,8 @@ namespace {
 // Far more container types than the events of a system have together.
 constexpr int carrierCount = 128;
 
-// libdbus ends the connection of whoever nests deeper, all containers counted together.
-constexpr int deepestNesting = 64;
+// The bus ends the connection of whoever nests deeper, all containers counted together; dbus-daemon allows one more.
+constexpr int deepestNesting = 63;
 
 std::array<QByteArray, carrierCount> boundSignatures;
 
