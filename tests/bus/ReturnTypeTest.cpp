@@ -323,6 +323,8 @@ void ReturnTypeTest::failedQuestionThrows() {
     } catch (const QString& thrown) {
         if (isThere)
             QCOMPARE(thrown, QStringLiteral("not for you"));
+        else if (PrivateBus::isBroker()) // names nobody: it knows of no service files, and does not look for any
+            QCOMPARE(thrown, QStringLiteral("The name is not activatable"));
         else
             QVERIFY2(thrown.contains(vel::bus::serviceName(m_peerName)), qUtf8Printable(thrown));
     }

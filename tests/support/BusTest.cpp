@@ -23,7 +23,7 @@ std::unique_ptr<PrivateBus> privateBus;
 int runOnPrivateBus(int argc, char** argv, const std::function<int(int, char**)>& test) {
     privateBus = std::make_unique<PrivateBus>();
     if (!privateBus->isRunning()) {
-        qCritical("cannot start 'dbus-daemon'; nothing was tested");
+        qCritical("cannot start '%s'; nothing was tested", qPrintable(PrivateBus::program()));
         return 1;
     }
     int applicationArgc = 1; // the test's own arguments are not the module's

@@ -1,7 +1,9 @@
-// A dbus-daemon with a configuration of its own: everything is allowed, nothing is started on demand.
+// A dbus-daemon with a configuration of its own, or a dbus-broker with a launcher of its own: everything is allowed,
+// nothing is started on demand.
 #include "support/PrivateBus.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <cstdio>
 
@@ -36,6 +38,16 @@ const char configuration[] =
 
 } // namespace
 
+bool PrivateBus::isBroker() {
+    return qgetenv("VEL_TEST_BROKER") == "dbus-broker";
+}
+
+QString PrivateBus::program() {
+    // Beside this program; the application object, which would know, does not exist yet.
+    const QFileInfo thisProgram(QFile::symLinkTarget(QStringLiteral("/proc/self/exe")));
+    return isBroker() ? thisProgram.absolutePath() + QStringLiteral("/broker-launcher") : QStringLiteral("dbus-daemon");
+}
+
 PrivateBus::PrivateBus() {
     QFile file(m_folder.filePath(QStringLiteral("bus.conf")));
     if (!file.open(QIODevice::WriteOnly) ||
@@ -45,10 +57,11 @@ PrivateBus::PrivateBus() {
     // The address is read from standard output only. The daemon's complaints about limits that this user may not
     // raise disturb nobody, so its error output is shown only when it does not start.
     m_daemon.setProcessChannelMode(QProcess::SeparateChannels);
-    if (!m_daemon.run(QStringLiteral("dbus-daemon"),
-                      {QStringLiteral("--nofork"), QStringLiteral("--nopidfile"), QStringLiteral("--print-address=1"),
-                       QStringLiteral("--config-file=") + file.fileName()}) ||
-        !m_daemon.waitForLine(QStringLiteral("unix:"))) {
+    const QStringList arguments = isBroker() ? QStringList{m_folder.filePath(QStringLiteral("bus"))}
+                                             : QStringList{QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
+                                                           QStringLiteral("--print-address=1"),
+                                                           QStringLiteral("--config-file=") + file.fileName()};
+    if (!m_daemon.run(program(), arguments) || !m_daemon.waitForLine(QStringLiteral("unix:"))) {
         std::fputs(m_daemon.readAllStandardError().constData(), stderr);
         return;
     }

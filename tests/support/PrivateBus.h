@@ -1,4 +1,5 @@
-// A message bus of one's own: a dbus-daemon that nobody else uses and that dies with this process.
+// A message bus of one's own: a dbus-daemon that nobody else uses and that dies with this process; or a dbus-broker,
+// where VEL_TEST_BROKER=dbus-broker is in the environment.
 #pragma once
 
 #include "support/ChildProcess.h"
@@ -10,6 +11,12 @@ public:
     /// Starts the daemon and makes it the session bus of this process and of every child it starts from then on. Qt
     /// reads the address once per process, so this comes before the first QDBusConnection::sessionBus().
     PrivateBus();
+
+    /// Whether it is dbus-broker, for the few things that the two do differently.
+    static bool isBroker();
+
+    /// What has to be there for the bus to start.
+    static QString program();
 
     bool isRunning() const { return !m_address.isEmpty(); }
     const QString& address() const { return m_address; }

@@ -180,6 +180,10 @@ void VelctlTestEvents::publishedEventIsWhatAModuleWouldPublish() {
 
 void VelctlTestEvents::publishTellsWhenNobodyHears() {
     const Outcome unheard = velctl({"publish", "misspelt", "a=1"});
+    if (PrivateBus::isBroker()) { // it tells nobody who has subscribed what
+        QCOMPARE(unheard.status, 0);
+        return;
+    }
     QCOMPARE(unheard.status, 4);
     QVERIFY(unheard.err.contains("nobody has subscribed that event"));
     ByteRecorder recorder;
@@ -292,8 +296,9 @@ void VelctlTestEvents::watchIsFilteredOnTheBus() {
     QStringList ofEvents;
     for (const QStringList& list : rules)
         ofEvents += list.filter(commonInterface);
-    QCOMPARE(ofEvents.filter("member='one'").size(), 1);
-    QCOMPARE(ofEvents.filter("member='other'").size(), 1);
+    const int seen = PrivateBus::isBroker() ? 0 : 1; // dbus-broker filters alike, and does not show by what
+    QCOMPARE(ofEvents.filter("member='one'").size(), seen);
+    QCOMPARE(ofEvents.filter("member='other'").size(), seen);
 
     for (const char* name : {"one", "third", "other"})
         QVERIFY(bustest::publish(QDBusConnection::sessionBus(), "Tuner", name, {{"x", 1}}));
