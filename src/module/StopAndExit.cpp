@@ -4,21 +4,23 @@
 #include "bus/VelDBusInterface.h"
 #include "platform/GuardedLog.h"
 
-#include <QDBusPendingCallWatcher>
-
 #include <cxxabi.h>
 
 namespace {
 
 const QString supervisor = QStringLiteral("ApplicationManager");
 
-// Qt's D-Bus thread closes the connection some time after it was given up, and finishes the calls that are open. When their
-// watchers are destroyed at the same moment, the two destroy the ends of one signal connection, and corrupt the heap. So the
-// watchers go first.
-void dropWatchers(const QObject* owner) {
-    if (owner)
-        qDeleteAll(owner->findChildren<QDBusPendingCallWatcher*>());
-}
+// Keeps the connection until all of the module is gone. Qt's D-Bus thread waits for nobody when a connection loses its
+// last reference: it disconnects the receivers one by one, and finishes the calls that are open. A receiver, or a call's
+// watcher, that is being destroyed at that moment is used after its end. From a connection that lives, each takes its leave
+// in QObject's destructor, which waits for that thread.
+class ConnectionHolder final : public QObject {
+public:
+    ConnectionHolder(const QDBusConnection& connection, QObject* parent) : QObject(parent), m_connection(connection) {}
+
+private:
+    const QDBusConnection m_connection;
+};
 
 } // namespace
 
@@ -61,12 +63,11 @@ VelModule::~VelModule() {
     moduleIsDead = true;
     qDeleteAll(m_dbusInterfaces);
     m_dbusInterfaces.clear();
-    dropWatchers(this);
-    dropWatchers(m_ownedObject);
     QDBusConnection::disconnectFromBus(m_connection.name());
     disconnect(this, SIGNAL(sig_exit()), this, SLOT(slot_exit_module()));
     delete m_ownedObject;
     m_ownedObject = nullptr;
     clearAutomate();
     clearLoggerList();
+    new ConnectionHolder(m_connection, this); // the last child is the last to be deleted
 }
