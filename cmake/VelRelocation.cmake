@@ -13,9 +13,9 @@ add_link_options(-Wl,--enable-new-dtags)
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
-# Debug builds keep the true paths, for debuggers. The last map that fits is taken, and the build is mostly in the source.
-if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    add_compile_options(
-        -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
-        -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
-endif()
+# Debug builds keep the true paths in their debug information, for debuggers, but not in the texts of assertions: those are
+# in the programs themselves. The last map that fits is taken, and the build is mostly in the source.
+set(vel_mapped $<IF:$<CONFIG:Debug>,macro,file>)
+add_compile_options(
+    -f${vel_mapped}-prefix-map=${PROJECT_SOURCE_DIR}=.
+    -f${vel_mapped}-prefix-map=${PROJECT_BINARY_DIR}=build)
