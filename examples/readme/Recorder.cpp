@@ -28,7 +28,8 @@ public:
     bool run() override {
         m_recording.reset(QThread::create([this] {
             Section section(*this);
-            m_titles << "the news" << "the weather";
+            m_titles << "the news"
+                     << "the weather";
         }));
         m_recording->start();
         return subscribeEvent("recorder_settings", this, SLOT(settingsChanged(VelEvent)));
