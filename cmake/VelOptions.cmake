@@ -14,6 +14,8 @@ set(VEL_VERSION_APPMODE "release" CACHE STRING "Version stamp: application mode"
 
 option(VEL_DEBIAN_PACKAGES "Let cpack make Debian packages; the preset packages sets all that belongs to it" OFF)
 
+option(VEL_BENCHMARKS "Build the programs that scripts/bench measures, and the tests that count instructions" OFF)
+
 option(VEL_WARNINGS_AS_ERRORS "Treat every compiler warning as an error" OFF)
 set(VEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them (address,undefined or thread)")
 

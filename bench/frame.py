@@ -1,0 +1,191 @@
+"""What every measurement needs: a private bus, programs that measure on request, and rounds that compare like with like.
+
+A cell is one way of doing one work, for instance a blocking call through a warm proxy. In every round each cell is taken
+once; the cells of one work are taken back to back, in a new random order, so that they see the same machine. A ratio is
+formed between two cells of one round, and what is reported is the median over the rounds. The first round warms up and
+does not count.
+"""
+import contextlib
+import dataclasses
+import json
+import os
+import random
+import statistics
+import subprocess
+import sys
+import tempfile
+from collections.abc import Callable
+from pathlib import Path
+
+# A session bus as the distributions set it up: everything is allowed, and the limits are out of the way.
+BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type><listen>{address}</listen><auth>EXTERNAL</auth>
+  <policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy>
+  <limit name="max_incoming_bytes">1000000000</limit><limit name="max_outgoing_bytes">1000000000</limit>
+  <limit name="max_message_size">1000000000</limit><limit name="max_completed_connections">100000</limit>
+  <limit name="max_connections_per_user">100000</limit><limit name="max_match_rules_per_connection">50000</limit>
+  <limit name="max_replies_per_connection">50000</limit>
+</busconfig>
+"""
+
+
+@dataclasses.dataclass
+class Cell:
+    work: str  # the table it belongs to
+    name: str  # its line there
+    take: Callable[[], dict[str, float]]  # measures once; figures by name, times in µs unless the name says otherwise
+
+
+@dataclasses.dataclass
+class Target:
+    work: str
+    name: str  # the cell that is held against another one of the same work
+    base: str  # "" for a limit on the figure itself
+    figure: str
+    limit: float  # of the ratio, or of the figure
+
+
+@dataclasses.dataclass
+class Plot:
+    """A picture of some cells: a line for each of `series`, over the numbers that stand in the cells' names."""
+    file: str  # without ".svg"
+    title: str
+    x_label: str
+    y_label: str
+    series: dict[str, list[tuple[float, str, str, str]]]  # legend: points as (x, work, cell's name, figure)
+
+
+class Session:
+    """The programs and buses of one run; they end with it."""
+
+    def __init__(self, programs):
+        self.programs = Path(programs).resolve()
+        self.missing = []  # what is left out for want of a library, in words
+        self._stack = contextlib.ExitStack()
+
+    def __enter__(self):
+        self.folder = Path(self._stack.enter_context(tempfile.TemporaryDirectory(prefix="vel-bench-")))
+        return self
+
+    def __exit__(self, *_):
+        self._stack.close()
+
+    def has(self, program, library):
+        """Whether an optional program was built; names the missing library once when it was not."""
+        if (self.programs / program).exists():
+            return True
+        if library not in self.missing:
+            self.missing.append(library)
+        return False
+
+    def start(self, command, environment, **options):
+        process = subprocess.Popen([str(one) for one in command], env=environment, text=True,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, **options)
+        self._stack.callback(end, process)
+        return process
+
+    def bus(self, name="bus", broker="dbus-daemon"):
+        return Bus(self, name, broker)
+
+
+def end(process):
+    if process.poll() is None:
+        process.kill()
+    process.wait()
+    for stream in (process.stdin, process.stdout):
+        with contextlib.suppress(BrokenPipeError):
+            stream.close()
+
+
+class Bus:
+    """A message bus of its own; broker is "dbus-daemon" or "dbus-broker"."""
+
+    def __init__(self, session, name, broker):
+        self.session = session
+        socket = session.folder / f"{name}.socket"
+        self.address = f"unix:path={socket}"
+        if broker == "dbus-daemon":
+            configuration = session.folder / f"{name}.conf"
+            configuration.write_text(BUS_CONFIGURATION.format(address=self.address))
+            command = ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--print-address"]
+        else:
+            command = [session.programs / "broker-launcher", socket]
+        self.process = session.start(command, {"PATH": os.environ["PATH"]})
+        if not self.process.stdout.readline():
+            sys.exit(f"bench: no {broker} on {socket}")
+
+    def environment(self, **more):
+        """Clean: the caller's variables change what is measured (QT_NO_GLIB, QT_LOGGING_RULES, a preload)."""
+        return {"PATH": os.environ["PATH"], "HOME": str(self.session.folder), "LC_ALL": "C.UTF-8",
+                "DBUS_SESSION_BUS_ADDRESS": self.address, **more}
+
+    def worker(self, program, *arguments, **environment):
+        return Worker(self, program, arguments, environment)
+
+
+class Worker:
+    """A program of ours that says "ready", then answers each line on its input by a line of JSON."""
+
+    def __init__(self, bus, program, arguments, environment):
+        self.process = bus.session.start([bus.session.programs / program, *arguments], bus.environment(**environment))
+        self.words = " ".join([program, *map(str, arguments)])
+        if self.line() != "ready":
+            sys.exit(f"bench: '{self.words}' does not get ready")
+
+    def line(self):
+        line = self.process.stdout.readline()
+        if not line:
+            sys.exit(f"bench: '{self.words}' has ended")
+        return line.strip()
+
+    def put(self, *words):
+        self.process.stdin.write(" ".join(map(str, words)) + "\n")
+        self.process.stdin.flush()
+
+    def ask(self, *words):
+        self.put(*words)
+        return json.loads(self.line())
+
+
+def cpu_seconds(pid):
+    """What all threads of a process have used so far."""
+    total = 0
+    for task in Path(f"/proc/{pid}/task").iterdir():
+        with contextlib.suppress(OSError):
+            total += int((task / "schedstat").read_text().split()[0])
+    return total / 1e9
+
+
+def memory_kb(pid):
+    """PSS (what is shared, divided by those who share it) and private dirty memory."""
+    fields = {}
+    for line in Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()[1:]:
+        name, size, _ = line.split()
+        fields[name] = float(size)
+    return {"PSS/kB": fields["Pss:"], "private dirty/kB": fields["Private_Dirty:"]}
+
+
+def take_rounds(cells, rounds, say=print):
+    """All figures: {work: {name: {figure: [one value a round]}}}."""
+    figures = {}
+    works = {}
+    for cell in cells:
+        works.setdefault(cell.work, []).append(cell)
+    for number in range(rounds + 1):
+        say(f"round {number} of {rounds}" if number else "warming up")
+        for work in random.sample(list(works), len(works)):
+            for cell in random.sample(works[work], len(works[work])):
+                taken = cell.take()
+                if number:
+                    into = figures.setdefault(work, {}).setdefault(cell.name, {})
+                    for figure, value in taken.items():
+                        into.setdefault(figure, []).append(value)
+    return figures
+
+
+def ratio(figures, work, name, base, figure):
+    """The median over the rounds of what one cell took against another one."""
+    pairs = zip(figures[work][name][figure], figures[work][base][figure])
+    return statistics.median(value / against for value, against in pairs)
