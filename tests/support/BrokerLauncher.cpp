@@ -1,6 +1,6 @@
 // Becomes a dbus-broker that listens on a socket of its own, without systemd.
 //
-//     broker-launcher SOCKET
+//     broker-launcher SOCKET [BYTES]      so many may a user have waiting in the broker; 1,000,000,000 unless said
 //
 // The broker opens nothing itself: whoever started it hands it a listening socket and the bus's policy over the
 // connection that it was given at its start, and it ends when that connection does. Here the program itself becomes the
@@ -201,8 +201,8 @@ Message answerOf(int connection) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fputs("usage: broker-launcher SOCKET\n", stderr);
+    if (argc != 2 && argc != 3) {
+        std::fputs("usage: broker-launcher SOCKET [BYTES]\n", stderr);
         return 2;
     }
     const int listener = listenOn(argv[1]);
@@ -220,7 +220,7 @@ int main(int argc, char** argv) {
     close(ends[0]);
     // The limits are those of the daemon that is used otherwise, where the broker knows them: none that a test reaches.
     execlp("dbus-broker", "dbus-broker", "--controller", std::to_string(ends[1]).c_str(), "--machine-id",
-           "00000000000000000000000000000001", "--max-bytes", "1000000000", "--max-fds", "10000", "--max-matches",
-           "100000", "--max-objects", "100000", nullptr);
+           "00000000000000000000000000000001", "--max-bytes", argc == 3 ? argv[2] : "1000000000", "--max-fds", "10000",
+           "--max-matches", "100000", "--max-objects", "100000", nullptr);
     fail("start 'dbus-broker'");
 }
