@@ -65,7 +65,8 @@ NamedValues argumentsFromJson(const QJsonValue& json) {
     for (const QJsonValue& argument : json.toArray()) {
         if (!argument.toObject().value("name").isString())
             throw QString("the argument %1 has no \"name\"").arg(jsonText(argument));
-        arguments.append({argument.toObject().value("name").toString(), fromTypedJson(argument.toObject())});
+        const QString name = velctl::fromJson("s", argument.toObject().value("name")).basic.toString();
+        arguments.append({name, fromTypedJson(argument.toObject())});
     }
     return arguments;
 }

@@ -86,7 +86,7 @@ QVariant longInteger(const QByteArray& type, const QJsonValue& json) {
 }
 
 QVariant textLike(const QByteArray& type, const QJsonValue& json) {
-    if (!json.isString() || json.toString().contains(QChar(0)))
+    if (!json.isString() || !isSendableText(json.toString()))
         refuse(type, json);
     const QString text = json.toString();
     if (type == "s")
@@ -147,6 +147,10 @@ Value membersFromJson(const QByteArray& type, const QList<QByteArray>& members, 
 }
 
 } // namespace
+
+bool isSendableText(const QString& text) {
+    return text.isValidUtf16() && !text.contains(QChar(0));
+}
 
 QString jsonText(const QJsonValue& json) {
     // A document holds an array or an object only: the brackets of an array of one are taken off.

@@ -29,6 +29,10 @@ QJsonObject toTypedJson(const Value& value);
 Value fromJson(const QByteArray& type, const QJsonValue& json);
 Value fromTypedJson(const QJsonObject& json);
 
+/// Whether D-Bus can carry the text: JSON can also write zeros and halves of surrogate pairs, which would arrive as another
+/// text.
+bool isSendableText(const QString& text);
+
 /// One line of JSON for any value.
 QString jsonText(const QJsonValue& json);
 

@@ -56,7 +56,7 @@ bool isQuotedText(const QString& text, QString& content) {
         return false;
     const QJsonValue json = QJsonDocument::fromJson(('[' + text + ']').toUtf8()).array().at(0);
     content = json.toString();
-    return json.isString();
+    return json.isString() && isSendableText(content);
 }
 
 Value elementByForm(const QString& text) {
