@@ -6,12 +6,20 @@
 #include "events/VelDBusTypes.h"
 #include "platform/GuardedLog.h"
 
+#include <QDBusConnectionInterface>
+
 #include <cstdlib>
 
 namespace {
 
 // Made when the library is loaded, so that a reference to it is good for the life of the process.
 const QString dbusInterfaceName = vel::bus::commonInterface();
+
+// One question to the bus, where a proxy asks several.
+bool isOwned(const QDBusConnection& connection, const QString& moduleName) {
+    return connection.isConnected() && vel::bus::isReachable(moduleName) &&
+           connection.interface()->isServiceRegistered(vel::bus::serviceName(moduleName));
+}
 
 } // namespace
 
@@ -24,7 +32,7 @@ void VelModule::initDBus(const QString& name) {
 
     // Before this process registers anything: whoever answers now is another one. Two that start at the same moment
     // can both pass; the bus gives the name to one of them, and the other goes on without it.
-    if (isModuleConnected(name)) {
+    if (isOwned(m_connection, name) && isModuleConnected(name)) {
         vel::logWarning([&] { return QStringLiteral("%1 is already running: Stopping new instance.").arg(name); });
         std::exit(VelAlreadyRunning);
     }

@@ -3,8 +3,8 @@
 
 #include "VelVersionStamp.h" // made by the build from its configuration
 
-#include <QCoreApplication>
-#include <QFile>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -19,16 +19,19 @@ const StampLine versionStamp[] = {
     {"VersionRange", VEL_VERSION_RANGE},     {"VersionAppmode", VEL_VERSION_APPMODE},
 };
 
-// What is read stays for the life of the process, so nothing more than it may stay with it: QIODevice::readAll() takes
-// several times the size of a file that does not tell its size, as those of /proc, and a heap seldom gives back.
-void replaceByFile(QByteArray& content, const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text | QIODevice::Unbuffered))
+// Plain system calls: a QFile costs a start more than the reading. What is read stays for the life of the process, so
+// nothing more than it may stay with it.
+void replaceByFile(QByteArray& content, const char* path) {
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0)
         return;
     content.clear();
     char part[4096];
-    for (qint64 size = file.read(part, sizeof part); size > 0; size = file.read(part, sizeof part))
+    for (ssize_t size = read(file, part, sizeof part); size > 0; size = read(file, part, sizeof part))
         content.append(part, static_cast<int>(size));
+    close(file);
+    if (content.contains('\r'))
+        content.replace("\r", ""); // as a text's line ends are read
     content.squeeze();
 }
 
@@ -40,13 +43,13 @@ QByteArray versionBlock;
 QByteArray memoryMapSnapshot;
 
 void recordVersions() {
-    replaceByFile(versionBlock, QStringLiteral("/etc/") + QStringLiteral("/versions"));
+    replaceByFile(versionBlock, "/etc/versions");
     for (const StampLine& line : versionStamp)
         versionBlock.append('\n').append(line.key).append('=').append(line.value).append('\n');
 }
 
 void recordMemoryMap() {
-    replaceByFile(memoryMapSnapshot, QStringLiteral("/proc/%1/maps").arg(QCoreApplication::applicationPid()));
+    replaceByFile(memoryMapSnapshot, "/proc/self/maps");
 }
 
 } // namespace vel
