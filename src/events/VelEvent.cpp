@@ -59,7 +59,9 @@ QVariant VelEvent::getArgument(int index, const QString& name) const {
 }
 
 QVariant VelEvent::getArgument(const QString& name) {
-    return m_arguments[name];
+    // Looked for before it is added: a slot's event shares its arguments with the message, and would get all of them anew.
+    const auto known = m_arguments.constFind(name);
+    return known != m_arguments.cend() ? *known : *m_arguments.insert(name, QVariant());
 }
 
 QVariant VelEvent::getArgument(int index, const QString& name) {
