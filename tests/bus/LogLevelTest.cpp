@@ -25,6 +25,7 @@ private Q_SLOTS:
     void levelAndFacilityAreHandedOn_data();
     void levelAndFacilityAreHandedOn();
     void everyModuleAppliesTheChange();
+    void aKnownLoggersLevelIsStrictlyAbove();
     void withoutALoggerListTheLevelStays_data();
     void withoutALoggerListTheLevelStays();
 
@@ -91,6 +92,18 @@ void LogLevelTest::everyModuleAppliesTheChange() {
     QVERIFY(m_module.notifyEvent(QStringLiteral("stop_module_Scripted")));
     QVERIFY(child.waitForLine(QStringLiteral("LOG debug: Exit with code NORMAL_EXIT [1]")));
     QCOMPARE(child.waitForStatus(), 1);
+}
+
+void LogLevelTest::aKnownLoggersLevelIsStrictlyAbove() {
+    const QString known = m_module.getModuleName();
+    setRecordedLevel(3);
+    QVERIFY(m_module.LogIn(known, 2));
+    QVERIFY(!m_module.LogIn(known, 3));
+    QVERIFY(!m_module.LogIn(QStringLiteral("nobody's"), -1));
+    clearLoggerList();
+    const bool withoutAList = m_module.LogIn(known, 2);
+    initLoggerList(known);
+    QVERIFY(!withoutAList);
 }
 
 void LogLevelTest::withoutALoggerListTheLevelStays_data() {
