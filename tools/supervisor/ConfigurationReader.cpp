@@ -13,6 +13,13 @@ bool isWholeNumber(double number) {
     return number == static_cast<double>(static_cast<qint64>(number));
 }
 
+// JSON can also write zeros and halves of surrogate pairs. A program would be given another text.
+bool canBePassed(const QString& text) {
+    return text.isValidUtf16() && !text.contains(QChar(0));
+}
+
+const char notPassable[] = "has a character in it that cannot be given to a program";
+
 } // namespace
 
 ConfigurationReader::ConfigurationReader(const QString& fileName, const QByteArray& text) : m_fileName(fileName) {
@@ -44,7 +51,9 @@ void ConfigurationReader::mistake(const QString& path, const QString& what) {
 }
 
 void ConfigurationReader::add(int line, const QString& text) {
-    m_mistakes.emplace(line, QString("%1:%2: %3").arg(m_fileName).arg(line).arg(text));
+    QString visible = text; // a zero would end all that is shown
+    visible.replace(QChar(0), "\\u0000");
+    m_mistakes.emplace(line, QString("%1:%2: %3").arg(m_fileName).arg(line).arg(visible));
 }
 
 bool ConfigurationReader::isObject(const QString& path, const QJsonValue& value, const QStringList& keys,
@@ -75,6 +84,8 @@ void ConfigurationReader::readText(const QString& path, const QJsonValue& value,
         mistake(path, "must be a text");
     else if (value.toString().isEmpty())
         mistake(path, "must not be empty");
+    else if (!canBePassed(value.toString()))
+        mistake(path, notPassable);
     else
         result = value.toString();
 }
@@ -86,10 +97,13 @@ void ConfigurationReader::readTexts(const QString& path, const QJsonValue& value
         return mistake(path, "must be an array of texts");
     const QJsonArray array = value.toArray();
     for (int index = 0; index < array.size(); ++index) {
-        if (array.at(index).isString())
-            result += array.at(index).toString();
+        const QString element = JsonLines::elementPath(path, index);
+        if (!array.at(index).isString())
+            mistake(element, "must be a text");
+        else if (!canBePassed(array.at(index).toString()))
+            mistake(element, notPassable);
         else
-            mistake(JsonLines::elementPath(path, index), "must be a text");
+            result += array.at(index).toString();
     }
 }
 
@@ -101,10 +115,12 @@ void ConfigurationReader::readVariables(const QString& path, const QJsonValue& v
     const QJsonObject object = value.toObject();
     for (auto variable = object.begin(); variable != object.end(); ++variable) {
         const QString member = JsonLines::memberPath(path, variable.key());
-        if (variable.key().isEmpty() || variable.key().contains('='))
+        if (variable.key().isEmpty() || variable.key().contains('=') || !canBePassed(variable.key()))
             mistake(member, "is no name that a variable can have");
         else if (!variable.value().isString())
             mistake(member, "must be a text");
+        else if (!canBePassed(variable.value().toString()))
+            mistake(member, notPassable);
         else
             result.insert(variable.key(), variable.value().toString());
     }
