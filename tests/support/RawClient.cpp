@@ -75,7 +75,11 @@ bool RawClient::sendSignal(const QString& sender, const QString& member,
     DBusMessageIter iterator;
     dbus_message_iter_init_append(message.get(), &iterator);
     fill(iterator);
-    return dbus_connection_send(m_connection.get(), message.get(), nullptr);
+    return send(message.get());
+}
+
+bool RawClient::send(DBusMessage* message) {
+    return dbus_connection_send(m_connection.get(), message, nullptr);
 }
 
 QString RawClient::uniqueName() const {
@@ -86,6 +90,18 @@ void RawClient::flush() {
     const Message question(
         dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "GetId"));
     const Message answer(dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, nullptr));
+}
+
+bool RawClient::waitForModule(const QString& name) {
+    // A module answers this one from its event loop, as it delivers events. Others are answered by Qt's thread.
+    const Message question(dbus_message_new_method_call(vel::bus::serviceName(name).toUtf8().constData(),
+                                                        vel::bus::objectPath(name).toUtf8().constData(),
+                                                        "org.freedesktop.DBus.Introspectable", "Introspect"));
+    const Message answer(
+        dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), DBUS_TIMEOUT_INFINITE, nullptr));
+    while (const Message other{dbus_connection_pop_message(m_connection.get())}) {
+    }
+    return answer != nullptr;
 }
 
 bool RawClient::becomeMonitor() {

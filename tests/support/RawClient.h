@@ -26,8 +26,15 @@ public:
     [[nodiscard]] bool sendSignal(const QString& sender, const QString& member,
                                   const std::function<void(DBusMessageIter&)>& fill);
 
+    /// Sends a message of any kind.
+    [[nodiscard]] bool send(DBusMessage* message);
+
     /// Waits until the bus has taken everything sent.
     void flush();
+
+    /// Waits until the module of that name has handled everything that was sent to it before, and forgets what has arrived
+    /// here meanwhile. False when it does not answer.
+    [[nodiscard]] bool waitForModule(const QString& name);
 
     /// From now on this client only watches: every message on the bus. False when the bus refuses.
     [[nodiscard]] bool becomeMonitor();

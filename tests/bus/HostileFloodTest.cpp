@@ -1,0 +1,212 @@
+// A peer that sends whatever is valid at full speed: every good event in between arrives once and in its order, and the
+// modules live.
+//
+// VEL_TEST_MESSAGES says how many messages; scripts/fuzz sends a million.
+#include "support/BusTest.h"
+#include "support/RandomBody.h"
+#include "support/RawClient.h"
+#include "support/RecordingLogger.h"
+
+#include "bus/BusNames.h"
+#include "module/VelModule.h"
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QTest>
+
+#include <thread>
+
+namespace {
+
+const QString topic = QStringLiteral("topic");
+const QString display = QStringLiteral("Display");
+const QString scripted = QStringLiteral("Scripted");
+const QString peersPrefix = QStringLiteral("good event of the peer ");
+const QString modulesContext = QStringLiteral("good event of the module");
+
+constexpr int messagesPerGoodEvent = 20;
+constexpr int messagesPerRound = 500; // after so many the modules catch up, so that no queue grows without end
+
+struct Unref {
+    void operator()(DBusMessage* message) const { dbus_message_unref(message); }
+};
+using Message = std::unique_ptr<DBusMessage, Unref>;
+
+int messageCount() {
+    bool isGiven = false;
+    const int given = qEnvironmentVariableIntValue("VEL_TEST_MESSAGES", &isGiven);
+    return isGiven ? given : 20000;
+}
+
+// "1234 kB"
+QByteArray peakMemoryOf(qint64 process) {
+    QFile status(QStringLiteral("/proc/%1/status").arg(process));
+    if (!status.open(QIODevice::ReadOnly))
+        return "unknown";
+    const QByteArray text = status.readAll();
+    const int start = text.indexOf("VmHWM:") + 6;
+    return text.mid(start, text.indexOf('\n', start) - start).trimmed();
+}
+
+QVariantMap numbered(int number) {
+    return {{QStringLiteral("number"), number}};
+}
+
+// Everything that a stranger may send, except what ends or freezes a module by its very name.
+class Flood {
+public:
+    explicit Flood(const VelModule& module) : m_module(module) {}
+
+    void run(int messages) {
+        for (int sent = 0; sent < messages && m_isTaken; ++sent) {
+            if (sent % messagesPerGoodEvent == 0)
+                sendGoodEvent();
+            else if (m_random.below(10) < 8)
+                sendSignal();
+            else
+                sendCall();
+            if (sent % messagesPerRound == messagesPerRound - 1)
+                finishRound();
+        }
+        finishRound();
+    }
+
+    bool wasTaken() const { return m_isTaken; }
+    int goodEvents() const { return m_goodEvents; }
+    int goodEventsOfModule() const { return m_goodEventsOfModule; }
+
+private:
+    void finishRound() {
+        clearRecordedLines();
+        m_isTaken = m_isTaken &&
+                    m_module.notifyEvent(VelEvent(topic, numbered(m_goodEventsOfModule++), modulesContext)) &&
+                    m_client.waitForModule(display) && m_client.waitForModule(scripted);
+    }
+
+    void sendGoodEvent() {
+        const QByteArray name = peersPrefix.toUtf8() + QByteArray::number(m_goodEvents++);
+        sendSignalOf(topic, [&](DBusMessageIter& iterator) { appendEvent(iterator, name, 1, 1, 1); });
+    }
+
+    void sendSignal() {
+        static const char* const controls[] = {"log_level_changed",  "mtrace_on",          "mtrace_off",
+                                               "reset_data_default", "reset_data_factory", "presentationLoaded"};
+        const QString member =
+            m_random.below(4) ? topic : QLatin1String(controls[m_random.below(sizeof controls / sizeof *controls)]);
+        sendSignalOf(member, [this](DBusMessageIter& iterator) {
+            if (m_random.below(4))
+                m_random.append(iterator);
+            else
+                m_random.appendOf(iterator, "(ssia{ss}a{sv})");
+        });
+    }
+
+    void sendSignalOf(const QString& member, const std::function<void(DBusMessageIter&)>& fill) {
+        m_isTaken = m_isTaken && m_client.sendSignal(QStringLiteral("Hostile"), member, fill);
+    }
+
+    void sendCall() {
+        static const char* const methods[] = {"echo",   "state", "logLevel", "Introspect",   "Get",
+                                              "GetAll", "Set",   "Ping",     "GetMachineId", "absent"};
+        static const char* const interfaces[] = {nullptr, "org.freedesktop.DBus.Properties",
+                                                 "org.freedesktop.DBus.Introspectable", "org.freedesktop.DBus.Peer",
+                                                 "no.such.interface"};
+        const QString module = m_random.below(2) ? display : scripted;
+        const QByteArray paths[] = {vel::bus::objectPath(module).toUtf8(), "/", "/no/such"};
+        const int interface = m_random.below(8);
+        const QByteArray common = vel::bus::commonInterface().toUtf8();
+        const Message call(
+            dbus_message_new_method_call(vel::bus::serviceName(module).toUtf8().constData(),
+                                         paths[m_random.below(10) < 8 ? 0 : 1 + m_random.below(2)].constData(),
+                                         interface < 5 ? interfaces[interface] : common.constData(),
+                                         methods[m_random.below(sizeof methods / sizeof *methods)]));
+        dbus_message_set_no_reply(call.get(), m_random.below(2) ? TRUE : FALSE);
+        DBusMessageIter iterator;
+        dbus_message_iter_init_append(call.get(), &iterator);
+        m_random.append(iterator);
+        m_isTaken = m_isTaken && m_client.send(call.get());
+    }
+
+    const VelModule& m_module;
+    RawClient m_client;
+    RandomBody m_random{1};
+    bool m_isTaken = true;
+    int m_goodEvents = 0;
+    int m_goodEventsOfModule = 0;
+};
+
+} // namespace
+
+class GoodEvents : public QObject {
+    Q_OBJECT
+public:
+    int fromPeerHeard = 0;
+    int fromModuleHeard = 0;
+    int others = 0;
+    bool isInOrder = true;
+
+public Q_SLOTS:
+    void heard(const VelEvent& event) {
+        if (event.getEvtName().startsWith(peersPrefix))
+            isInOrder = isInOrder && event.getEvtName() == peersPrefix + QString::number(fromPeerHeard++) &&
+                        event.argumentCount() == 1;
+        else if (event.getContext() == modulesContext)
+            isInOrder = isInOrder && event.getArguments() == numbered(fromModuleHeard++);
+        else
+            ++others;
+    }
+};
+
+class HostileFloodTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void goodEventsArriveOnceAndInOrder();
+};
+
+void HostileFloodTest::initTestCase() {
+    // Qt warns of each empty signature that it reads.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.warning=false"));
+}
+
+void HostileFloodTest::goodEventsArriveOnceAndInOrder() {
+    VelModule module(display);
+    GoodEvents listener;
+    QVERIFY(module.subscribeEvent(topic, &listener, SLOT(heard(VelEvent))));
+    ChildProcess other;
+    QVERIFY(other.run(bustest::program(QStringLiteral("scripted-module"))));
+    QVERIFY(other.waitForLine(QStringLiteral("hook run")));
+    bustest::settle(QDBusConnection::sessionBus());
+
+    const int messages = messageCount();
+    Flood flood(module);
+    QEventLoop loop;
+    QElapsedTimer time;
+    time.start();
+    std::thread sending([&] {
+        flood.run(messages);
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+    });
+    loop.exec();
+    sending.join();
+    bustest::settle(QDBusConnection::sessionBus());
+    qInfo("%d messages in %.1f s, %d of them good events; peak memory of the bus %s, of the module %s", messages,
+          static_cast<double>(time.elapsed()) / 1000, flood.goodEvents(),
+          peakMemoryOf(bustest::bus().processId()).constData(), peakMemoryOf(other.processId()).constData());
+
+    QVERIFY(flood.wasTaken());
+    QVERIFY(listener.isInOrder);
+    QCOMPARE(listener.fromPeerHeard, flood.goodEvents());
+    QCOMPARE(listener.fromModuleHeard, flood.goodEventsOfModule());
+    QVERIFY(listener.others > messages / 10);
+    const QDBusMessage answer = bustest::call(QDBusConnection::sessionBus(), scripted, QStringLiteral("echo"), {topic});
+    QCOMPARE(answer.arguments(), QVariantList{topic});
+    QVERIFY(module.notifyEvent(QStringLiteral("stop_module_Scripted")));
+    QCOMPARE(other.waitForStatus(), 1);
+}
+
+VEL_BUS_TEST_MAIN(HostileFloodTest)
+#include "HostileFloodTest.moc"
