@@ -18,6 +18,7 @@ option(VEL_BENCHMARKS "Build the programs that scripts/bench measures, and the t
 
 option(VEL_WARNINGS_AS_ERRORS "Treat every compiler warning as an error" OFF)
 set(VEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them (address,undefined or thread)")
+option(VEL_FUZZ "Build the fuzz targets for libFuzzer instead of as tests; the preset fuzz sets all that belongs to it" OFF)
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual)
 if(VEL_WARNINGS_AS_ERRORS)
@@ -26,6 +27,10 @@ endif()
 if(VEL_SANITIZE)
     add_compile_options(-fsanitize=${VEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${VEL_SANITIZE})
+endif()
+
+if(VEL_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 # How a sanitized program is to run, for every test that starts one. Qt is not built with ThreadSanitizer: what its own
