@@ -1,0 +1,72 @@
+// What the Vel module and the plain Qt program have in common: they report on their output, and obey lines on their input.
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QSocketNotifier>
+
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <unistd.h>
+
+namespace member {
+
+/// A word, and the moment in nanoseconds on the clock that all processes share.
+inline void say(const char* word) {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    std::printf("%s %lld\n", word, now.tv_sec * 1000000000LL + now.tv_nsec);
+    std::fflush(stdout);
+}
+
+/// Says `word` when the bus has taken what was sent so far and the event loop has done what was queued so far: a
+/// question to the bus goes behind the one, and its answer behind the other.
+inline void sayWhenSettled(const char* word) {
+    const QDBusMessage question =
+        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                                       QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId"));
+    auto* answer = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(question));
+    QObject::connect(answer, &QDBusPendingCallWatcher::finished, [answer, word] {
+        answer->deleteLater();
+        say(word);
+    });
+}
+
+/// Hands each line of the input to `obey`.
+class Orders : public QSocketNotifier {
+public:
+    explicit Orders(std::function<void(const std::string&)> obey)
+        : QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read), m_obey(std::move(obey)) {
+        connect(this, &QSocketNotifier::activated, this, [this] { read(); });
+    }
+
+private:
+    void read() {
+        char part[256];
+        const ssize_t size = ::read(STDIN_FILENO, part, sizeof part);
+        if (size <= 0)
+            _exit(0); // the driver is gone
+        m_text.append(part, size_t(size));
+        for (size_t end = m_text.find('\n'); end != std::string::npos; end = m_text.find('\n')) {
+            m_obey(m_text.substr(0, end));
+            m_text.erase(0, end + 1);
+        }
+    }
+
+    const std::function<void(const std::string&)> m_obey;
+    std::string m_text;
+};
+
+/// Five arguments, of the types that events have most.
+inline QVariantMap arguments() {
+    return {{QStringLiteral("number"), 42},
+            {QStringLiteral("flag"), true},
+            {QStringLiteral("ratio"), 0.75},
+            {QStringLiteral("text"), QStringLiteral("a text of common length")},
+            {QStringLiteral("names"), QStringList{QStringLiteral("one"), QStringLiteral("two")}}};
+}
+
+} // namespace member
