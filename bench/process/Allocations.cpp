@@ -1,5 +1,5 @@
 // The C library's allocator with a counter in front of it.
-#include "Allocations.h"
+#include "process/Allocations.h"
 
 #include <atomic>
 #include <cstddef>

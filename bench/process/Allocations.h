@@ -1,21 +1,9 @@
-// Counts what a benchmark's loop allocates, on all threads; operator new ends in malloc.
+// Counts what is allocated, on all threads; operator new ends in malloc.
 #pragma once
-
-#include <benchmark/benchmark.h>
 
 namespace allocations {
 
+/// Since the process began.
 long count();
-
-/// Adds the figure "allocations", for one iteration, when the loop is over.
-class Counted {
-public:
-    explicit Counted(benchmark::State& state) : m_state(state), m_before(count()) {}
-    ~Counted() { m_state.counters["allocations"] = double(count() - m_before) / double(m_state.iterations()); }
-
-private:
-    benchmark::State& m_state;
-    const long m_before;
-};
 
 } // namespace allocations

@@ -1,11 +1,13 @@
-// A module whose cache holds as many proxies as is asked for. It calls itself: Qt delivers that inside the call, so that
-// what is measured is the library's way to the proxy and Qt's to the slot, without a bus.
+// A module whose cache holds as many proxies as is asked for. When it calls itself, Qt delivers that inside the call: what
+// is measured then is the library's way to the proxy and Qt's to the slot, without a bus.
 #pragma once
 
 #include "bus/VelDBusInterface.h"
 #include "module/VelModule.h"
 
 #include <QDBusAbstractAdaptor>
+
+#include <utility>
 
 class BenchModule : public VelModule {
     Q_OBJECT
@@ -14,15 +16,11 @@ public:
 
     /// Fills the cache with proxies to modules that are not there, beside the one to this module.
     void keepProxies(int number) {
-        syncRemoteCall(m_moduleName, QStringLiteral("answer")); // its own
-        for (auto proxy = m_dbusInterfaces.begin(); proxy != m_dbusInterfaces.end();) {
-            if (proxy.key() == m_moduleName) {
-                ++proxy;
-                continue;
-            }
-            delete proxy.value();
-            proxy = m_dbusInterfaces.erase(proxy);
-        }
+        VelDBusInterface* own = nullptr;
+        syncRemoteCall(m_moduleName, QStringLiteral("answer")); // makes it
+        std::swap(own, m_dbusInterfaces[m_moduleName]);
+        qDeleteAll(m_dbusInterfaces);
+        m_dbusInterfaces = {{m_moduleName, own}};
         const QDBusConnection none(QStringLiteral("no bus"));
         for (int index = 1; index < number; ++index) {
             const QString name = QStringLiteral("Module%1").arg(index);
@@ -41,13 +39,10 @@ public:
 
 public Q_SLOTS:
     int answer() { return 42; }
-    QString text() { return QStringLiteral("text"); }
-    QVariantMap map() { return {}; }
+    QString echoText(const QString& text) { return text; }
+    QVariantMap echoMap(const QVariantMap& map) { return map; }
 };
 
 inline BenchModule::BenchModule() : VelModule(QStringLiteral("Bench")) {
     new BenchAdaptor(this);
 }
-
-/// The one of the process.
-BenchModule& benchModule();

@@ -1,5 +1,5 @@
 // A debug line that the level holds back.
-#include "Allocations.h"
+#include "process/Counted.h"
 
 #include "platform/GuardedLog.h"
 

@@ -1,5 +1,5 @@
 // A debug line below the level of another logging library.
-#include "Allocations.h"
+#include "process/Counted.h"
 
 #include <spdlog/sinks/null_sink.h>
 #include <spdlog/spdlog.h>

@@ -1,24 +1,20 @@
 // One program for all of them, on the bus that it is given.
-#include "BenchModule.h"
+#include "process/BenchModule.h"
 
 #include <VelApplication>
 
 #include <benchmark/benchmark.h>
 
-namespace {
+static BenchModule* made = nullptr;
 
-BenchModule* theModule = nullptr;
-
-} // namespace
-
-BenchModule& benchModule() {
-    return *theModule;
+BenchModule& theModule() {
+    return *made;
 }
 
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     benchmark::Initialize(&argc, argv);
     BenchModule module;
-    theModule = &module;
+    made = &module;
     return benchmark::RunSpecifiedBenchmarks() > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -1,6 +1,6 @@
 // What the module is held against: a Qt program that takes the same name and idles. --moduleName=NAME
-#include "Member.h"
-#include "PlainEvent.h"
+#include "start/Member.h"
+#include "start/PlainEvent.h"
 
 #include <QCoreApplication>
 

@@ -1,5 +1,5 @@
 // An ordinary module without work of its own: --moduleName=NAME
-#include "Member.h"
+#include "start/Member.h"
 
 #include <VelApplication>
 #include <VelModule>

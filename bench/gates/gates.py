@@ -1,0 +1,178 @@
+#!/usr/bin/env python3
+"""Holds counts against their limits: instructions, messages on the bus, allocations. A time is never looked at.
+
+Instructions are those of a process under callgrind, all its threads, outside the kernel. Each work is done N times and
+2 N times, in one process that is warm; what an execution takes is the difference, so that neither the start nor the end
+of a work counts. The programs beside which the library is held are built here too, from the same headers.
+"""
+import argparse
+import json
+import re
+import shutil
+import sys
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+import frame  # noqa: E402
+import start  # noqa: E402
+
+TIMES = {"calls": 100, "events": 200, "lines": 20_000, "self": 300}
+
+# What one execution may take, against the same work written with Qt alone.
+CALL_LIMITS = {"proxy-text": 1.03, "proxy-map": 1.03, "module-text": 1.03, "module-map": 1.03}
+PUBLISHER_LIMIT = 1.08
+RECEIVER_LIMIT = 1.08
+LINE_LIMIT = 60  # instructions of a line that is filtered out
+# From 100 proxies to 10,000 the depth of a tree grows by as much as from 1 to 100.
+GROWTH_LIMIT = 2.5  # what 10,000 proxies add to a call, against what 100 add
+
+failures = []
+
+
+def hold(what, value, limit):
+    passed = value <= limit
+    print(f"{'ok  ' if passed else 'FAIL'} {what}: {value:g}, at most {limit:g}")
+    if not passed:
+        failures.append(what)
+
+
+class Counted:
+    """A program under callgrind that obeys orders; each leaves a dump, with the instructions since the order began."""
+
+    def __init__(self, bus, program, name):
+        self.dump = bus.session.folder / f"{program}-{name}"
+        self.dumps = 0
+        self.worker = bus.worker(shutil.which("valgrind"), "--tool=callgrind", "--quiet",
+                                 f"--callgrind-out-file={self.dump}", bus.session.programs / program,
+                                 f"--moduleName={name}")
+
+    def do(self, work, times):
+        return self.taken(self.worker.ask(work, times))
+
+    def taken(self, answer):
+        self.dumps += 1
+        totals = re.search(r"^totals: (\d+)", Path(f"{self.dump}.{self.dumps}").read_text(), re.MULTILINE)
+        return int(totals[1]), answer["allocations"]
+
+    def each(self, work, times):
+        """Instructions of one execution."""
+        self.do(work, times // 10)  # warm
+        short, _ = self.do(work, times)
+        long, _ = self.do(work, 2 * times)
+        return (long - short) / times
+
+    def each_heard(self, publisher, times):
+        """Instructions of one event that is received."""
+        def hear(events):
+            if self.worker.ask("hear", events) != {"listening": events}:
+                sys.exit("gates: no receiver")
+            publisher.ask("publish", events)
+            return self.taken(json.loads(self.worker.line()))[0]
+
+        hear(times // 10)
+        short = hear(times)
+        return (hear(2 * times) - short) / times
+
+
+def peer(bus):
+    """A module that answers calls and publishes; not counted."""
+    return bus.worker("gate-vel", "--moduleName=Echo")
+
+
+def calls(session):
+    bus = session.bus()
+    peer(bus)
+    vel = Counted(bus, "gate-vel", "Caller")
+    plain = Counted(bus, "gate-qt", "Caller")
+    for work, limit in CALL_LIMITS.items():
+        base = plain.each(work.replace("module", "proxy"), TIMES["calls"])
+        taken = vel.each(work, TIMES["calls"])
+        hold(f"{work}: {taken:,.0f} instructions against {base:,.0f}", round(taken / base, 4), limit)
+
+
+def events(session):
+    bus = session.bus()
+    publisher = peer(bus)
+    vel = Counted(bus, "gate-vel", "Member")
+    plain = Counted(bus, "gate-qt", "Member")
+    for side, limit, count in (
+            ("published", PUBLISHER_LIMIT, lambda program: program.each("publish", TIMES["events"])),
+            ("received", RECEIVER_LIMIT, lambda program: program.each_heard(publisher, TIMES["events"]))):
+        base, taken = count(plain), count(vel)
+        hold(f"an event {side}: {taken:,.0f} instructions against {base:,.0f}", round(taken / base, 4), limit)
+
+
+def started(session):
+    """The messages of a start, by number and name, are those of its table."""
+    bus = session.bus()
+    for name in start.PROGRAMS:
+        differences, taken, _ = start.account(bus, name)
+        print("\n".join(differences))
+        hold(f"{name}: messages that are not as accounted for, of {len(taken)}", len(differences), 0)
+
+
+def messages(watch, number, worker, work, times):
+    """What a connection sends and is sent while it does a work: the members of its calls, and the number of the rest."""
+    worker.ask(work, times)
+    worker.ask("mark", 1)
+    members, others = [], 0
+    while True:
+        kind, sender, destination, _, _, _, member, _ = watch.line().split("\t")
+        if number() is None and member == "NameHasOwner":
+            number(sender)
+        if sender == number() and member == "GetId":
+            watch.line()  # its answer
+            return members, others
+        if sender == number():
+            members.append(member)
+        elif destination == number():
+            others += 1
+
+
+def traffic(session):
+    """What is answered from a cache, and what a warm call takes, on the bus."""
+    bus = session.bus()
+    peer(bus)
+    watch = bus.worker("bus-watch", "messages")
+    caller = bus.worker("gate-vel", "--moduleName=Caller")
+    numbers = []
+
+    def number(found=None):
+        numbers.extend([found] if found else [])
+        return numbers[0] if numbers else None
+
+    times = 20
+    for work, calls_of_one in {"module-text": ["echoText"], "proxy-text": ["echoText"], "types": []}.items():
+        first, _ = messages(watch, number, caller, work, 1)
+        sent, received = messages(watch, number, caller, work, times)
+        hold(f"{work}: the first time sends nothing: {', '.join(first)}", int(not first), 0)
+        hold(f"{work}: {times} times, messages sent beside {calls_of_one or 'none'}",
+             len(sent) - times * len(calls_of_one) if set(sent) <= set(calls_of_one) else len(sent), 0)
+        hold(f"{work}: {times} times, messages received beside the answers",
+             abs(received - times * len(calls_of_one)), 0)
+
+
+def inside(session):
+    """A line below the level, and a call with few and with many proxies in the module's cache."""
+    vel = Counted(session.bus(), "gate-vel", "Alone")
+    hold("instructions of a log line below the level", round(vel.each("lines", TIMES["lines"]), 1), LINE_LIMIT)
+    hold("allocations of as many lines", vel.do("lines", TIMES["lines"])[1], 0)
+    taken = {}
+    for proxies in (1, 100, 10_000):
+        if vel.worker.ask("keep", proxies) != {"kept": proxies}:
+            sys.exit("gates: the cache was not filled")
+        taken[proxies] = vel.each("self", TIMES["self"])
+    print("instructions of a call by proxies kept:", taken)
+    added = [taken[proxies] - taken[1] for proxies in (100, 10_000)]
+    hold("instructions added by 10,000 proxies, against those by 100", round(added[1] / max(added[0], 1), 2), GROWTH_LIMIT)
+
+
+GATES = {"calls": calls, "events": events, "start": started, "traffic": traffic, "inside": inside}
+
+parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+parser.add_argument("--programs", required=True, help="the folder with the built programs")
+parser.add_argument("gate", choices=GATES)
+options = parser.parse_args()
+with frame.Session(options.programs) as session_of_gate:
+    GATES[options.gate](session_of_gate)
+sys.exit(1 if failures else 0)
