@@ -15,12 +15,13 @@ const char* text(const char* field) {
     return field && *field ? field : "-";
 }
 
+// A description has many lines, and is not worth a name.
 const char* firstText(DBusMessage* message) {
     const char* first = nullptr;
     DBusMessageIter arguments;
     if (dbus_message_iter_init(message, &arguments) && dbus_message_iter_get_arg_type(&arguments) == DBUS_TYPE_STRING)
         dbus_message_iter_get_basic(&arguments, &first);
-    return text(first);
+    return first && std::strpbrk(first, "\t\n") ? "..." : text(first);
 }
 
 DBusHandlerResult showName(DBusConnection*, DBusMessage* message, void*) {
