@@ -3,7 +3,6 @@
 
 #include "bus/BusNames.h"
 
-#include <QDomDocument>
 #include <QXmlStreamReader>
 
 namespace {
@@ -58,54 +57,70 @@ QString descriptorOf(const OutArgument& out) {
     return descriptor(typeNameOf(out.signature), QString(), QString());
 }
 
-// The last "out" argument and the last "...Out0" annotation win.
-OutArgument outArgumentOf(const QDomElement& method) {
-    OutArgument out;
-    for (QDomElement child = method.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
-        if (child.tagName() == QLatin1String("arg") &&
-            child.attribute(QStringLiteral("direction")) == QLatin1String("out"))
-            out.signature = child.attribute(QStringLiteral("type"));
-        if (child.tagName() == QLatin1String("annotation") &&
-            child.attribute(QStringLiteral("name")).endsWith(QLatin1String("Out0")))
-            out.annotation = child.attribute(QStringLiteral("value"));
-    }
-    return out;
-}
+// Reads a description from its first byte to its last: half of one must not be believed. Where an element stands is told
+// by its depth alone: a node, its interfaces, their methods, and what describes a method.
+class Description {
+public:
+    explicit Description(const QString& text) : m_reader(text) { m_reader.setNamespaceProcessing(false); }
 
-// A QDomDocument is taken down by recursion, so that a text which only opens elements ends the process. A description
-// nests four deep.
-bool isShallow(const QString& text) {
-    constexpr int deepestElement = 100;
-    QXmlStreamReader reader(text);
-    reader.setNamespaceProcessing(false);
-    int depth = 0;
-    while (!reader.atEnd() && depth <= deepestElement) {
-        const QXmlStreamReader::TokenType token = reader.readNext();
-        depth += (token == QXmlStreamReader::StartElement) - (token == QXmlStreamReader::EndElement);
+    /// Whether it is well-formed, and not nested far deeper than a description is.
+    bool read() {
+        constexpr int deepestElement = 100;
+        while (!m_reader.atEnd() && m_depth <= deepestElement) {
+            const QXmlStreamReader::TokenType token = m_reader.readNext();
+            if (token == QXmlStreamReader::StartElement)
+                begin(++m_depth);
+            else if (token == QXmlStreamReader::EndElement)
+                end(m_depth--);
+        }
+        return !m_reader.hasError() && m_depth <= deepestElement;
     }
-    return !reader.hasError() && depth <= deepestElement;
-}
+
+    const QList<vel::bus::ReturnType>& types() const { return m_types; }
+
+private:
+    enum Depth { Node = 1, Interface, Method, Detail };
+
+    bool is(const char* tag) const { return m_reader.qualifiedName() == QLatin1String(tag); }
+    QString attribute(const char* name) const { return m_reader.attributes().value(QLatin1String(name)).toString(); }
+
+    void begin(int depth) {
+        if (depth == Interface) {
+            m_isCommon = is("interface") && attribute("name") == vel::bus::commonInterface();
+        } else if (depth == Method) {
+            m_isMethod = m_isCommon && is("method");
+            m_method = attribute("name");
+            m_out = OutArgument();
+        } else if (depth == Detail && m_isMethod) {
+            readDetail();
+        }
+    }
+
+    // The last "out" argument and the last "...Out0" annotation win.
+    void readDetail() {
+        if (is("arg") && attribute("direction") == QLatin1String("out"))
+            m_out.signature = attribute("type");
+        if (is("annotation") && attribute("name").endsWith(QLatin1String("Out0")))
+            m_out.annotation = attribute("value");
+    }
+
+    void end(int depth) {
+        if (depth == Method && m_isMethod)
+            m_types.append({m_method, m_out.signature, descriptorOf(m_out)});
+    }
+
+    QXmlStreamReader m_reader;
+    int m_depth = 0;
+    bool m_isCommon = false;
+    bool m_isMethod = false;
+    QString m_method;
+    OutArgument m_out;
+    QList<vel::bus::ReturnType> m_types;
+};
 
 } // namespace
 
 QList<vel::bus::ReturnType> vel::bus::returnTypesIn(const QString& introspection) {
-    QList<ReturnType> types;
-    QDomDocument document;
-    // setContent() keeps the half it could read when it fails; half a description must not be believed.
-    if (!isShallow(introspection) || !document.setContent(introspection, false))
-        return types;
-    const QString interfaceTag = QStringLiteral("interface");
-    const QString methodTag = QStringLiteral("method");
-    const QString nameAttribute = QStringLiteral("name");
-    for (QDomElement interface = document.documentElement().firstChildElement(interfaceTag); !interface.isNull();
-         interface = interface.nextSiblingElement(interfaceTag)) {
-        if (interface.attribute(nameAttribute) != commonInterface())
-            continue;
-        for (QDomElement method = interface.firstChildElement(methodTag); !method.isNull();
-             method = method.nextSiblingElement(methodTag)) {
-            const OutArgument out = outArgumentOf(method);
-            types.append({method.attribute(nameAttribute), out.signature, descriptorOf(out)});
-        }
-    }
-    return types;
+    Description description(introspection);
+    return description.read() ? description.types() : QList<ReturnType>();
 }
