@@ -1,15 +1,17 @@
 """What every measurement needs: a private bus, programs that measure on request, and rounds that compare like with like.
 
 A cell is one way of doing one work, for instance a blocking call through a warm proxy. In every round each cell is taken
-once; the cells of one work are taken back to back, in a new random order, so that they see the same machine. A ratio is
-formed between two cells of one round, and what is reported is the median over the rounds. The first round warms up and
-does not count.
+once, or in several passes; the cells of one work are taken back to back, in a new random order, so that they see the same
+machine. A ratio is formed between two cells of one pass, and what is reported is the median over all of them. The first
+round warms up and does not count.
 """
 import contextlib
 import dataclasses
 import json
+import math
 import os
 import random
+import shutil
 import statistics
 import subprocess
 import sys
@@ -36,6 +38,7 @@ class Cell:
     work: str  # the table it belongs to
     name: str  # its line there
     take: Callable[[], dict[str, float]]  # measures once; figures by name, times in µs unless the name says otherwise
+    passes: int = 1  # so often a round takes its work; each pass counts as a round does
 
 
 @dataclasses.dataclass
@@ -44,7 +47,7 @@ class Target:
     name: str  # the cell that is held against another one of the same work
     base: str  # "" for a limit on the figure itself
     figure: str
-    limit: float  # of the ratio, or of the figure
+    limit: float = math.inf  # of the ratio, or of the figure; without one it is only told
 
 
 @dataclasses.dataclass
@@ -60,8 +63,9 @@ class Plot:
 class Session:
     """The programs and buses of one run; they end with it."""
 
-    def __init__(self, programs):
+    def __init__(self, programs, quick=False):
         self.programs = Path(programs).resolve()
+        self.quick = quick
         self.missing = []  # what is left out for want of a library, in words
         self._stack = contextlib.ExitStack()
 
@@ -74,11 +78,20 @@ class Session:
 
     def has(self, program, library):
         """Whether an optional program was built; names the missing library once when it was not."""
-        if (self.programs / program).exists():
-            return True
-        if library not in self.missing:
-            self.missing.append(library)
-        return False
+        return self._note((self.programs / program).exists(), library)
+
+    def has_broker(self):
+        """Whether there can be a Bus with the broker "dbus-broker"."""
+        return self._note(shutil.which("dbus-broker"), "dbus-broker")
+
+    def _note(self, is_there, what):
+        if not is_there and what not in self.missing:
+            self.missing.append(what)
+        return bool(is_there)
+
+    def count(self, thorough):
+        """How often something is done in one measurement; less often when only the measuring is to be tried."""
+        return max(thorough // 10, 1) if self.quick else thorough
 
     def start(self, command, environment, **options):
         process = subprocess.Popen([str(one) for one in command], env=environment, text=True,
@@ -134,6 +147,12 @@ class Worker:
         if self.line() != "ready":
             sys.exit(f"bench: '{self.words}' does not get ready")
 
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        end(self.process)
+
     def line(self):
         line = self.process.stdout.readline()
         if not line:
@@ -168,7 +187,7 @@ def memory_kb(pid):
 
 
 def take_rounds(cells, rounds, say=print):
-    """All figures: {work: {name: {figure: [one value a round]}}}."""
+    """All figures: {work: {name: {figure: [one value a pass]}}}."""
     figures = {}
     works = {}
     for cell in cells:
@@ -176,16 +195,22 @@ def take_rounds(cells, rounds, say=print):
     for number in range(rounds + 1):
         say(f"round {number} of {rounds}" if number else "warming up")
         for work in random.sample(list(works), len(works)):
-            for cell in random.sample(works[work], len(works[work])):
-                taken = cell.take()
-                if number:
-                    into = figures.setdefault(work, {}).setdefault(cell.name, {})
-                    for figure, value in taken.items():
-                        into.setdefault(figure, []).append(value)
+            for _ in range(works[work][0].passes if number else 1):
+                for cell in random.sample(works[work], len(works[work])):
+                    taken = cell.take()
+                    if number:
+                        into = figures.setdefault(work, {}).setdefault(cell.name, {})
+                        for figure, value in taken.items():
+                            into.setdefault(figure, []).append(value)
     return figures
 
 
-def ratio(figures, work, name, base, figure):
-    """The median over the rounds of what one cell took against another one."""
+def ratios(figures, work, name, base, figure):
+    """What one cell took against another one, in each pass."""
     pairs = zip(figures[work][name][figure], figures[work][base][figure])
-    return statistics.median(value / against for value, against in pairs)
+    return [value / against for value, against in pairs]
+
+
+def ratio(figures, work, name, base, figure):
+    """The median of that."""
+    return statistics.median(ratios(figures, work, name, base, figure))
