@@ -79,7 +79,7 @@ def cells(session):
 
     def cell(work, name, program, way, payload, at=station, **environment):
         return frame.Cell(work, name, lambda: at.take(program, way, payload, session.count(CALLS), **environment),
-                          passes=PASSES)
+                          passes=1 if session.quick else PASSES)
 
     made = []
     ways = {name: way for name, (*way, library) in WAYS.items() if library is None or session.has(way[0], library)}

@@ -18,10 +18,12 @@ STACKS = {
     "sdbus-c++": ("bench-events-sdbus-c++", "sdbus-c++ 1.x"),
     "GDBus": ("bench-events-gdbus", "GLib"),
 }
-# How many events are published flat out to so many processes: about as many arrive in all.
-FLAT_OUT = {1: 20000, 5: 8000, 20: 2500}
+# How many events are published flat out to so many processes, and in how many passes a round: the passes are short, so
+# that what is compared lies close together.
+FLAT_OUT = {1: (5000, 4), 5: (2000, 3), 20: (750, 2)}
+INSIDE = (1250, 4)  # to twenty receivers in one process
+PACED = (200, 2)
 RATE = 500  # a second, where the way of a single event is measured
-LATER = 500  # events at that rate
 
 
 def flat_out(receivers):
@@ -91,28 +93,29 @@ def take(bus, program, events, receivers=1, way="one", rate=0, **environment):
 def cells(session):
     bus = session.bus("events")
 
-    def cell(work, name, program, events, at=bus, **more):
-        return frame.Cell(work, name, lambda: take(at, program, session.count(events), **more))
+    def cell(work, name, program, size, at=bus, **more):
+        events, passes = size
+        return frame.Cell(work, name, lambda: take(at, program, session.count(events), **more),
+                          passes=1 if session.quick else passes)
 
     stacks = {name: program for name, (program, library) in STACKS.items()
               if library is None or session.has(program, library)}
     vel = stacks[VEL]
     made = []
-    for receivers, events in FLAT_OUT.items():
+    for receivers, size in FLAT_OUT.items():
         for name, program in stacks.items():
             if receivers == 1 or name in (VEL, QT, SD_BUS):
-                made.append(cell(flat_out(receivers), name, program, events, receivers=receivers))
-                made.append(cell(paced(receivers), name, program, LATER, receivers=receivers, rate=RATE))
+                made.append(cell(flat_out(receivers), name, program, size, receivers=receivers))
+                made.append(cell(paced(receivers), name, program, PACED, receivers=receivers, rate=RATE))
     for name in (VEL, QT):
-        made.append(cell(TWENTY, name, stacks[name], 5000, way="twenty"))
+        made.append(cell(TWENTY, name, stacks[name], INSIDE, way="twenty"))
         made.append(cell(BESIDE, name, stacks[name], FLAT_OUT[1], way="beside"))
-    made.append(cell(TWENTY, SHARED, vel, 5000, way="shared"))
+    made.append(cell(TWENTY, SHARED, vel, INSIDE, way="shared"))
 
-    for work, more in ((SURROUNDINGS, {"events": FLAT_OUT[1]}), (PACED_SURROUNDINGS, {"events": LATER, "rate": RATE})):
-        made.append(cell(work, VEL, vel, **more))
-        made.append(cell(work, "Vel, QT_NO_GLIB=1", vel, **more, QT_NO_GLIB="1"))
-    if session.has_broker():
-        broker = session.bus("events-broker", "dbus-broker")
-        made.append(cell(SURROUNDINGS, "Vel, dbus-broker", vel, FLAT_OUT[1], broker))
-        made.append(cell(PACED_SURROUNDINGS, "Vel, dbus-broker", vel, LATER, broker, rate=RATE))
+    broker = session.bus("events-broker", "dbus-broker") if session.has_broker() else None
+    for work, size, more in ((SURROUNDINGS, FLAT_OUT[1], {}), (PACED_SURROUNDINGS, PACED, {"rate": RATE})):
+        made.append(cell(work, VEL, vel, size, **more))
+        made.append(cell(work, "Vel, QT_NO_GLIB=1", vel, size, **more, QT_NO_GLIB="1"))
+        if broker:
+            made.append(cell(work, "Vel, dbus-broker", vel, size, broker, **more))
     return made

@@ -39,8 +39,8 @@ def asked_for():
     options.parts = options.parts.split(",")
     if unknown := [name for name in options.parts if name not in PARTS]:
         parser.error(f"no such part: {', '.join(unknown)}")
-    if options.publish and (options.quick or options.only):
-        parser.error("what is published is measured thoroughly, and all of a part")
+    if options.publish and (options.quick or options.only or options.parts != list(PARTS)):
+        parser.error("what is published is measured thoroughly, and all together")
     options.rounds = options.rounds or (3 if options.quick else 10)
     return options
 
@@ -58,12 +58,11 @@ def version(text):
     return match[0] if (match := re.search(r"\d+(\.\d+)*", text)) else "none"
 
 
-def machine():
+def machine(cache):
     """What the figures depend on, but not whose machine it is."""
     def pattern_in(path, pattern):
         return match[1].strip() if (match := re.search(pattern, Path(path).read_text(), re.MULTILINE)) else "unknown"
 
-    cache = SOURCES / "build" / "bench" / "CMakeCache.txt"
     compiler = pattern_in(cache, r"^CMAKE_CXX_COMPILER:\w+=(.*)$")
     virtual = "hypervisor" in Path("/proc/cpuinfo").read_text()
     libraries = {"libdbus": "dbus-1", "sd-bus": "libsystemd", "GLib": "gio-2.0", "sdbus-c++": "sdbus-c++"}
@@ -183,8 +182,8 @@ def sections(parts, works, figures, session, options, facts, folder):
 
 
 def report(pieces):
-    lines = ["# Measured", "", *pieces["machine"], "Times are in µs, and medians over the rounds; so are the ratios, with the "
-             "middle half of the rounds in brackets.", ""]
+    lines = ["# Measured", "", *pieces["machine"], "Times are in µs, and medians; so are the ratios, with the middle half of "
+             "what was found in brackets.", ""]
     for name, title in PARTS.items():
         if name in pieces:
             lines += [f"## {title}", "", *(re.sub(r"\(performance/", "(", line) for line in pieces[name])]
@@ -192,7 +191,7 @@ def report(pieces):
 
 
 def publish(pieces, folder):
-    """Puts each piece between its two comments in the page; what was not measured this time stays as it is."""
+    """Puts each piece between its two comments in the page."""
     text = PAGE.read_text()
     for name, lines in pieces.items():
         begin, end = f"<!-- measured: {name} -->\n", "<!-- end of what was measured -->"
@@ -203,6 +202,8 @@ def publish(pieces, folder):
     PAGE.write_text(text)
     pictures = PAGE.with_suffix("")
     pictures.mkdir(exist_ok=True)
+    for old in pictures.glob("*.svg"):
+        old.unlink()
     for path in folder.glob("*.svg"):
         (pictures / path.name).write_bytes(path.read_bytes())
 
@@ -214,7 +215,7 @@ def main():
     folder = Path(options.output)
     for old in folder.glob("*.svg"):
         old.unlink()
-    facts = machine()
+    facts = machine(Path(options.programs).parent / "CMakeCache.txt")
     with frame.Session(options.programs, options.quick) as session:
         cells = {name: [cell for cell in part.cells(session) if options.only in cell.work] for name, part in parts.items()}
         works = {name: list(dict.fromkeys(cell.work for cell in of_part)) for name, of_part in cells.items()}
