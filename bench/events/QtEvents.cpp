@@ -19,12 +19,13 @@ void meetTheBus(const QDBusConnection& connection) {
 }
 
 void publish(const QDBusConnection& connection, int number, double now) {
+    static const QMap<QString, QString> types{
+        {"count", "int"}, {"flag", "bool"}, {"ratio", "double"}, {"tags", "QStringList"}, {"title", "QString"}};
     HandWrittenEvent event;
     event.name = member;
     event.context = QStringLiteral("a context");
     event.count = measure::argumentCount;
-    event.types = {
-        {"count", "int"}, {"flag", "bool"}, {"ratio", "double"}, {"tags", "QStringList"}, {"title", "QString"}};
+    event.types = types;
     event.arguments = {{"count", number},
                        {"flag", true},
                        {"ratio", now},
