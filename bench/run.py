@@ -21,8 +21,9 @@ sys.dont_write_bytecode = True  # the sources stay as they are
 import frame
 
 SOURCES = Path(__file__).resolve().parent.parent
-PARTS = {"calls": "Calls", "events": "Events", "start": "Starting", "process": "Inside a process"}
+PARTS = {"calls": "Calls", "events": "Events", "start": "Starting", "fleet": "Many modules", "process": "Inside a process"}
 PAGE = SOURCES / "docs" / "performance.md"
+WIDEST = 8  # columns of figures
 COLOURS = ["#3366aa", "#cc3333", "#888888", "#338833", "#aa7700"]
 
 
@@ -103,10 +104,13 @@ def table(head, rows):
 
 
 def work_table(work, cells):
+    """A line for each cell; a column instead where there are more figures than fit beside each other."""
     names = list(dict.fromkeys(figure for taken in cells.values() for figure in taken))
-    rows = [[name, *(digits(statistics.median(taken[one])) if one in taken else "-" for one in names)]
-            for name, taken in cells.items()]
-    return table([work, *names], rows)
+    rows = [[work, *names], *([name, *(digits(statistics.median(taken[one])) if one in taken else "-" for one in names)]
+                              for name, taken in cells.items())]
+    if len(names) > WIDEST:
+        rows = list(zip(*rows))
+    return table(rows[0], rows[1:])
 
 
 def held_against(target, figures):
@@ -166,7 +170,7 @@ def sections(parts, works, figures, session, options, facts, folder):
         held = [row for target in part.TARGETS if (row := held_against(target, figures))]
         rows += [row for row in held if row[-1]]
         lines += table(["work", "name", "against", "figure", "ratio", "limit", "target"], held) if held else []
-        lines += [f"{note}\n" for note in getattr(part, "NOTES", [])]
+        lines += [*getattr(part, "NOTES", []), ""]
         for plot in part.PLOTS:
             if path := draw(plot, figures, folder):
                 lines += [f"![{plot.title}: {plot.y_label}, over {plot.x_label}](performance/{path.name})", ""]
@@ -182,8 +186,8 @@ def sections(parts, works, figures, session, options, facts, folder):
 
 
 def report(pieces):
-    lines = ["# Measured", "", *pieces["machine"], "Times are in µs, and medians; so are the ratios, with the middle half of "
-             "what was found in brackets.", ""]
+    lines = ["# Measured", "", *pieces["machine"], "Times are in µs unless a figure's name says otherwise, and medians; so are "
+             "the ratios, with the middle half of what was found in brackets.", ""]
     for name, title in PARTS.items():
         if name in pieces:
             lines += [f"## {title}", "", *(re.sub(r"\(performance/", "(", line) for line in pieces[name])]
