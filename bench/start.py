@@ -191,8 +191,8 @@ def count_messages(bus, name):
     if differences:
         sys.exit("bench: " + "\n".join(differences))
     if name == "Vel module":
-        NOTES[1:] = ["\n".join(["What a module's start says to the bus, seen by a monitor of the bus:", "",
-                                "| message | to | first text | blocks | why |", "|---|---|---|---|---|", *lines])]
+        NOTES[1:] = ["", "\n".join(["What a module's start says to the bus, seen by a monitor of the bus:", "",
+                                    "| message | to | first text | blocks | why |", "|---|---|---|---|---|", *lines])]
     return {"messages": len(taken), "of them blocking": sum(message.blocks for message in taken)}
 
 

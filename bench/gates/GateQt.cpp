@@ -34,10 +34,10 @@ private:
     }
 
     void publish(int times) {
-        const QVariantMap arguments = member::arguments();
+        const PlainEvent event(gates::eventName, member::arguments()); // by hand, its types are made once
         while (times-- > 0) {
             QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/Gate"), interface, gates::eventName);
-            signal << QVariant::fromValue(PlainEvent(gates::eventName, arguments));
+            signal << QVariant::fromValue(event);
             m_bus.send(signal);
         }
         gates::flush();
