@@ -18,22 +18,26 @@ bool isSubscribable(const QString& eventName, const QObject* receiver, const cha
     return receiver && slotSignature && *slotSignature && (eventName.isEmpty() || bus::isValidMemberName(eventName));
 }
 
+bool publish(const QDBusConnection& connection, const QString& path, const QString& eventName, const QVariant& event) {
+    if (!bus::isValidMemberName(eventName) || !bus::isValidObjectPath(path) || !vel::isMarshallable(event))
+        return false;
+    QDBusMessage signal = QDBusMessage::createSignal(path, bus::commonInterface(), eventName);
+    signal.setArguments({event});
+    return connection.send(signal);
+}
+
 } // namespace
 
 bool VelModule::notifyEvent(const VelEvent& evt) const {
-    const QString path = bus::objectPath(m_moduleName);
-    const QVariant payload = QVariant::fromValue(evt);
-    if (!bus::isValidMemberName(evt.getEvtName()) || !bus::isValidObjectPath(path) || !vel::isMarshallable(payload))
-        return false;
-    QDBusMessage signal = QDBusMessage::createSignal(path, bus::commonInterface(), evt.getEvtName());
-    signal.setArguments({payload});
-    return m_connection.send(signal);
+    return publish(m_connection, m_dbusObjectName, evt.getEvtName(), QVariant::fromValue(evt));
 }
 
 bool VelModule::notifyEvent(const QString& evtName, QVariantMap args) const {
-    VelEvent event(evtName, QVariantMap(), QStringLiteral(""));
+    QVariant payload(qMetaTypeId<VelEvent>(), nullptr); // filled where it lies: an event is a QObject, and dear to copy
+    VelEvent& event = *static_cast<VelEvent*>(payload.data());
+    event.setEvtName(evtName);
     event.setArguments(args);
-    return notifyEvent(event);
+    return publish(m_connection, m_dbusObjectName, evtName, payload);
 }
 
 bool VelModule::subscribeEvent(const VelEvent& evt, QObject* receiver, const char* slotSignature) const {
