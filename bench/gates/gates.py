@@ -23,7 +23,7 @@ CALL_LIMITS = {"proxy-text": 1.03, "proxy-map": 1.03, "module-text": 1.03, "modu
 PUBLISHER_LIMIT = 1.08
 RECEIVER_LIMIT = 1.08
 LINE_LIMIT = 60  # instructions of a line that is filtered out
-# The depth of a tree grows as much from 1 proxy to 100 as from there to 10,000: 2 is what a logarithm gives, 100 a list.
+# The depth of a tree grows as much from 1 proxy to 100 as from there to 10,000: a logarithm gives 2, a list 100.
 GROWTH_LIMIT = 3  # what 10,000 proxies add to a call, against what 100 add
 
 failures = []
@@ -172,7 +172,8 @@ def inside(session):
         taken[proxies] = vel.each("self", TIMES["self"])
     print("instructions of a call by proxies kept:", taken)
     added = [taken[proxies] - taken[1] for proxies in (100, 10_000)]
-    hold("instructions added by 10,000 proxies, against those by 100", round(added[1] / max(added[0], 1), 2), GROWTH_LIMIT)
+    hold("instructions added by 10,000 proxies, against those by 100", round(added[1] / max(added[0], 1), 2),
+         GROWTH_LIMIT)
 
 
 GATES = {"calls": calls, "events": events, "start": started, "traffic": traffic, "inside": inside}

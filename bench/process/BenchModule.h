@@ -1,5 +1,5 @@
-// A module whose cache holds as many proxies as is asked for. When it calls itself, Qt delivers that inside the call: what
-// is measured then is the library's way to the proxy and Qt's to the slot, without a bus.
+// A module whose cache holds as many proxies as is asked for. When it calls itself, Qt delivers that inside the call:
+// what is measured then is the library's way to the proxy and Qt's to the slot, without a bus.
 #pragma once
 
 #include "bus/VelDBusInterface.h"

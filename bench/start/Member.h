@@ -1,4 +1,4 @@
-// What the Vel module and the plain Qt program have in common: they report on their output, and obey lines on their input.
+// What the Vel module and the plain Qt program have in common: they report on their output and obey their input.
 #pragma once
 
 #include <QDBusConnection>
