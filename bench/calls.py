@@ -48,6 +48,15 @@ TARGETS = [
     frame.Target(SURROUNDINGS, "sd-bus, dbus-broker", "sd-bus", "p50"),
 ]
 
+ADVICE = [
+    frame.Advice("Call through `syncRemoteCall()`, or keep a `VelDBusInterface`; make no proxy for a single call",
+                 frame.Target(PAYLOADS["text"], NAMED, NEW, "p50"), "none"),
+    frame.Advice("Send several calls by `asyncRemoteCall()` before looking at the first answer",
+                 frame.Target(ASYNCHRONOUS["text"], outstanding(16), NAMED, "time"), "answers, and errors, come later"),
+    *(frame.Advice(f"{what}: calls", frame.Target(SURROUNDINGS, f"Vel, {other}", "Vel", "p50"), price)
+      for other, (what, price) in frame.SURROUNDINGS.items()),
+]
+
 PLOTS = [frame.Plot("asynchronous-calls", "Asynchronous calls: what one takes", "calls outstanding", "µs per call", {
     payload: [(calls, work, outstanding(calls), "time") for calls in OUTSTANDING] for payload, work in (
         ("a text", ASYNCHRONOUS["text"]), ("a{sv} of five", ASYNCHRONOUS["map"]))})]

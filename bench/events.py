@@ -52,6 +52,17 @@ TARGETS = [
         (SURROUNDINGS, "time"), (PACED_SURROUNDINGS, "p50")) for other in ("QT_NO_GLIB=1", "dbus-broker")),
 ]
 
+ADVICE = [
+    frame.Advice("Subscribe once in a process, and hand the event on inside it",
+                 frame.Target(TWENTY, SHARED, VEL, "time"), "a signal of the module's own"),
+    *(frame.Advice(f"{what}: {whose}", frame.Target(work, f"Vel, {other}", VEL, figure), price)
+      for other, (what, price) in frame.SURROUNDINGS.items()
+      for work, figure, whose in ((SURROUNDINGS, "time", "events flat out"),
+                                  (PACED_SURROUNDINGS, "p50", f"events at {RATE}/s"),
+                                  (SURROUNDINGS, "CPU bus", "the bus's CPU time for events"))
+      if figure != "CPU bus" or other == "dbus-broker"),
+]
+
 
 def over_receivers(work, figure):
     return {name: [(receivers, work(receivers), name, figure) for receivers in FLAT_OUT] for name in (VEL, QT, SD_BUS)}
@@ -64,7 +75,7 @@ PLOTS = [
                "µs from notifyEvent() to the slot (p50)", over_receivers(paced, "p50")),
 ]
 
-NOTES = ["Each event that was published arrived everywhere, whole: a single one less, and the run ends without a result."]
+NOTES = ["Each event that was published arrived everywhere, whole: one less, and the run ends without a result."]
 
 NUMBERS = itertools.count(1)
 
@@ -77,6 +88,10 @@ def take(bus, program, events, receivers=1, way="one", rate=0, **environment):
 
         publisher = worker("publish")
         listeners = [worker("receive", events, way) for _ in range(receivers)]
+        publisher.put("warm")
+        for listener in listeners:
+            if (line := listener.line()) != "warm":
+                sys.exit(f"bench: '{listener.words}' says '{line}' instead of 'warm'")
         bus_before = frame.cpu_seconds(bus.process.pid)
         sent = publisher.ask(events, rate)
         heard = [json.loads(listener.line()) for listener in listeners]

@@ -19,6 +19,12 @@ import tempfile
 from collections.abc import Callable
 from pathlib import Path
 
+# What can be changed around a program, as advice and with its price.
+SURROUNDINGS = {
+    "QT_NO_GLIB=1": ("Set `QT_NO_GLIB=1` in the environment", "Qt and GLib no longer share an event loop"),
+    "dbus-broker": ("Use dbus-broker as the bus", "another service; modules do not notice"),
+}
+
 # A session bus as the distributions set it up: everything is allowed, and the limits are out of the way.
 BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -48,6 +54,14 @@ class Target:
     base: str  # "" for a limit on the figure itself
     figure: str
     limit: float = math.inf  # of the ratio, or of the figure; without one it is only told
+
+
+@dataclasses.dataclass
+class Advice:
+    """What a module can do about a cost; a part may have a list ADVICE."""
+    what: str
+    gain: Target  # what is left of the cost, as a ratio
+    price: str
 
 
 @dataclasses.dataclass
