@@ -87,9 +87,9 @@ def about_targets(parts, figures):
 
 
 def about_advice(parts, figures):
-    rows = [[one.what, *row[:5], one.price] for part in parts for one in getattr(part, "ADVICE", [])
-            if (row := held_against(one.gain, figures))]
-    return table(["advice", *HEAD[:4], "what is left", "price"], rows) if rows else []
+    rows = [[one.what, one.gain.work, row[HEAD.index("found")], one.price] for part in parts
+            for one in getattr(part, "ADVICE", []) if (row := held_against(one.gain, figures))]
+    return table(["advice", "table", "what is left", "price"], rows) if rows else []
 
 
 def whole(pieces, titles):

@@ -7,6 +7,7 @@ that stand below its tables. All cells of all parts are taken in the same rounds
 import argparse
 import importlib
 import json
+import signal
 import sys
 from pathlib import Path
 
@@ -43,6 +44,7 @@ def asked_for():
 
 def main():
     options = asked_for()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("bench: terminated"))  # in order: no process of the run stays
     folder = Path(options.output)
     for old in folder.glob("*.svg"):
         old.unlink()
