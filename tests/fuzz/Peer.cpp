@@ -119,8 +119,8 @@ Peer::~Peer() {
     close(m_socket);
 }
 
-// The server's part: whoever asks is let in. Descriptors are agreed to, as a bus does, for Qt to read their type at all;
-// none is ever sent.
+// The server's part: whoever asks is let in. Descriptors are agreed to, as a bus does, for Qt to read their type at
+// all; none is ever sent.
 void Peer::authenticate() {
     for (QByteArray line; line != "BEGIN";) {
         while (m_received.indexOf("\r\n") < 0)
