@@ -18,7 +18,7 @@
 namespace measure {
 
 constexpr int argumentCount = 5;
-constexpr int eventsBefore = 50; // numbered below zero: the first one that counts finds everything in place
+constexpr int eventsBefore = 50;   // numbered below zero: the first one that counts finds everything in place
 constexpr unsigned patience = 120; // seconds until a receiver gives up, and the run with it: the last event is lost
 
 /// What a receiver read from one event.
