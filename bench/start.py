@@ -18,6 +18,7 @@ TARGETS = [
     frame.Target(TIME, "Vel module", "Qt program", "to the name/µs", 1.25),
     frame.Target(TIME, "Vel module", "Qt program", "to ready/µs", 1.40),
     frame.Target(MEMORY, "Vel module", "Qt program", "RSS/kB", 1.10),
+    frame.Target(MEMORY, "Vel module", "Qt program", "PSS/kB", 1.10),
     frame.Target(MEMORY, "Vel module", "Qt program", "private dirty/kB", 1.10),
     frame.Target(CROWD, "Vel module", "Qt program", "PSS/kB", 1.10),
     frame.Target(CROWD, "Vel module", "Qt program", "private dirty/kB", 1.10),
@@ -91,8 +92,7 @@ def rss_kb(pid):
 def idle_alone(bus, program, environment):
     member = Member(bus, program, **environment)
     member.settle()
-    taken = {"RSS/kB": rss_kb(member.process.pid),
-             "private dirty/kB": frame.memory_kb(member.process.pid)["private dirty/kB"]}
+    taken = {"RSS/kB": rss_kb(member.process.pid), **frame.memory_kb(member.process.pid)}
     member.end()
     return taken
 
