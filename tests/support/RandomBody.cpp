@@ -12,7 +12,7 @@ namespace {
 
 constexpr int deepestArrays = 32;     // in one signature
 constexpr int deepestStructures = 32; // in one signature; a dictionary's entry is one
-constexpr int deepestLevels = 63;     // in one message; one less than dbus-daemon allows
+constexpr int deepestLevels = 62;     // in one message: so many both buses carry; at one more dbus-broker hangs up
 constexpr int mostValues = 400;
 constexpr int longArray = 1024 * 1024;
 constexpr int longText = 100 * 1024;
