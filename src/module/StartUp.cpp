@@ -6,6 +6,7 @@
 #include "module/CommandLine.h"
 #include "module/StartUpRecord.h"
 
+#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 
 #include <cstdlib>
@@ -15,17 +16,26 @@ bool moduleIsDead = false;
 
 namespace {
 
-// The types come first. What is made first is destroyed last when the process ends, and until Qt's D-Bus thread is destroyed
-// it goes on reading what the bus sends: it needs the register of types.
-QDBusConnection sessionBusAfterTypes() {
+// Made by the first timer of the process: Qt's list of free timer numbers. Without an event dispatcher there are no timers.
+void makeListOfTimerNumbers() {
+    QObject owner;
+    if (QAbstractEventDispatcher::instance())
+        owner.killTimer(owner.startTimer(0));
+}
+
+// What is made first is destroyed last when the process ends, and until Qt's D-Bus thread is destroyed it goes on: it reads
+// what the bus sends, which needs the register of types, and gives up the calls that are open, each of which has a timer.
+// So these two come first. A list that was given back is written into by that thread otherwise.
+QDBusConnection sessionBusAfterWhatItNeeds() {
     registerCoreDBusTypes();
+    makeListOfTimerNumbers();
     return QDBusConnection::sessionBus();
 }
 
 } // namespace
 
 VelModule::VelModule(const QString& name)
-    : m_connection(sessionBusAfterTypes()), m_exitCode(VelNormalExit), m_moduleName(name) {
+    : m_connection(sessionBusAfterWhatItNeeds()), m_exitCode(VelNormalExit), m_moduleName(name) {
     moduleLogLevel = 3;
 
     m_parameters = vel::readCommandLine(QCoreApplication::arguments());

@@ -5,6 +5,10 @@
 //
 // Or one that is in the middle of its traffic: events come in faster than it takes them, and it has called --calls=PEER, which
 // does not answer. It stops when it has heard some of the events.
+#ifndef VEL_TEST_SANITIZED // a sanitizer has operators of its own
+#include "WatchedMemory.h"
+#endif
+
 #include <Vel>
 
 #include <QDBusPendingCallWatcher>
@@ -91,6 +95,9 @@ int main(int argc, char** argv) {
     // What is left in the event queue must not reach for the module.
     QTimer::singleShot(0, &application, &QCoreApplication::quit);
     application.exec();
+#ifndef VEL_TEST_SANITIZED
+    watchDeletedMemory();
+#endif
     return moduleIsDead ? 0 : 1;
 }
 
