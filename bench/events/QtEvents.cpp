@@ -1,5 +1,5 @@
 // The same events, written by hand with Qt D-Bus. The ways to receive are those of VelEvents.cpp; none is shared.
-#include "events/HandWrittenEvent.h"
+#include "support/HandWrittenEvent.h"
 #include "support/Streaming.h"
 
 #include <QCoreApplication>
@@ -80,7 +80,7 @@ int receive(QCoreApplication& application, QDBusConnection& connection, int even
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    qDBusRegisterMetaType<HandWrittenEvent>();
+    registerHandWrittenEvent();
     QDBusConnection connection = QDBusConnection::sessionBus();
     if (argc >= 4 && qstrcmp(argv[1], "receive") == 0)
         return receive(application, connection, QByteArray(argv[2]).toInt(), argv[3]);

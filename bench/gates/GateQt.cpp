@@ -1,6 +1,6 @@
 // The same works as somebody would write them with Qt alone.
 #include "gates/Works.h"
-#include "start/PlainEvent.h"
+#include "support/HandWrittenEvent.h"
 
 #include <QCoreApplication>
 #include <QDBusInterface>
@@ -18,11 +18,11 @@ class Gate : public QObject {
     Q_OBJECT
 public:
     Gate() : m_bus(QDBusConnection::sessionBus()), m_proxy(peerService, peerPath, interface, m_bus) {
-        registerPlainEvent();
+        registerHandWrittenEvent();
     }
 
 public Q_SLOTS:
-    void hear(const PlainEvent& event) { m_hearing.heard(event.arguments.size() == member::arguments().size()); }
+    void hear(const HandWrittenEvent& event) { m_hearing.heard(event.arguments.size() == member::arguments().size()); }
 
 private:
     void call(int times, const QString& method, const QVariant& value) {
@@ -34,7 +34,7 @@ private:
     }
 
     void publish(int times) {
-        const PlainEvent event(gates::eventName, member::arguments()); // by hand, its types are made once
+        const HandWrittenEvent event(gates::eventName, member::arguments()); // by hand, its types are made once
         while (times-- > 0) {
             QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/Gate"), interface, gates::eventName);
             signal << QVariant::fromValue(event);
@@ -44,7 +44,7 @@ private:
     }
 
     void hearEvents(int events) {
-        m_bus.connect(QString(), QString(), interface, gates::eventName, this, SLOT(hear(PlainEvent)));
+        m_bus.connect(QString(), QString(), interface, gates::eventName, this, SLOT(hear(HandWrittenEvent)));
         gates::flush();
         m_hearing.expect(events);
     }

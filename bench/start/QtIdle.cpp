@@ -1,6 +1,6 @@
 // What the module is held against: a Qt program that takes the same name and idles. --moduleName=NAME
 #include "start/Member.h"
-#include "start/PlainEvent.h"
+#include "support/HandWrittenEvent.h"
 
 #include <QCoreApplication>
 
@@ -21,7 +21,7 @@ public:
         : m_bus(bus), m_orders([this](const std::string& order) { obey(order); }) {}
 
 public Q_SLOTS:
-    void tick(PlainEvent event) {
+    void tick(HandWrittenEvent event) {
         if (event.arguments.value(QStringLiteral("number")).toInt() == 42)
             member::say("heard");
     }
@@ -29,13 +29,13 @@ public Q_SLOTS:
 private:
     void obey(const std::string& order) {
         if (order == "listen") {
-            registerPlainEvent();
-            m_bus.connect(QString(), QString(), interface, tickName, this, SLOT(tick(PlainEvent)));
+            registerHandWrittenEvent();
+            m_bus.connect(QString(), QString(), interface, tickName, this, SLOT(tick(HandWrittenEvent)));
             member::sayWhenSettled("listening");
         } else if (order == "publish") {
             member::say("publishing");
             QDBusMessage signal = QDBusMessage::createSignal(path, interface, tickName);
-            signal << QVariant::fromValue(PlainEvent(tickName, member::arguments()));
+            signal << QVariant::fromValue(HandWrittenEvent(tickName, member::arguments()));
             m_bus.send(signal);
         }
     }
