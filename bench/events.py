@@ -21,7 +21,7 @@ STACKS = {
 # How many events are published flat out to so many processes, and in how many passes a round: the passes are short, so
 # that what is compared lies close together.
 FLAT_OUT = {1: (5000, 4), 5: (2000, 3), 20: (750, 2)}
-INSIDE = (1250, 4)  # to twenty receivers in one process
+INSIDE = (1250, 6)  # to twenty receivers in one process
 PACED = (200, 2)
 RATE = 500  # a second, where the way of a single event is measured
 

@@ -53,7 +53,7 @@ public:
     }
 
 public Q_SLOTS:
-    void stationChanged(VelEvent event) {
+    void stationChanged(const VelEvent& event) {
         const QVariantMap arguments = event.getArguments();
         for (auto one = arguments.cbegin(); one != arguments.cend(); ++one) {
             const bool isText = one->canConvert<QString>();

@@ -43,7 +43,7 @@ public:
     }
 
 public Q_SLOTS:
-    void pauseForRadio(VelEvent event) {
+    void pauseForRadio(const VelEvent& event) {
         const QStringList genres = event.getArgument("genres").toStringList();
         logger("")->info("pausing: the radio plays " + genres.join(" and "));
         auto* watcher = new QDBusPendingCallWatcher(asyncRemoteCall("Tuner", "strength"), this);

@@ -43,7 +43,7 @@ public:
     }
 
 public Q_SLOTS:
-    void stationChanged(VelEvent event) { // a publisher hears its own events too
+    void stationChanged(const VelEvent& event) { // a publisher hears its own events too
         logger("")->info("my own event came back: " + event.getEvtName());
     }
 

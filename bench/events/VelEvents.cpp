@@ -55,7 +55,7 @@ public:
     Receiver(measure::Tally& tally, QObject* parent) : QObject(parent), m_tally(tally) {}
 
 public Q_SLOTS:
-    void take(VelEvent event) {
+    void take(const VelEvent& event) {
         const bool isWhole =
             event.argumentCount() == measure::argumentCount && event.getArgTypes().size() == measure::argumentCount &&
             event.getArgument("flag").toBool() && event.getArgument("tags").toStringList().size() == 3 &&
@@ -100,7 +100,7 @@ public:
     }
 
 public Q_SLOTS:
-    void ignore(VelEvent) {}
+    void ignore(const VelEvent&) {}
 
 Q_SIGNALS:
     void arrived(const VelEvent& event);

@@ -27,7 +27,7 @@ public:
     }
 
 public Q_SLOTS:
-    void hear(VelEvent event) { m_hearing.heard(event.argumentCount() == member::arguments().size()); }
+    void hear(const VelEvent& event) { m_hearing.heard(event.argumentCount() == member::arguments().size()); }
 
 private:
     std::map<std::string, gates::Work> counted() {

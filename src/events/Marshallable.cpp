@@ -34,11 +34,11 @@ constexpr qint64 sizeOfAnyValue = 32;
 class Inspection {
 public:
     bool passes(const QVariant& value, int level = 0);
+    template <typename Map>
+    bool passesInside(const Map& values, int level);
 
 private:
     bool passesInside(const QVariantList& values, int level);
-    template <typename Map>
-    bool passesInside(const Map& values, int level);
     bool passesReceived(const QDBusArgument& argument, int level);
     bool passesReceived(const QVariant& value, int level);
     bool passesText(const QString& text);
@@ -166,4 +166,8 @@ bool Inspection::passesText(const QString& text) {
 
 bool vel::isMarshallable(const QVariant& value) {
     return Inspection().passes(value);
+}
+
+bool vel::isMarshallableEvent(const QVariantMap& arguments) {
+    return Inspection().passesInside(arguments, eventLevels);
 }

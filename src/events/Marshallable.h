@@ -12,4 +12,7 @@ namespace vel {
 /// message, and inside a container libdbus then aborts the process instead of reporting an error.
 bool isMarshallable(const QVariant& value);
 
+/// The same of an event with these arguments.
+bool isMarshallableEvent(const QVariantMap& arguments);
+
 } // namespace vel

@@ -13,6 +13,8 @@
 // right, libdbus has validated every byte below it.
 #include "events/VelDBusTypes.h"
 
+#include "events/OutgoingEvent.h"
+
 #include <QDBusMetaType>
 #include <QDBusVariant>
 
@@ -22,22 +24,27 @@ const QLatin1String eventSignature("(ssia{ss}a{sv})");
 
 } // namespace
 
-QDBusArgument& operator<<(QDBusArgument& argument, const VelEvent& event) {
+void vel::writeEvent(QDBusArgument& argument, const EventParts& event) {
     argument.beginStructure();
-    argument << event.getEvtName() << event.getContext() << event.argumentCount();
+    argument << event.name << event.context << event.arguments.size();
 
     argument.beginMap(QMetaType::QString, QMetaType::QString);
-    const QMap<QString, QString>& types = event.getArgTypes();
-    for (auto type = types.cbegin(); type != types.cend(); ++type) {
+    const auto writeType = [&argument](const QString& name, const QString& type) {
         argument.beginMapEntry();
-        argument << type.key() << type.value();
+        argument << name << type;
         argument.endMapEntry();
+    };
+    if (event.types) {
+        for (auto type = event.types->cbegin(); type != event.types->cend(); ++type)
+            writeType(type.key(), type.value());
+    } else {
+        for (auto value = event.arguments.cbegin(); value != event.arguments.cend(); ++value)
+            writeType(value.key(), typeNameOf(value.value()));
     }
     argument.endMap();
 
     argument.beginMap(QMetaType::QString, qMetaTypeId<QDBusVariant>());
-    const QVariantMap& values = event.getArguments();
-    for (auto value = values.cbegin(); value != values.cend(); ++value) {
+    for (auto value = event.arguments.cbegin(); value != event.arguments.cend(); ++value) {
         argument.beginMapEntry();
         argument << value.key() << QDBusVariant(value.value());
         argument.endMapEntry();
@@ -45,6 +52,22 @@ QDBusArgument& operator<<(QDBusArgument& argument, const VelEvent& event) {
     argument.endMap();
 
     argument.endStructure();
+}
+
+QDBusArgument& operator<<(QDBusArgument& argument, const VelEvent& event) {
+    vel::writeEvent(argument, {event.getEvtName(), event.getContext(), event.getArguments(), &event.getArgTypes()});
+    return argument;
+}
+
+QDBusArgument& vel::operator<<(QDBusArgument& argument, const OutgoingEvent& event) {
+    if (const EventParts* parts = event.parts())
+        writeEvent(argument, *parts);
+    else
+        argument << VelEvent();
+    return argument;
+}
+
+const QDBusArgument& vel::operator>>(const QDBusArgument& argument, OutgoingEvent&) {
     return argument;
 }
 
@@ -86,5 +109,6 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, VelEvent& event) 
 
 int registerCoreDBusTypes() {
     qRegisterMetaType<VelEvent>("VelEvent");
+    qDBusRegisterMetaType<vel::OutgoingEvent>();
     return qDBusRegisterMetaType<VelEvent>();
 }

@@ -1,10 +1,10 @@
 // The event record.
 #include "events/VelEvent.h"
 
-namespace {
+#include "events/OutgoingEvent.h"
 
 // The usual names cost nothing to hand out: each argument of each event that is published has one.
-QString typeNameOf(const QVariant& value) {
+QString vel::typeNameOf(const QVariant& value) {
     switch (value.userType()) {
     case QMetaType::Bool:
         return QStringLiteral("bool");
@@ -21,8 +21,6 @@ QString typeNameOf(const QVariant& value) {
     }
 }
 
-} // namespace
-
 VelEvent::VelEvent() = default;
 
 VelEvent::VelEvent(const QString& evtName, QVariantMap args, QString context)
@@ -37,9 +35,10 @@ VelEvent::VelEvent(const VelEvent& other)
 VelEvent::~VelEvent() = default;
 
 void VelEvent::addArgument(const QVariant& value, const QString& name, bool recordType) {
-    m_arguments.insert(name, value);
+    m_arguments.insert(m_arguments.cend(), name,
+                       value); // most likely to the end: an event is read in the order of names
     if (recordType)
-        addArgType(name, typeNameOf(value));
+        addArgType(name, vel::typeNameOf(value));
 }
 
 void VelEvent::addArgument(const QVariant& value, const QString& name) {
@@ -78,13 +77,13 @@ QString VelEvent::generateIndexedArgumentName(const QString& name, int index) {
 }
 
 void VelEvent::addArgType(const QString& name, const QString& type) {
-    m_argTypes.insert(name, type);
+    m_argTypes.insert(m_argTypes.cend(), name, type);
 }
 
 void VelEvent::addArgTypes() {
     // Both maps are in the order of the names, so each type name most likely goes to the end.
     for (auto argument = m_arguments.cbegin(); argument != m_arguments.cend(); ++argument)
-        m_argTypes.insert(m_argTypes.cend(), argument.key(), typeNameOf(argument.value()));
+        m_argTypes.insert(m_argTypes.cend(), argument.key(), vel::typeNameOf(argument.value()));
 }
 
 bool VelEvent::operator==(const VelEvent& other) const {

@@ -1,11 +1,13 @@
 // Events: broadcast D-Bus signals of the common interface, published from this module's path and heard from any.
 //
-// The bus and Qt D-Bus do all the matching. What is added here are the checks that they make too late: an impossible
-// member name or path, or a value without a D-Bus form, is answered with false before anything is built from it.
+// The bus and Qt D-Bus do all the matching. What is added here are the checks that they make too late, or not at all: a
+// value without a D-Bus form, or a subscription under an impossible name, is answered with false before anything is built
+// from it. A publication's own names are looked at by Qt before it begins with the message.
 #include "module/VelModule.h"
 
 #include "bus/BusNames.h"
 #include "events/Marshallable.h"
+#include "events/OutgoingEvent.h"
 
 namespace bus = vel::bus;
 
@@ -18,26 +20,24 @@ bool isSubscribable(const QString& eventName, const QObject* receiver, const cha
     return receiver && slotSignature && *slotSignature && (eventName.isEmpty() || bus::isValidMemberName(eventName));
 }
 
-bool publish(const QDBusConnection& connection, const QString& path, const QString& eventName, const QVariant& event) {
-    if (!bus::isValidMemberName(eventName) || !bus::isValidObjectPath(path) || !vel::isMarshallable(event))
+bool publish(const QDBusConnection& connection, const QString& path, const vel::EventParts& event) {
+    if (!vel::isMarshallableEvent(event.arguments))
         return false;
-    QDBusMessage signal = QDBusMessage::createSignal(path, bus::commonInterface(), eventName);
-    signal.setArguments({event});
+    QDBusMessage signal = QDBusMessage::createSignal(path, bus::commonInterface(), event.name);
+    signal.setArguments({QVariant::fromValue(vel::OutgoingEvent(event))});
     return connection.send(signal);
 }
 
 } // namespace
 
 bool VelModule::notifyEvent(const VelEvent& evt) const {
-    return publish(m_connection, m_dbusObjectName, evt.getEvtName(), QVariant::fromValue(evt));
+    return publish(m_connection, m_dbusObjectName,
+                   {evt.getEvtName(), evt.getContext(), evt.getArguments(), &evt.getArgTypes()});
 }
 
 bool VelModule::notifyEvent(const QString& evtName, QVariantMap args) const {
-    QVariant payload(qMetaTypeId<VelEvent>(), nullptr); // filled where it lies: an event is a QObject, and dear to copy
-    VelEvent& event = *static_cast<VelEvent*>(payload.data());
-    event.setEvtName(evtName);
-    event.setArguments(args);
-    return publish(m_connection, m_dbusObjectName, evtName, payload);
+    const QString noContext = QStringLiteral("");
+    return publish(m_connection, m_dbusObjectName, {evtName, noContext, args, nullptr});
 }
 
 bool VelModule::subscribeEvent(const VelEvent& evt, QObject* receiver, const char* slotSignature) const {

@@ -86,6 +86,7 @@ void ModuleNamesTest::impossibleEventNamesAreRefused_data() {
     for (const char* event : {"stop_module_\u00e9", "a-b", "a b", "a.b", "9x", "/"})
         QTest::newRow(event) << QString::fromUtf8(event) << false;
     QTest::newRow("too long") << QString(256, QLatin1Char('a')) << false;
+    QTest::newRow("zero inside") << QString(QStringLiteral("a") + QChar(0) + QStringLiteral("b")) << false;
     QTest::newRow("empty") << QString() << true;
 }
 
