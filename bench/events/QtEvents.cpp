@@ -23,7 +23,6 @@ void publish(const QDBusConnection& connection, int number, double now) {
         {"count", "int"}, {"flag", "bool"}, {"ratio", "double"}, {"tags", "QStringList"}, {"title", "QString"}};
     HandWrittenEvent event;
     event.name = member;
-    event.context = QStringLiteral("a context");
     event.count = measure::argumentCount;
     event.types = types;
     event.arguments = {{"count", number},

@@ -16,10 +16,10 @@ void check(int result, const char* what) {
 void publish(sd_bus* bus, int number, double now) {
     sd_bus_message* signal = nullptr;
     check(sd_bus_message_new_signal(bus, &signal, "/Publisher", "org.vel.bench.Events", "measured"), "signal");
-    check(sd_bus_message_append(signal, "(ssia{ss}a{sv})", "measured", "a context", 5, 5, "count", "int", "flag",
-                                "bool", "ratio", "double", "tags", "QStringList", "title", "QString", 5, "count", "i",
-                                number, "flag", "b", 1, "ratio", "d", now, "tags", "as", 3, "red", "green", "blue",
-                                "title", "s", "a title"),
+    check(sd_bus_message_append(signal, "(ssia{ss}a{sv})", "measured", "", 5, 5, "count", "int", "flag", "bool",
+                                "ratio", "double", "tags", "QStringList", "title", "QString", 5, "count", "i", number,
+                                "flag", "b", 1, "ratio", "d", now, "tags", "as", 3, "red", "green", "blue", "title",
+                                "s", "a title"),
           "append");
     check(sd_bus_send(bus, signal, nullptr), "send");
     sd_bus_message_unref(signal);

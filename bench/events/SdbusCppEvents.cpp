@@ -23,7 +23,7 @@ void publish(sdbus::IObject& object, int number, double now) {
                               {"title", sdbus::Variant(std::string("a title"))}};
     object.emitSignal("measured")
         .onInterface(interface)
-        .withArguments(Event{std::string("measured"), std::string("a context"), 5, types, arguments});
+        .withArguments(Event{std::string("measured"), std::string(), 5, types, arguments});
 }
 
 measure::Received read(const Event& event) {

@@ -38,13 +38,11 @@ public:
 
 private:
     void publish(int number, double now) {
-        const bool published = notifyEvent(VelEvent(eventName,
-                                                    {{"count", number},
-                                                     {"flag", true},
-                                                     {"ratio", now},
-                                                     {"tags", QStringList{"red", "green", "blue"}},
-                                                     {"title", QStringLiteral("a title")}},
-                                                    QStringLiteral("a context")));
+        const bool published = notifyEvent(eventName, {{"count", number},
+                                                       {"flag", true},
+                                                       {"ratio", now},
+                                                       {"tags", QStringList{"red", "green", "blue"}},
+                                                       {"title", QStringLiteral("a title")}});
         measure::require(published, "cannot publish");
     }
 };

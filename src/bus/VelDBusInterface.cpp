@@ -21,9 +21,10 @@ QDBusConnection connectionFor(const QString& moduleName, const QString& interfac
     return QDBusConnection(QStringLiteral("vel: no such module can exist"));
 }
 
-// Why a call cannot even be put into a message; empty when it can. Qt lets "method.signature" name an overload.
+// Why a call cannot even be put into a message; empty when it can. Qt lets "method.signature" name an overload; without a
+// dot all of it is the name.
 QString reasonNotToSend(const QString& method, const QList<QVariant>& args) {
-    if (!bus::isValidMemberName(method.section(QLatin1Char('.'), 0, 0)))
+    if (!bus::isValidMemberName(method.left(method.indexOf(QLatin1Char('.')))))
         return QStringLiteral("Invalid method name: %1").arg(method);
     const auto misfit = std::find_if_not(args.cbegin(), args.cend(), vel::isMarshallable);
     if (misfit == args.cend())

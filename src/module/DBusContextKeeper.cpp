@@ -19,14 +19,14 @@ void* contextOf(QObject* object) {
 vel::DBusContextKeeper::DBusContextKeeper(QObject* receiver) {
     // Qt sets the adapted object's context, not the adaptor's.
     QObject* holder = qobject_cast<QDBusAbstractAdaptor*>(receiver) ? receiver->parent() : receiver;
-    const void* context = holder ? contextOf(holder) : nullptr;
-    if (!context)
+    m_place = holder ? contextOf(holder) : nullptr;
+    if (!m_place)
         return;
     m_holder = holder;
-    std::memcpy(&m_context, context, sizeof m_context);
+    std::memcpy(&m_context, m_place, sizeof m_context);
 }
 
 vel::DBusContextKeeper::~DBusContextKeeper() {
-    if (void* context = m_holder ? contextOf(m_holder) : nullptr)
-        std::memcpy(context, &m_context, sizeof m_context);
+    if (m_holder)
+        std::memcpy(m_place, &m_context, sizeof m_context);
 }

@@ -23,6 +23,7 @@ public:
 
 private:
     QPointer<QObject> m_holder; // may be destroyed by the very delivery
+    void* m_place = nullptr;    // of the context in it
     void* m_context = nullptr;
     Q_DISABLE_COPY(DBusContextKeeper)
 };
