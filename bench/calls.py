@@ -10,8 +10,9 @@ PAYLOADS = {"text": "blocking call, a text in and out", "map": "blocking call, a
 ASYNCHRONOUS = {"text": "asynchronous calls, a text in and out", "map": "asynchronous calls, a{sv} of five in and out"}
 SURROUNDINGS = "blocking call, a text in and out: surroundings"
 OUTSTANDING = (1, 4, 16, 64)
-CALLS = 400  # in one measurement: short, so that what is compared lies close together,
-PASSES = 4  # and therefore several times a round
+# Calls in one measurement: few, so that what is compared lies close together; and so often a round, since most of what
+# changes is how the scheduler places a process, once for its life.
+CALLS, PASSES = 200, 8
 
 NAMED = "Vel, syncRemoteCall()"
 KEPT = "Vel, VelDBusInterface kept"
