@@ -20,10 +20,13 @@ int startingLevel() {
 struct Record {
     std::mutex mutex;
     QStringList lines;
-    std::vector<LevelUpdate> updates;
+    std::deque<LevelUpdate> updates;
     QString moduleName;
     std::atomic<int> level{startingLevel()};
 };
+
+// A module that is sent a million messages shall not grow by what is recorded of them.
+constexpr int mostKept = 10000;
 
 // Never destroyed: tested code may log while static objects are.
 Record& record() {
@@ -34,6 +37,8 @@ Record& record() {
 void recordLine(const char* severity, const QString& text) {
     const QString line = QLatin1String(severity) + QLatin1String(": ") + text;
     const std::lock_guard<std::mutex> lock(record().mutex);
+    if (record().lines.size() == mostKept)
+        record().lines.removeFirst();
     record().lines.append(line);
     if (qEnvironmentVariableIsSet("VEL_TEST_LOG")) {
         std::printf("LOG %s\n", line.toUtf8().constData());
@@ -70,7 +75,7 @@ void setRecordedLevel(int level) {
     record().level = level;
 }
 
-std::vector<LevelUpdate> recordedLevelUpdates() {
+std::deque<LevelUpdate> recordedLevelUpdates() {
     const std::lock_guard<std::mutex> lock(record().mutex);
     return record().updates;
 }
@@ -102,6 +107,8 @@ VelLogger* LoggerList::value(QString name) {
 
 void LoggerList::updateLoggerList(LoggerList*, QString facility, int level) {
     const std::lock_guard<std::mutex> lock(record().mutex);
+    if (record().updates.size() == mostKept)
+        record().updates.pop_front();
     record().updates.push_back({facility, level});
     record().level = level;
 }

@@ -8,9 +8,9 @@
 #include <QString>
 #include <QStringList>
 
-#include <vector>
+#include <deque>
 
-/// The lines so far, in order, each as "SEVERITY: TEXT" with error, warning, info or debug. Thread: any.
+/// The last 10,000 lines, in order, each as "SEVERITY: TEXT" with error, warning, info or debug. Thread: any.
 QStringList recordedLines();
 
 /// Forgets the lines and the level updates. Thread: any.
@@ -25,5 +25,5 @@ struct LevelUpdate {
     int level;
 };
 
-/// The level updates so far, in order. Thread: any.
-std::vector<LevelUpdate> recordedLevelUpdates();
+/// The last 10,000 level updates, in order. Thread: any.
+std::deque<LevelUpdate> recordedLevelUpdates();
