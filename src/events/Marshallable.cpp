@@ -50,11 +50,6 @@ private:
     qint64 m_size = 0;
 };
 
-// Where it lies: value() would make a QObject, for every event that is published.
-const VelEvent& eventIn(const QVariant& value) {
-    return *static_cast<const VelEvent*>(value.constData());
-}
-
 bool Inspection::passes(const QVariant& value, int level) {
     if (!value.isValid() || level > deepestNesting || !passesSize(sizeOfAnyValue))
         return false;
@@ -80,7 +75,7 @@ bool Inspection::passes(const QVariant& value, int level) {
     if (type == qMetaTypeId<QDBusVariant>())
         return passes(value.value<QDBusVariant>().variant(), level + variantLevels);
     if (type == qMetaTypeId<VelEvent>())
-        return passesInside(eventIn(value).getArguments(), level + eventLevels);
+        return passesInside(value.value<VelEvent>().getArguments(), level + eventLevels);
     if (type == qMetaTypeId<QDBusObjectPath>())
         return !value.value<QDBusObjectPath>().path().isEmpty();
     if (type == qMetaTypeId<QDBusSignature>())

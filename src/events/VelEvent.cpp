@@ -35,8 +35,7 @@ VelEvent::VelEvent(const VelEvent& other)
 VelEvent::~VelEvent() = default;
 
 void VelEvent::addArgument(const QVariant& value, const QString& name, bool recordType) {
-    m_arguments.insert(m_arguments.cend(), name,
-                       value); // most likely to the end: an event is read in the order of names
+    m_arguments.insert(m_arguments.cend(), name, value); // most likely the last one: events are read in this order
     if (recordType)
         addArgType(name, vel::typeNameOf(value));
 }
