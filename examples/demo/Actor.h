@@ -1,7 +1,7 @@
 // Somebody on the demo's stage, and what it has said so far: a process of the demo's own, or a module of the supervisor's.
 #pragma once
 
-#include "support/ChildProcess.h"
+#include "testing/ChildProcess.h"
 
 #include <QMap>
 #include <QObject>

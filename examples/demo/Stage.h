@@ -9,7 +9,7 @@
 #include "demo/Interruption.h"
 #include "demo/Missing.h"
 #include "demo/Timeline.h"
-#include "support/PrivateBus.h"
+#include "testing/PrivateBus.h"
 
 #include <QTemporaryDir>
 

@@ -1,8 +1,9 @@
 // What becomes of a call whose slot throws: the caller's answer, the log line, and the receiver's D-Bus context.
-#include "support/BusTest.h"
-#include "support/EventListener.h"
-#include "support/RawClient.h"
-#include "support/RecordingLogger.h"
+#include "SkipList.h"
+#include "doubles/RecordingLogger.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
+#include "testing/RawClient.h"
 
 #include "errors/VelException.h"
 #include "module/VelModule.h"

@@ -1,6 +1,6 @@
 // Destruction in every lifecycle state; what it must not touch shows under AddressSanitizer.
-#include "support/BusTest.h"
-#include "support/RawClient.h"
+#include "testing/BusTest.h"
+#include "testing/RawClient.h"
 
 #include <QTest>
 

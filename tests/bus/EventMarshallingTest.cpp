@@ -1,6 +1,6 @@
 // The form of an event on the bus, as a peer that knows nothing of this library sees it, and what comes back of it.
-#include "support/BusTest.h"
-#include "support/EventListener.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
 
 #include "bus/BusNames.h"
 #include "events/VelDBusTypes.h"

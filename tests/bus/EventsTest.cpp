@@ -1,6 +1,6 @@
 // Publication and subscription: who hears what, and when a subscription ends.
-#include "support/BusTest.h"
-#include "support/EventListener.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
 
 #include "module/VelModule.h"
 

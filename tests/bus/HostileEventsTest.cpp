@@ -1,7 +1,7 @@
 // Events that no well-behaved module sends: the module lives, and the next good event is delivered.
-#include "support/BusTest.h"
-#include "support/EventListener.h"
-#include "support/RawClient.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
+#include "testing/RawClient.h"
 
 #include "module/VelModule.h"
 

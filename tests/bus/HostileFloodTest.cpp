@@ -2,10 +2,10 @@
 // modules live.
 //
 // VEL_TEST_MESSAGES says how many messages; scripts/fuzz sends a million.
-#include "support/BusTest.h"
-#include "support/RandomBody.h"
-#include "support/RawClient.h"
-#include "support/RecordingLogger.h"
+#include "RandomBody.h"
+#include "doubles/RecordingLogger.h"
+#include "testing/BusTest.h"
+#include "testing/RawClient.h"
 
 #include "bus/BusNames.h"
 #include "module/VelModule.h"

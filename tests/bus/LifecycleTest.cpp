@@ -1,5 +1,5 @@
 // Whole module processes: which hooks run, what is logged, and with which status each process ends.
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include "bus/VelDBusInterface.h"
 

@@ -1,7 +1,7 @@
 // A change of the log level reaches every module, whoever published it.
-#include "support/BusTest.h"
-#include "support/EventListener.h"
-#include "support/RecordingLogger.h"
+#include "doubles/RecordingLogger.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
 
 #include "module/VelModule.h"
 #include "platform/VelLogger.h"

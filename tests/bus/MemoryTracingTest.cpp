@@ -1,5 +1,5 @@
 // Allocation tracing by event: a real trace of a real process, and nothing for anybody else.
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include "module/VelModule.h"
 

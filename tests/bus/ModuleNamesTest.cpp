@@ -1,6 +1,6 @@
 // Names that no module can have on the bus: nothing that is made from them may reach Qt D-Bus or libdbus unchecked.
-#include "support/BusTest.h"
-#include "support/EventListener.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
 
 #include "bus/VelDBusInterface.h"
 #include "module/VelModule.h"

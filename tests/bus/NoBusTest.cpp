@@ -1,5 +1,5 @@
 // No bus, or a bus that dies: the module runs its lifecycle all the same and can be stopped by its own code.
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include <QTest>
 

@@ -1,7 +1,7 @@
 // Calls by module name: answers, failures as thrown texts, log lines, and the proxies that are kept.
-#include "support/BusTest.h"
-#include "support/RawClient.h"
-#include "support/RecordingLogger.h"
+#include "doubles/RecordingLogger.h"
+#include "testing/BusTest.h"
+#include "testing/RawClient.h"
 
 #include "bus/VelDBusInterface.h"
 #include "module/VelModule.h"

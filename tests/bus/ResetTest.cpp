@@ -1,7 +1,8 @@
 // Reset to default and to factory: every trigger that reaches a module is answered, after its hook.
-#include "support/BusTest.h"
-#include "support/EventListener.h"
-#include "support/RecordingLogger.h"
+#include "SkipList.h"
+#include "doubles/RecordingLogger.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
 
 #include "bus/BusNames.h"
 #include "module/VelModule.h"

@@ -1,6 +1,6 @@
 // Return types by introspection: every form of description, peers that answer badly, and a cache that is asked first.
-#include "support/BusTest.h"
-#include "support/RawClient.h"
+#include "testing/BusTest.h"
+#include "testing/RawClient.h"
 
 #include "bus/BusNames.h"
 #include "bus/VelReturnType.h"

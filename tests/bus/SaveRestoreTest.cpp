@@ -1,6 +1,7 @@
 // Save and restore with a real process: what it logs and answers, that it really stops, and that it goes on.
-#include "support/BusTest.h"
-#include "support/EventListener.h"
+#include "SkipList.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
 
 #include "module/VelModule.h"
 

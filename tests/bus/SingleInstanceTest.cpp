@@ -1,5 +1,5 @@
 // One instance of a module: the second is refused, and many at once leave at least one.
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include "bus/VelDBusInterface.h"
 

@@ -1,9 +1,9 @@
 // One run of the supervisor: a configuration in a folder of its own, on a bus of its own.
 #pragma once
 
-#include "support/BuiltProgram.h"
-#include "support/PrivateBus.h"
-#include "support/SkipList.h"
+#include "SkipList.h"
+#include "testing/BuiltProgram.h"
+#include "testing/PrivateBus.h"
 
 #include <QDBusConnection>
 #include <QDBusPendingCall>

@@ -1,6 +1,6 @@
 // Every mistake in a configuration is named by file, line and key before anything is started.
-#include "support/BuiltProgram.h"
-#include "support/ChildProcess.h"
+#include "testing/BuiltProgram.h"
+#include "testing/ChildProcess.h"
 
 #include <QDir>
 #include <QFile>

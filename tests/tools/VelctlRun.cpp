@@ -1,7 +1,7 @@
 // Runs velctl as an operator would, and the modules that it works on.
 #include "VelctlRun.h"
 
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include <QFile>
 #include <QJsonDocument>

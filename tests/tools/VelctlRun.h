@@ -1,7 +1,7 @@
 // Runs velctl as an operator would, and the modules that it works on.
 #pragma once
 
-#include "support/ChildProcess.h"
+#include "testing/ChildProcess.h"
 
 #include <QJsonObject>
 #include <QProcess>

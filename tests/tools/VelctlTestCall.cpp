@@ -1,7 +1,7 @@
 // velctl call: conversions, answers, and every way in which a call fails.
 #include "VelctlRun.h"
 
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include <QJsonArray>
 #include <QTest>

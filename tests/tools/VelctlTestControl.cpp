@@ -1,7 +1,8 @@
 // velctl loglevel, mtrace, reset and stop: what they publish, and what they report.
 #include "VelctlRun.h"
 
-#include "support/BusTest.h"
+#include "SkipList.h"
+#include "testing/BusTest.h"
 
 #include <QTest>
 

@@ -1,9 +1,9 @@
 // velctl publish and velctl watch: typed arguments, filters, and a replay that is the same to the byte.
 #include "VelctlRun.h"
 
-#include "support/BusTest.h"
-#include "support/EventListener.h"
-#include "support/RawClient.h"
+#include "testing/BusTest.h"
+#include "testing/EventListener.h"
+#include "testing/RawClient.h"
 
 #include "events/VelDBusTypes.h"
 

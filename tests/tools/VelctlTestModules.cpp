@@ -1,7 +1,8 @@
 // velctl list and velctl status, with modules in every state.
 #include "VelctlRun.h"
 
-#include "support/BusTest.h"
+#include "SkipList.h"
+#include "testing/BusTest.h"
 
 #include <QJsonArray>
 #include <QTest>

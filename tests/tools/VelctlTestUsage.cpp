@@ -1,7 +1,7 @@
 // velctl's command line: misuse, help, completion, the man page, and a bus that is not there or does not answer.
 #include "VelctlRun.h"
 
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include <QFile>
 #include <QTest>

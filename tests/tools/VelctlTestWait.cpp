@@ -1,7 +1,7 @@
 // velctl wait: what it waits for, and how it gives up.
 #include "VelctlRun.h"
 
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
 // The critical section: one thread at a time, and only the holder leaves it.
+#include "doubles/RecordingLogger.h"
 #include "module/VelModule.h"
-#include "support/RecordingLogger.h"
 
 #include <QTest>
 

@@ -1,8 +1,8 @@
 // The exception net: what escapes a delivery becomes one error line, and the next event is served.
 #include "app/VelApplication.h"
 #include "app/VelExceptionNet.h"
+#include "doubles/RecordingLogger.h"
 #include "errors/VelException.h"
-#include "support/RecordingLogger.h"
 
 #include <QPointer>
 #include <QTest>

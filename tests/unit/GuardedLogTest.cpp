@@ -1,6 +1,6 @@
 // The guarded log line: what each level lets through, and that a line held back costs nothing.
 #include "platform/GuardedLog.h"
-#include "support/RecordingLogger.h"
+#include "doubles/RecordingLogger.h"
 
 #include <QTest>
 

@@ -1,5 +1,5 @@
 // A bus client made of libdbus alone.
-#include "support/RawClient.h"
+#include "testing/RawClient.h"
 
 #include "bus/BusNames.h"
 

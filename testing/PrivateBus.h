@@ -2,7 +2,7 @@
 // where VEL_TEST_BROKER=dbus-broker is in the environment.
 #pragma once
 
-#include "support/ChildProcess.h"
+#include "testing/ChildProcess.h"
 
 #include <QTemporaryDir>
 

@@ -2,7 +2,7 @@
 //
 // What must always hold: every message is valid. The bus ends the connection of whoever sends another one, and nothing
 // would be tested from then on.
-#include "support/RandomBody.h"
+#include "RandomBody.h"
 
 #include <algorithm>
 #include <fcntl.h>

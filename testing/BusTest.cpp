@@ -1,10 +1,10 @@
 // A test program with a bus of its own.
-#include "support/BusTest.h"
+#include "testing/BusTest.h"
 
 #include "app/VelApplication.h"
 #include "bus/BusNames.h"
 #include "events/VelDBusTypes.h"
-#include "support/BuiltProgram.h"
+#include "testing/BuiltProgram.h"
 
 #include <QDBusMessage>
 #include <QFile>

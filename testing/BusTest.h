@@ -1,9 +1,8 @@
 // A test program with a bus of its own and a VelApplication, for tests that host one module in their own process.
 #pragma once
 
-#include "support/ChildProcess.h"
-#include "support/PrivateBus.h"
-#include "support/SkipList.h"
+#include "testing/ChildProcess.h"
+#include "testing/PrivateBus.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

@@ -1,5 +1,5 @@
 // Hears events.
-#include "support/EventListener.h"
+#include "testing/EventListener.h"
 
 #include <QTest>
 

@@ -1,5 +1,5 @@
 // The programs of this build, as a test starts them.
-#include "support/BuiltProgram.h"
+#include "testing/BuiltProgram.h"
 
 #include <QCoreApplication>
 

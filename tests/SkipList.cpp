@@ -2,7 +2,7 @@
 // built with unwind tables nothing of this is skipped.
 //
 // Not listed, since they find it out by trying: the tests that debug another process, and those that preload a library.
-#include "support/SkipList.h"
+#include "SkipList.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -1,6 +1,6 @@
 // A dbus-daemon with a configuration of its own, or a dbus-broker with a launcher of its own: everything is allowed,
 // nothing is started on demand.
-#include "support/PrivateBus.h"
+#include "testing/PrivateBus.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -1,5 +1,5 @@
 // A child process that dies with this one.
-#include "support/ChildProcess.h"
+#include "testing/ChildProcess.h"
 
 #include <QElapsedTimer>
 #include <QFile>
