@@ -37,7 +37,7 @@ bool exceptionsCrossQtDBus() {
 
 // What others see of this process. Its own link would not tell: an emulator answers for that one.
 bool procNamesPrograms() {
-    return QFile::symLinkTarget(QStringLiteral("/proc/thread-self/exe")) == QCoreApplication::applicationFilePath();
+    return QFile::symLinkTarget("/proc/thread-self/exe") == QCoreApplication::applicationFilePath();
 }
 
 struct Need {

@@ -21,12 +21,12 @@
 
 namespace {
 
-const QString boom = QStringLiteral("boom");
+const QString boom = "boom";
 
 class Display : public VelModule {
     Q_OBJECT
 public:
-    Display() : VelModule(QStringLiteral("Display")) {}
+    Display() : VelModule("Display") {}
     using QDBusContext::calledFromDBus;
     using QDBusContext::message;
 
@@ -44,12 +44,12 @@ public:
 
 public Q_SLOTS:
     QString act(const QString& what) {
-        if (what == QLatin1String("nested")) { // answers later, after an inner call
+        if (what == "nested") { // answers later, after an inner call
             QEventLoop loop;
             leaveNested = [&loop] { loop.quit(); };
             Q_EMIT nestedEntered();
             loop.exec();
-            throw new VelException(m_module, VelException::AccessDenied, QStringLiteral("from the outer call"));
+            throw new VelException(m_module, VelException::AccessDenied, "from the outer call");
         }
         return m_module->onCall();
     }
@@ -70,221 +70,201 @@ class CallContextTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void errorTypeReachesTheCaller_data();
-    void errorTypeReachesTheCaller();
-    void contextIsBackAfterASlotThrew_data();
-    void contextIsBackAfterASlotThrew();
-    void innerCallThrowsAndOuterStillAnswers();
-    void exceptionFromAnEventsSlotAnswersNobody();
-    void throwingSlotDoesNotDisturbTheOthers();
-    void exceptionFromAnotherThreadAnswersNobody();
-    void copyAnswersNotAgain();
-    void callToItselfThrowsTextAndLeavesNoContext();
+    void initTestCase() {
+        m_module = std::make_unique<Display>();
+        m_adaptor = new DisplayAdaptor(m_module.get());
+    }
+
+    void init() {
+        VEL_SKIP_WHERE_IMPOSSIBLE();
+        bustest::settle(m_caller);
+        clearRecordedLines();
+    }
+
+    void errorTypeReachesTheCaller_data() {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<QString>("errorName");
+        const QString prefix = "org.freedesktop.DBus.Error.";
+        const char* names[] = {"ServiceUnknown", "AccessDenied", "Timeout", "InvalidArgs", "UnknownMethod"};
+        for (int type = 0; type < 5; ++type)
+            QTest::newRow(names[type]) << type << prefix + QLatin1String(names[type]);
+        QTest::newRow("InvalidSignature") << 5 << prefix + "InvalidSignature";
+        QTest::newRow("first unknown") << 6 << prefix + "Failed";
+        QTest::newRow("negative") << -1 << prefix + "Failed";
+        QTest::newRow("largest") << INT_MAX << prefix + "Failed";
+    }
+
+    void errorTypeReachesTheCaller() {
+        QFETCH(int, type);
+        QFETCH(QString, errorName);
+        m_module->onCall = [&]() -> QString {
+            throw new VelException(m_module.get(), static_cast<VelException::ErrorType>(type), boom);
+        };
+        const QDBusMessage answer = answerOf(callFromOutside());
+        QCOMPARE(answer.errorName(), errorName);
+        QCOMPARE(answer.errorMessage(), boom);
+        QCOMPARE(recordedLines(), QStringList{"error: VelException catch in VelApplication: boom"});
+        m_module->onCall = [] { return "fine"; };
+        QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{"fine"});
+    }
+
+    void contextIsBackAfterASlotThrew_data() {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("line");
+        QTest::newRow("VelException") << 0 << "error: VelException catch in VelApplication: boom";
+        QTest::newRow("std::exception") << 1 << "error: std exception catch in VelApplication: boom";
+        QTest::newRow("QString") << 2 << "error: QString exception catch in VelApplication: boom";
+        QTest::newRow("int") << 3 << "error: Unknown exception catch in VelApplication: int";
+    }
+
+    void contextIsBackAfterASlotThrew() {
+        QFETCH(int, kind);
+        QFETCH(QString, line);
+        m_module->onCall = [&]() -> QString {
+            switch (kind) {
+            case 0:
+                throw new VelException(m_module.get(), VelException::Timeout, boom);
+            case 1:
+                throw std::runtime_error("boom");
+            case 2:
+                throw boom;
+            default:
+                throw 42;
+            }
+        };
+        const QDBusMessage answer = answerOf(callFromOutside());
+        QCOMPARE(answer.type(), QDBusMessage::ErrorMessage);
+        QCOMPARE(answer.errorName(),
+                 kind == 0 ? "org.freedesktop.DBus.Error.Timeout" : "org.freedesktop.DBus.Error.UnknownObject");
+        QCOMPARE(recordedLines(), QStringList{line});
+
+        // A context left behind would lead into the dead stack frame of that delivery here.
+        bool wasInsideACall = true;
+        QTimer::singleShot(0, m_module.get(), [&] {
+            wasInsideACall = m_module->calledFromDBus();
+            const VelException outsideACall(m_module.get(), VelException::Timeout, boom);
+        });
+        bustest::settle(m_caller);
+        QVERIFY(!wasInsideACall);
+        m_module->onCall = [] { return "fine"; };
+        QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{"fine"});
+    }
+
+    void innerCallThrowsAndOuterStillAnswers() {
+        std::unique_ptr<QDBusPendingCall> inner;
+        QDBusMessage innerAnswer;
+        m_module->onCall = []() -> QString { throw 42; };
+        const auto connection = connect(m_adaptor, &DisplayAdaptor::nestedEntered, this, [&] {
+            inner = std::make_unique<QDBusPendingCall>(callFromOutside());
+            auto* watcher = new QDBusPendingCallWatcher(*inner, this);
+            connect(watcher, &QDBusPendingCallWatcher::finished, this, [&, watcher] {
+                innerAnswer = watcher->reply();
+                m_adaptor->leaveNested();
+            });
+        });
+        const QDBusMessage outerAnswer = answerOf(callFromOutside("nested"));
+        disconnect(connection);
+        QCOMPARE(innerAnswer.errorName(), "org.freedesktop.DBus.Error.UnknownObject");
+        QCOMPARE(outerAnswer.errorName(), "org.freedesktop.DBus.Error.AccessDenied");
+        QCOMPARE(outerAnswer.errorMessage(), "from the outer call");
+        QVERIFY(!m_module->calledFromDBus());
+    }
+
+    void exceptionFromAnEventsSlotAnswersNobody() {
+        RawClient monitor;
+        QVERIFY(monitor.becomeMonitor());
+        QVERIFY(m_module->subscribeEvent("topic", m_module.get(), SLOT(heard(VelEvent))));
+        bool called = false;
+        m_module->onCall = [&]() -> QString {
+            called = true;
+            throw new VelException(m_module.get(), VelException::Timeout, boom);
+        };
+        QVERIFY(bustest::publish(m_caller, "Other", "topic"));
+        QVERIFY(QTest::qWaitFor([&] { return called; }, 60000));
+        QVERIFY(!m_module->calledFromDBus());
+        QVERIFY(m_module->notifyEvent("last"));
+        const QStringList seen = monitor.seenUntilSignal("last");
+        QVERIFY(seen.contains("signal topic"));
+        QCOMPARE(seen.filter("error "), QStringList());
+        QVERIFY(m_module->unsubscribeEvent("topic", m_module.get(), SLOT(heard(VelEvent))));
+    }
+
+    void throwingSlotDoesNotDisturbTheOthers() {
+        const QString topic = "topic";
+        const char* const heardSlot = SLOT(heard(VelEvent));
+        EventListener throwing;
+        EventListener other;
+        QVERIFY(m_module->subscribeEvent(topic, &throwing, heardSlot));
+        QVERIFY(m_module->subscribeEvent(topic, &other, heardSlot));
+        throwing.onEvent = [](const VelEvent&) { throw QString("from a slot"); };
+        QVERIFY(bustest::publish(m_caller, "Other", topic));
+        QVERIFY(bustest::publish(m_caller, "Other", topic));
+        QVERIFY(throwing.waitForEvents(2));
+        QVERIFY(other.waitForEvents(2));
+        QCOMPARE(recordedLines().filter("error: QString exception catch in VelApplication: from a slot").size(), 2);
+    }
+
+    void exceptionFromAnotherThreadAnswersNobody() {
+        m_module->onCall = [&] {
+            std::thread([&] { const VelException elsewhere(m_module.get(), VelException::Timeout, boom); }).join();
+            return "fine";
+        };
+        QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{"fine"});
+        const VelException withoutModule(nullptr, VelException::Timeout, boom);
+    }
+
+    void copyAnswersNotAgain() {
+        RawClient monitor;
+        QVERIFY(monitor.becomeMonitor());
+        m_module->onCall = [&] {
+            const VelException first(m_module.get(), VelException::InvalidArgs, boom);
+            const VelException copy(first);
+            return copy.m_message + QString::number(copy.m_errorType); // an answer already given is not sent again
+        };
+        QCOMPARE(answerOf(callFromOutside()).errorName(), "org.freedesktop.DBus.Error.InvalidArgs");
+        QVERIFY(m_module->notifyEvent("last"));
+        const QStringList seen = monitor.seenUntilSignal("last");
+        QCOMPARE(seen.filter("error "), QStringList{"error org.freedesktop.DBus.Error.InvalidArgs"});
+        QVERIFY(!seen.contains("return"));
+    }
+
+    void callToItselfThrowsTextAndLeavesNoContext() {
+        // Qt delivers a call to this process's own name inside the call, so the slot's exception comes out of it.
+        m_module->onCall = [&]() -> QString { throw new VelException(m_module.get(), VelException::Timeout, boom); };
+        QString thrown;
+        try {
+            m_module->syncRemoteCall("Display", "act", {"x"});
+        } catch (const QString& text) {
+            thrown = text;
+        }
+        QCOMPARE(thrown, boom);
+        QVERIFY(!m_module->calledFromDBus());
+        m_module->onCall = []() -> QString { throw 42; };
+        QVERIFY_EXCEPTION_THROWN(m_module->syncRemoteCall("Display", "act", {"x"}), int);
+        QVERIFY(!m_module->calledFromDBus());
+    }
 
 private:
     // The caller is another connection, so the call really crosses the bus; its answer arrives through the event
     // loop.
-    QDBusPendingCall callFromOutside(const QString& what = QStringLiteral("x"));
-    QDBusMessage answerOf(QDBusPendingCall call);
+    QDBusPendingCall callFromOutside(const QString& what = "x") {
+        QDBusMessage call = QDBusMessage::createMethodCall(
+            m_module->getDbusServiceName(), m_module->getDbusObjectName(), m_module->getDbusInterfaceName(), "act");
+        call << what;
+        return m_caller.asyncCall(call);
+    }
+
+    QDBusMessage answerOf(QDBusPendingCall call) {
+        QDBusPendingCallWatcher watcher(call);
+        if (!QTest::qWaitFor([&] { return watcher.isFinished(); }, 60000))
+            return QDBusMessage();
+        return watcher.reply();
+    }
 
     std::unique_ptr<Display> m_module;
     DisplayAdaptor* m_adaptor = nullptr;
-    QDBusConnection m_caller = bustest::connectAs(QStringLiteral("caller"));
+    QDBusConnection m_caller = bustest::connectAs("caller");
 };
-
-void CallContextTest::initTestCase() {
-    m_module = std::make_unique<Display>();
-    m_adaptor = new DisplayAdaptor(m_module.get());
-}
-
-void CallContextTest::init() {
-    VEL_SKIP_WHERE_IMPOSSIBLE();
-    bustest::settle(m_caller);
-    clearRecordedLines();
-}
-
-QDBusPendingCall CallContextTest::callFromOutside(const QString& what) {
-    QDBusMessage call = QDBusMessage::createMethodCall(m_module->getDbusServiceName(), m_module->getDbusObjectName(),
-                                                       m_module->getDbusInterfaceName(), QStringLiteral("act"));
-    call << what;
-    return m_caller.asyncCall(call);
-}
-
-QDBusMessage CallContextTest::answerOf(QDBusPendingCall call) {
-    QDBusPendingCallWatcher watcher(call);
-    if (!QTest::qWaitFor([&] { return watcher.isFinished(); }, 60000))
-        return QDBusMessage();
-    return watcher.reply();
-}
-
-void CallContextTest::errorTypeReachesTheCaller_data() {
-    QTest::addColumn<int>("type");
-    QTest::addColumn<QString>("errorName");
-    const QString prefix = QStringLiteral("org.freedesktop.DBus.Error.");
-    const char* names[] = {"ServiceUnknown", "AccessDenied", "Timeout", "InvalidArgs", "UnknownMethod"};
-    for (int type = 0; type < 5; ++type)
-        QTest::newRow(names[type]) << type << prefix + QLatin1String(names[type]);
-    QTest::newRow("InvalidSignature") << 5 << prefix + "InvalidSignature";
-    QTest::newRow("first unknown") << 6 << prefix + "Failed";
-    QTest::newRow("negative") << -1 << prefix + "Failed";
-    QTest::newRow("largest") << INT_MAX << prefix + "Failed";
-}
-
-void CallContextTest::errorTypeReachesTheCaller() {
-    QFETCH(int, type);
-    QFETCH(QString, errorName);
-    m_module->onCall = [&]() -> QString {
-        throw new VelException(m_module.get(), static_cast<VelException::ErrorType>(type), boom);
-    };
-    const QDBusMessage answer = answerOf(callFromOutside());
-    QCOMPARE(answer.errorName(), errorName);
-    QCOMPARE(answer.errorMessage(), boom);
-    QCOMPARE(recordedLines(), QStringList{QStringLiteral("error: VelException catch in VelApplication: boom")});
-    m_module->onCall = [] { return QStringLiteral("fine"); };
-    QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{QStringLiteral("fine")});
-}
-
-void CallContextTest::contextIsBackAfterASlotThrew_data() {
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<QString>("line");
-    QTest::newRow("VelException") << 0 << "error: VelException catch in VelApplication: boom";
-    QTest::newRow("std::exception") << 1 << "error: std exception catch in VelApplication: boom";
-    QTest::newRow("QString") << 2 << "error: QString exception catch in VelApplication: boom";
-    QTest::newRow("int") << 3 << "error: Unknown exception catch in VelApplication: int";
-}
-
-void CallContextTest::contextIsBackAfterASlotThrew() {
-    QFETCH(int, kind);
-    QFETCH(QString, line);
-    m_module->onCall = [&]() -> QString {
-        switch (kind) {
-        case 0:
-            throw new VelException(m_module.get(), VelException::Timeout, boom);
-        case 1:
-            throw std::runtime_error("boom");
-        case 2:
-            throw boom;
-        default:
-            throw 42;
-        }
-    };
-    const QDBusMessage answer = answerOf(callFromOutside());
-    QCOMPARE(answer.type(), QDBusMessage::ErrorMessage);
-    QCOMPARE(answer.errorName(), kind == 0 ? QStringLiteral("org.freedesktop.DBus.Error.Timeout")
-                                           : QStringLiteral("org.freedesktop.DBus.Error.UnknownObject"));
-    QCOMPARE(recordedLines(), QStringList{line});
-
-    // A context left behind would lead into the dead stack frame of that delivery here.
-    bool wasInsideACall = true;
-    QTimer::singleShot(0, m_module.get(), [&] {
-        wasInsideACall = m_module->calledFromDBus();
-        const VelException outsideACall(m_module.get(), VelException::Timeout, boom);
-    });
-    bustest::settle(m_caller);
-    QVERIFY(!wasInsideACall);
-    m_module->onCall = [] { return QStringLiteral("fine"); };
-    QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{QStringLiteral("fine")});
-}
-
-void CallContextTest::innerCallThrowsAndOuterStillAnswers() {
-    std::unique_ptr<QDBusPendingCall> inner;
-    QDBusMessage innerAnswer;
-    m_module->onCall = []() -> QString { throw 42; };
-    const auto connection = connect(m_adaptor, &DisplayAdaptor::nestedEntered, this, [&] {
-        inner = std::make_unique<QDBusPendingCall>(callFromOutside());
-        auto* watcher = new QDBusPendingCallWatcher(*inner, this);
-        connect(watcher, &QDBusPendingCallWatcher::finished, this, [&, watcher] {
-            innerAnswer = watcher->reply();
-            m_adaptor->leaveNested();
-        });
-    });
-    const QDBusMessage outerAnswer = answerOf(callFromOutside(QStringLiteral("nested")));
-    disconnect(connection);
-    QCOMPARE(innerAnswer.errorName(), QStringLiteral("org.freedesktop.DBus.Error.UnknownObject"));
-    QCOMPARE(outerAnswer.errorName(), QStringLiteral("org.freedesktop.DBus.Error.AccessDenied"));
-    QCOMPARE(outerAnswer.errorMessage(), QStringLiteral("from the outer call"));
-    QVERIFY(!m_module->calledFromDBus());
-}
-
-void CallContextTest::exceptionFromAnEventsSlotAnswersNobody() {
-    RawClient monitor;
-    QVERIFY(monitor.becomeMonitor());
-    QVERIFY(m_module->subscribeEvent(QStringLiteral("topic"), m_module.get(), SLOT(heard(VelEvent))));
-    bool called = false;
-    m_module->onCall = [&]() -> QString {
-        called = true;
-        throw new VelException(m_module.get(), VelException::Timeout, boom);
-    };
-    QVERIFY(bustest::publish(m_caller, QStringLiteral("Other"), QStringLiteral("topic")));
-    QVERIFY(QTest::qWaitFor([&] { return called; }, 60000));
-    QVERIFY(!m_module->calledFromDBus());
-    QVERIFY(m_module->notifyEvent(QStringLiteral("last")));
-    const QStringList seen = monitor.seenUntilSignal(QStringLiteral("last"));
-    QVERIFY(seen.contains(QStringLiteral("signal topic")));
-    QCOMPARE(seen.filter(QStringLiteral("error ")), QStringList());
-    QVERIFY(m_module->unsubscribeEvent(QStringLiteral("topic"), m_module.get(), SLOT(heard(VelEvent))));
-}
-
-void CallContextTest::throwingSlotDoesNotDisturbTheOthers() {
-    const QString topic = QStringLiteral("topic");
-    const char* const heardSlot = SLOT(heard(VelEvent));
-    EventListener throwing;
-    EventListener other;
-    QVERIFY(m_module->subscribeEvent(topic, &throwing, heardSlot));
-    QVERIFY(m_module->subscribeEvent(topic, &other, heardSlot));
-    throwing.onEvent = [](const VelEvent&) { throw QStringLiteral("from a slot"); };
-    QVERIFY(bustest::publish(m_caller, QStringLiteral("Other"), topic));
-    QVERIFY(bustest::publish(m_caller, QStringLiteral("Other"), topic));
-    QVERIFY(throwing.waitForEvents(2));
-    QVERIFY(other.waitForEvents(2));
-    QCOMPARE(
-        recordedLines().filter(QStringLiteral("error: QString exception catch in VelApplication: from a slot")).size(),
-        2);
-}
-
-void CallContextTest::exceptionFromAnotherThreadAnswersNobody() {
-    m_module->onCall = [&] {
-        std::thread([&] { const VelException elsewhere(m_module.get(), VelException::Timeout, boom); }).join();
-        return QStringLiteral("fine");
-    };
-    QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{QStringLiteral("fine")});
-    const VelException withoutModule(nullptr, VelException::Timeout, boom);
-}
-
-void CallContextTest::copyAnswersNotAgain() {
-    RawClient monitor;
-    QVERIFY(monitor.becomeMonitor());
-    m_module->onCall = [&] {
-        const VelException first(m_module.get(), VelException::InvalidArgs, boom);
-        const VelException copy(first);
-        return copy.m_message + QString::number(copy.m_errorType); // an answer already given is not sent again
-    };
-    QCOMPARE(answerOf(callFromOutside()).errorName(), QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"));
-    QVERIFY(m_module->notifyEvent(QStringLiteral("last")));
-    const QStringList seen = monitor.seenUntilSignal(QStringLiteral("last"));
-    QCOMPARE(seen.filter(QStringLiteral("error ")),
-             QStringList{QStringLiteral("error org.freedesktop.DBus.Error.InvalidArgs")});
-    QVERIFY(!seen.contains(QStringLiteral("return")));
-}
-
-void CallContextTest::callToItselfThrowsTextAndLeavesNoContext() {
-    // Qt delivers a call to this process's own name inside the call, so the slot's exception comes out of it.
-    m_module->onCall = [&]() -> QString { throw new VelException(m_module.get(), VelException::Timeout, boom); };
-    QString thrown;
-    try {
-        m_module->syncRemoteCall(QStringLiteral("Display"), QStringLiteral("act"), {QStringLiteral("x")});
-    } catch (const QString& text) {
-        thrown = text;
-    }
-    QCOMPARE(thrown, boom);
-    QVERIFY(!m_module->calledFromDBus());
-    m_module->onCall = []() -> QString { throw 42; };
-    QVERIFY_EXCEPTION_THROWN(
-        m_module->syncRemoteCall(QStringLiteral("Display"), QStringLiteral("act"), {QStringLiteral("x")}), int);
-    QVERIFY(!m_module->calledFromDBus());
-}
 
 VEL_BUS_TEST_MAIN(CallContextTest)
 #include "CallContextTest.moc"

@@ -19,35 +19,35 @@
 class HeldModule : public VelModule {
     Q_OBJECT
 public:
-    HeldModule() : VelModule(QStringLiteral("Held")), m_target(getParameters().value(QStringLiteral("in"))) {
+    HeldModule() : VelModule("Held"), m_target(getParameters().value("in")) {
         m_ownedObject = new QObject;
-        connect(this, &VelModule::sig_init_ok, this, [this] { holdIn(QStringLiteral("END_OF_INIT")); });
+        connect(this, &VelModule::sig_init_ok, this, [this] { holdIn("END_OF_INIT"); });
     }
 
     bool check() override {
-        holdIn(QStringLiteral("CHECK"));
-        return m_target != QLatin1String("DEPLOY");
+        holdIn("CHECK");
+        return m_target != "DEPLOY";
     }
-    bool deploy() override { return holdIn(QStringLiteral("DEPLOY")); }
-    bool init() override { return holdIn(QStringLiteral("INIT")); }
+    bool deploy() override { return holdIn("DEPLOY"); }
+    bool init() override { return holdIn("INIT"); }
     bool run() override {
-        holdIn(QStringLiteral("RUN"));
-        const QString peer = getParameters().value(QStringLiteral("calls"));
+        holdIn("RUN");
+        const QString peer = getParameters().value("calls");
         if (!peer.isEmpty())
             beBusyWith(peer);
         QTimer::singleShot(0, this, [this] {
-            if (m_target.startsWith(QLatin1String("PRESENTATION")))
+            if (m_target.startsWith("PRESENTATION"))
                 presentationLoadedEvent(VelEvent());
-            if (m_target == QLatin1String("PRESENTATION_STOP"))
+            if (m_target == "PRESENTATION_STOP")
                 stopWebclientEvent(VelEvent());
-            if (m_target == QLatin1String("STOP") || m_target == QLatin1String("EXIT"))
+            if (m_target == "STOP" || m_target == "EXIT")
                 stopModuleEvent(VelEvent());
         });
         return true;
     }
-    void presentation_loaded() override { holdIn(QStringLiteral("PRESENTATION_LOADED")); }
-    void presentation_stop() override { holdIn(QStringLiteral("PRESENTATION_STOP")); }
-    bool stop() override { return holdIn(QStringLiteral("STOP")); }
+    void presentation_loaded() override { holdIn("PRESENTATION_LOADED"); }
+    void presentation_stop() override { holdIn("PRESENTATION_STOP"); }
+    bool stop() override { return holdIn("STOP"); }
 
 public Q_SLOTS:
     void hear(VelEvent) {
@@ -57,16 +57,15 @@ public Q_SLOTS:
 
 private:
     void beBusyWith(const QString& peer) {
-        subscribeEvent(QStringLiteral("flood"), this, SLOT(hear(VelEvent)));
+        subscribeEvent("flood", this, SLOT(hear(VelEvent)));
         for (int call = 0; call < 64; ++call) {
-            const auto message =
-                QDBusMessage::createMethodCall(peer, QStringLiteral("/"), QString(), QStringLiteral("wait"));
+            const auto message = QDBusMessage::createMethodCall(peer, "/", QString(), "wait");
             new QDBusPendingCallWatcher(m_connection.asyncCall(message), this);
         }
         auto* turns = new QTimer(this);
         connect(turns, &QTimer::timeout, this, [this] {
             for (int event = 0; event < 50; ++event)
-                notifyEvent(QStringLiteral("flood"), {{QStringLiteral("list"), QStringList{QStringLiteral("a")}}});
+                notifyEvent("flood", {{"list", QStringList{"a"}}});
         });
         turns->start(0);
     }

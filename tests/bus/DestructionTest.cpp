@@ -8,45 +8,40 @@ class DestructionTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanInEveryState_data();
-    void cleanInEveryState();
-    void cleanInTheMiddleOfTraffic();
+    void cleanInEveryState_data() {
+        QTest::addColumn<QString>("state");
+        QTest::newRow("before the loop ran") << QString();
+        for (const char* state : {"CHECK", "DEPLOY", "INIT", "END_OF_INIT", "RUN", "PRESENTATION_LOADED",
+                                  "PRESENTATION_STOP", "STOP", "EXIT"})
+            QTest::newRow(state) << QString::fromLatin1(state);
+    }
+
+    void cleanInEveryState() {
+        QFETCH(QString, state);
+        for (const bool withBus : {true, false}) {
+            ChildProcess module;
+            if (!withBus)
+                module.setVariable("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+            QVERIFY(module.run(bustest::program("destroyed-module"),
+                               state.isEmpty() ? QStringList() : QStringList{QString("--in=") + state}));
+            const int status = module.waitForStatus();
+            QVERIFY2(status == 0, qPrintable(module.lines().join('\n')));
+            QCOMPARE(module.lines(), QStringList{QString("destroyed in '%1'").arg(state)});
+        }
+    }
+
+    void cleanInTheMiddleOfTraffic() {
+        RawClient silent;
+        QVERIFY(silent.isConnected());
+        for (int round = 0; round < 20; ++round) {
+            ChildProcess module;
+            QVERIFY(module.run(bustest::program("destroyed-module"), {QString("--calls=") + silent.uniqueName()}));
+            const int status = module.waitForStatus();
+            QVERIFY2(status == 0, qPrintable(module.lines().join('\n')));
+            QCOMPARE(module.lines(), QStringList{"destroyed in 'EXIT'"});
+        }
+    }
 };
-
-void DestructionTest::cleanInEveryState_data() {
-    QTest::addColumn<QString>("state");
-    QTest::newRow("before the loop ran") << QString();
-    for (const char* state :
-         {"CHECK", "DEPLOY", "INIT", "END_OF_INIT", "RUN", "PRESENTATION_LOADED", "PRESENTATION_STOP", "STOP", "EXIT"})
-        QTest::newRow(state) << QString::fromLatin1(state);
-}
-
-void DestructionTest::cleanInEveryState() {
-    QFETCH(QString, state);
-    for (const bool withBus : {true, false}) {
-        ChildProcess module;
-        if (!withBus)
-            module.setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=/nonexistent"));
-        QVERIFY(module.run(bustest::program(QStringLiteral("destroyed-module")),
-                           state.isEmpty() ? QStringList() : QStringList{QStringLiteral("--in=") + state}));
-        const int status = module.waitForStatus();
-        QVERIFY2(status == 0, qPrintable(module.lines().join(QLatin1Char('\n'))));
-        QCOMPARE(module.lines(), QStringList{QStringLiteral("destroyed in '%1'").arg(state)});
-    }
-}
-
-void DestructionTest::cleanInTheMiddleOfTraffic() {
-    RawClient silent;
-    QVERIFY(silent.isConnected());
-    for (int round = 0; round < 20; ++round) {
-        ChildProcess module;
-        QVERIFY(module.run(bustest::program(QStringLiteral("destroyed-module")),
-                           {QStringLiteral("--calls=") + silent.uniqueName()}));
-        const int status = module.waitForStatus();
-        QVERIFY2(status == 0, qPrintable(module.lines().join(QLatin1Char('\n'))));
-        QCOMPARE(module.lines(), QStringList{QStringLiteral("destroyed in 'EXIT'")});
-    }
-}
 
 VEL_BUS_TEST_MAIN(DestructionTest)
 #include "DestructionTest.moc"

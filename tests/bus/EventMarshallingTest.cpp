@@ -12,8 +12,8 @@
 
 namespace {
 
-const QString topic = QStringLiteral("topic");
-const QString eventSignature = QStringLiteral("(ssia{ss}a{sv})");
+const QString topic = "topic";
+const QString eventSignature = "(ssia{ss}a{sv})";
 
 } // namespace
 
@@ -31,168 +31,159 @@ class EventMarshallingTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void everyFieldIsWhereAPeerExpectsIt_data();
-    void everyFieldIsWhereAPeerExpectsIt();
-    void basicTypesComeBackAsTheyWere_data();
-    void basicTypesComeBackAsTheyWere();
-    void containersComeBackToBeRead_data();
-    void containersComeBackToBeRead();
-    void typeNamesArriveAsTheyWereSent();
+    void init() {
+        m_reader = std::make_unique<SignalReader>();
+        m_listener = std::make_unique<EventListener>();
+        const QString interface = vel::bus::commonInterface();
+        QVERIFY(m_peer.connect(QString(), QString(), interface, topic, m_reader.get(), SLOT(take(QDBusMessage))));
+        QVERIFY(m_peer.connect(QString(), QString(), interface, topic, m_listener.get(), SLOT(heard(VelEvent))));
+        bustest::waitForBus(m_peer);
+    }
+
+    void everyFieldIsWhereAPeerExpectsIt_data() {
+        QTest::addColumn<QString>("context");
+        QTest::addColumn<QVariantMap>("arguments");
+        QTest::addColumn<QStringList>("typeNames");
+        const QVariantMap arguments{
+            {"b", 2}, {"a", 1.5}, {"B", true}, {"", "text"}, {"c", QVariant::fromValue(uchar(3))}};
+        const QStringList typeNames{"QString", "bool", "double", "int", "uchar"};
+        QTest::newRow("a name alone") << QString() << QVariantMap() << QStringList();
+        QTest::newRow("a name and arguments") << QString() << arguments << typeNames;
+        QTest::newRow("an event") << "night" << arguments << typeNames;
+    }
+
+    void everyFieldIsWhereAPeerExpectsIt() {
+        QFETCH(QString, context);
+        QFETCH(QVariantMap, arguments);
+        QFETCH(QStringList, typeNames);
+        QVERIFY(context.isEmpty() ? m_module.notifyEvent(topic, arguments)
+                                  : m_module.notifyEvent(VelEvent(topic, arguments, context)));
+        QVERIFY(m_listener->waitForEvents(1));
+        QCOMPARE(m_reader->messages.size(), 1);
+
+        const QDBusMessage& message = m_reader->messages.first();
+        QCOMPARE(message.type(), QDBusMessage::SignalMessage);
+        QCOMPARE(message.path(), "/Display");
+        QCOMPARE(message.interface(), vel::bus::commonInterface());
+        QCOMPARE(message.member(), topic);
+        QCOMPARE(message.signature(), eventSignature);
+        const auto structure = message.arguments().first().value<QDBusArgument>();
+        QString name, itsContext;
+        int count = -1;
+        QMap<QString, QString> types;
+        QVariantMap values;
+        structure.beginStructure();
+        structure >> name >> itsContext >> count >> types >> values;
+        QVERIFY(structure.atEnd());
+        structure.endStructure();
+        QCOMPARE(name, topic);
+        QCOMPARE(itsContext, context);
+        QCOMPARE(count, arguments.size());
+        QCOMPARE(types.keys(), arguments.keys());
+        QCOMPARE(types.values(), typeNames);
+        QCOMPARE(values, arguments);
+    }
+
+    void basicTypesComeBackAsTheyWere_data() {
+        QTest::addColumn<QVariant>("value");
+        const QVariant values[] = {
+            true,
+            std::numeric_limits<int>::min(),
+            std::numeric_limits<uint>::max(),
+            std::numeric_limits<qlonglong>::min(),
+            std::numeric_limits<qulonglong>::max(),
+            QVariant::fromValue(std::numeric_limits<short>::min()),
+            QVariant::fromValue(std::numeric_limits<ushort>::max()),
+            QVariant::fromValue(std::numeric_limits<uchar>::max()),
+            -0.1,
+            "größer €",
+            QStringList{QString("a"), QString(), QString("b")},
+            QByteArray("\0\xff", 2),
+        };
+        for (const QVariant& value : values)
+            QTest::newRow(value.typeName()) << value;
+        QTest::newRow("empty text") << QVariant(QString());
+        QTest::newRow("empty text list") << QVariant(QStringList());
+        QTest::newRow("empty bytes") << QVariant(QByteArray());
+        QTest::newRow("long text") << QVariant(QString(1000000, 'a'));
+    }
+
+    void basicTypesComeBackAsTheyWere() {
+        QFETCH(QVariant, value);
+        const VelEvent sent(topic, {{"value", value}, {"also", 1}}, QString());
+        QVERIFY(m_module.notifyEvent(sent));
+        QVERIFY(m_listener->waitForEvents(1));
+        const VelEvent& received = m_listener->events().front();
+        QCOMPARE(received.getArguments().value("value").userType(), value.userType());
+        QVERIFY(received == sent);
+        QVERIFY(sent == received);
+        QCOMPARE(received.getArgTypes(), sent.getArgTypes());
+    }
+
+    void containersComeBackToBeRead_data() {
+        QTest::addColumn<QVariant>("value");
+        QTest::addColumn<QString>("signature");
+        const QVariantMap map{{"a", 1}, {"b", QStringList{"x", "y"}}, {"c", QByteArray("\0z", 2)}};
+        QTest::newRow("map") << QVariant(map) << "a{sv}";
+        QTest::newRow("empty map") << QVariant(QVariantMap()) << "a{sv}";
+        QTest::newRow("list") << QVariant(QVariantList{1, "text", true}) << "av";
+        QTest::newRow("text map") << QVariant::fromValue(QMapQStringQString{{"a", "1"}}) << "a{ss}";
+        QTest::newRow("event") << QVariant::fromValue(VelEvent("inner", map, "context")) << eventSignature;
+    }
+
+    void containersComeBackToBeRead() {
+        QFETCH(QVariant, value);
+        QFETCH(QString, signature);
+        qDBusRegisterMetaType<QMapQStringQString>(); // as a module does before its init()
+        QVERIFY(m_module.notifyEvent(topic, {{"value", value}}));
+        QVERIFY(m_listener->waitForEvents(1));
+        // What came can be sent on as it is, by whoever cannot read it.
+        const QVariant came = m_listener->events().front().getArguments().value("value");
+        QVERIFY(m_module.notifyEvent(topic, {{"value", came}}));
+        QVERIFY(m_listener->waitForEvents(2));
+
+        for (const VelEvent& event : m_listener->events()) {
+            const QVariant received = event.getArguments().value("value");
+            QCOMPARE(received.userType(), qMetaTypeId<QDBusArgument>());
+            const auto argument = received.value<QDBusArgument>();
+            QCOMPARE(argument.currentSignature(), signature);
+
+            if (value.userType() == QMetaType::QVariantMap)
+                QCOMPARE(qdbus_cast<QVariantMap>(argument), value.toMap());
+            else if (value.userType() == QMetaType::QVariantList)
+                QCOMPARE(qdbus_cast<QVariantList>(argument), value.toList());
+            else if (value.userType() == qMetaTypeId<QMapQStringQString>())
+                QCOMPARE(qdbus_cast<QMapQStringQString>(argument), value.value<QMapQStringQString>());
+            else {
+                const auto inner = qdbus_cast<VelEvent>(argument);
+                const auto sent = value.value<VelEvent>();
+                QCOMPARE(inner.getEvtName(), sent.getEvtName());
+                QCOMPARE(inner.getContext(), sent.getContext());
+                QVERIFY(inner == sent && sent == inner);
+            }
+        }
+    }
+
+    void typeNamesArriveAsTheyWereSent() {
+        // They are words for people: none is made of a value, none is compared with one.
+        VelEvent sent;
+        sent.setEvtName(topic);
+        sent.addArgument(1, "without", false);
+        sent.addArgument(2, "with another", false);
+        sent.addArgType("with another", "Station");
+        sent.addArgType("of no argument", QString());
+        QVERIFY(m_module.notifyEvent(sent));
+        QVERIFY(m_listener->waitForEvents(1));
+        QCOMPARE(m_listener->events().front().getArgTypes(), sent.getArgTypes());
+        QCOMPARE(m_listener->events().front().getArguments(), sent.getArguments());
+    }
 
 private:
-    VelModule m_module{QStringLiteral("Display")};
-    QDBusConnection m_peer = bustest::connectAs(QStringLiteral("peer"));
+    VelModule m_module{"Display"};
+    QDBusConnection m_peer = bustest::connectAs("peer");
     std::unique_ptr<SignalReader> m_reader;
     std::unique_ptr<EventListener> m_listener;
 };
-
-void EventMarshallingTest::init() {
-    m_reader = std::make_unique<SignalReader>();
-    m_listener = std::make_unique<EventListener>();
-    const QString interface = vel::bus::commonInterface();
-    QVERIFY(m_peer.connect(QString(), QString(), interface, topic, m_reader.get(), SLOT(take(QDBusMessage))));
-    QVERIFY(m_peer.connect(QString(), QString(), interface, topic, m_listener.get(), SLOT(heard(VelEvent))));
-    bustest::waitForBus(m_peer);
-}
-
-void EventMarshallingTest::everyFieldIsWhereAPeerExpectsIt_data() {
-    QTest::addColumn<QString>("context");
-    QTest::addColumn<QVariantMap>("arguments");
-    QTest::addColumn<QStringList>("typeNames");
-    const QVariantMap arguments{{"b", 2}, {"a", 1.5}, {"B", true}, {"", "text"}, {"c", QVariant::fromValue(uchar(3))}};
-    const QStringList typeNames{"QString", "bool", "double", "int", "uchar"};
-    QTest::newRow("a name alone") << QString() << QVariantMap() << QStringList();
-    QTest::newRow("a name and arguments") << QString() << arguments << typeNames;
-    QTest::newRow("an event") << "night" << arguments << typeNames;
-}
-
-void EventMarshallingTest::everyFieldIsWhereAPeerExpectsIt() {
-    QFETCH(QString, context);
-    QFETCH(QVariantMap, arguments);
-    QFETCH(QStringList, typeNames);
-    QVERIFY(context.isEmpty() ? m_module.notifyEvent(topic, arguments)
-                              : m_module.notifyEvent(VelEvent(topic, arguments, context)));
-    QVERIFY(m_listener->waitForEvents(1));
-    QCOMPARE(m_reader->messages.size(), 1);
-
-    const QDBusMessage& message = m_reader->messages.first();
-    QCOMPARE(message.type(), QDBusMessage::SignalMessage);
-    QCOMPARE(message.path(), QStringLiteral("/Display"));
-    QCOMPARE(message.interface(), vel::bus::commonInterface());
-    QCOMPARE(message.member(), topic);
-    QCOMPARE(message.signature(), eventSignature);
-    const auto structure = message.arguments().first().value<QDBusArgument>();
-    QString name, itsContext;
-    int count = -1;
-    QMap<QString, QString> types;
-    QVariantMap values;
-    structure.beginStructure();
-    structure >> name >> itsContext >> count >> types >> values;
-    QVERIFY(structure.atEnd());
-    structure.endStructure();
-    QCOMPARE(name, topic);
-    QCOMPARE(itsContext, context);
-    QCOMPARE(count, arguments.size());
-    QCOMPARE(types.keys(), arguments.keys());
-    QCOMPARE(types.values(), typeNames);
-    QCOMPARE(values, arguments);
-}
-
-void EventMarshallingTest::basicTypesComeBackAsTheyWere_data() {
-    QTest::addColumn<QVariant>("value");
-    const QVariant values[] = {
-        true,
-        std::numeric_limits<int>::min(),
-        std::numeric_limits<uint>::max(),
-        std::numeric_limits<qlonglong>::min(),
-        std::numeric_limits<qulonglong>::max(),
-        QVariant::fromValue(std::numeric_limits<short>::min()),
-        QVariant::fromValue(std::numeric_limits<ushort>::max()),
-        QVariant::fromValue(std::numeric_limits<uchar>::max()),
-        -0.1,
-        QStringLiteral("größer €"),
-        QStringList{QString(QStringLiteral("a")), QString(), QString(QStringLiteral("b"))},
-        QByteArray("\0\xff", 2),
-    };
-    for (const QVariant& value : values)
-        QTest::newRow(value.typeName()) << value;
-    QTest::newRow("empty text") << QVariant(QString());
-    QTest::newRow("empty text list") << QVariant(QStringList());
-    QTest::newRow("empty bytes") << QVariant(QByteArray());
-    QTest::newRow("long text") << QVariant(QString(1000000, QLatin1Char('a')));
-}
-
-void EventMarshallingTest::basicTypesComeBackAsTheyWere() {
-    QFETCH(QVariant, value);
-    const VelEvent sent(topic, {{QStringLiteral("value"), value}, {QStringLiteral("also"), 1}}, QString());
-    QVERIFY(m_module.notifyEvent(sent));
-    QVERIFY(m_listener->waitForEvents(1));
-    const VelEvent& received = m_listener->events().front();
-    QCOMPARE(received.getArguments().value(QStringLiteral("value")).userType(), value.userType());
-    QVERIFY(received == sent);
-    QVERIFY(sent == received);
-    QCOMPARE(received.getArgTypes(), sent.getArgTypes());
-}
-
-void EventMarshallingTest::containersComeBackToBeRead_data() {
-    QTest::addColumn<QVariant>("value");
-    QTest::addColumn<QString>("signature");
-    const QVariantMap map{{"a", 1}, {"b", QStringList{"x", "y"}}, {"c", QByteArray("\0z", 2)}};
-    QTest::newRow("map") << QVariant(map) << "a{sv}";
-    QTest::newRow("empty map") << QVariant(QVariantMap()) << "a{sv}";
-    QTest::newRow("list") << QVariant(QVariantList{1, "text", true}) << "av";
-    QTest::newRow("text map") << QVariant::fromValue(QMapQStringQString{{"a", "1"}}) << "a{ss}";
-    QTest::newRow("event") << QVariant::fromValue(VelEvent(QStringLiteral("inner"), map, QStringLiteral("context")))
-                           << eventSignature;
-}
-
-void EventMarshallingTest::containersComeBackToBeRead() {
-    QFETCH(QVariant, value);
-    QFETCH(QString, signature);
-    qDBusRegisterMetaType<QMapQStringQString>(); // as a module does before its init()
-    QVERIFY(m_module.notifyEvent(topic, {{QStringLiteral("value"), value}}));
-    QVERIFY(m_listener->waitForEvents(1));
-    // What came can be sent on as it is, by whoever cannot read it.
-    const QVariant came = m_listener->events().front().getArguments().value(QStringLiteral("value"));
-    QVERIFY(m_module.notifyEvent(topic, {{QStringLiteral("value"), came}}));
-    QVERIFY(m_listener->waitForEvents(2));
-
-    for (const VelEvent& event : m_listener->events()) {
-        const QVariant received = event.getArguments().value(QStringLiteral("value"));
-        QCOMPARE(received.userType(), qMetaTypeId<QDBusArgument>());
-        const auto argument = received.value<QDBusArgument>();
-        QCOMPARE(argument.currentSignature(), signature);
-
-        if (value.userType() == QMetaType::QVariantMap)
-            QCOMPARE(qdbus_cast<QVariantMap>(argument), value.toMap());
-        else if (value.userType() == QMetaType::QVariantList)
-            QCOMPARE(qdbus_cast<QVariantList>(argument), value.toList());
-        else if (value.userType() == qMetaTypeId<QMapQStringQString>())
-            QCOMPARE(qdbus_cast<QMapQStringQString>(argument), value.value<QMapQStringQString>());
-        else {
-            const auto inner = qdbus_cast<VelEvent>(argument);
-            const auto sent = value.value<VelEvent>();
-            QCOMPARE(inner.getEvtName(), sent.getEvtName());
-            QCOMPARE(inner.getContext(), sent.getContext());
-            QVERIFY(inner == sent && sent == inner);
-        }
-    }
-}
-
-void EventMarshallingTest::typeNamesArriveAsTheyWereSent() {
-    // They are words for people: none is made of a value, none is compared with one.
-    VelEvent sent;
-    sent.setEvtName(topic);
-    sent.addArgument(1, QStringLiteral("without"), false);
-    sent.addArgument(2, QStringLiteral("with another"), false);
-    sent.addArgType(QStringLiteral("with another"), QStringLiteral("Station"));
-    sent.addArgType(QStringLiteral("of no argument"), QString());
-    QVERIFY(m_module.notifyEvent(sent));
-    QVERIFY(m_listener->waitForEvents(1));
-    QCOMPARE(m_listener->events().front().getArgTypes(), sent.getArgTypes());
-    QCOMPARE(m_listener->events().front().getArguments(), sent.getArguments());
-}
 
 VEL_BUS_TEST_MAIN(EventMarshallingTest)
 #include "EventMarshallingTest.moc"

@@ -20,11 +20,11 @@
 
 namespace {
 
-const QString topic = QStringLiteral("topic");
-const QString display = QStringLiteral("Display");
-const QString scripted = QStringLiteral("Scripted");
-const QString peersPrefix = QStringLiteral("good event of the peer ");
-const QString modulesContext = QStringLiteral("good event of the module");
+const QString topic = "topic";
+const QString display = "Display";
+const QString scripted = "Scripted";
+const QString peersPrefix = "good event of the peer ";
+const QString modulesContext = "good event of the module";
 
 constexpr int messagesPerGoodEvent = 20;
 constexpr int messagesPerRound = 500; // after so many the modules catch up, so that no queue grows without end
@@ -42,7 +42,7 @@ int messageCount() {
 
 // "1234 kB"
 QByteArray peakMemoryOf(qint64 process) {
-    QFile status(QStringLiteral("/proc/%1/status").arg(process));
+    QFile status(QString("/proc/%1/status").arg(process));
     if (!status.open(QIODevice::ReadOnly))
         return "unknown";
     const QByteArray text = status.readAll();
@@ -51,7 +51,7 @@ QByteArray peakMemoryOf(qint64 process) {
 }
 
 QVariantMap numbered(int number) {
-    return {{QStringLiteral("number"), number}};
+    return {{"number", number}};
 }
 
 // Everything that a stranger may send, except what ends or freezes a module by its very name.
@@ -104,7 +104,7 @@ private:
     }
 
     void sendSignalOf(const QString& member, const std::function<void(DBusMessageIter&)>& fill) {
-        m_isTaken = m_isTaken && m_client.sendSignal(QStringLiteral("Hostile"), member, fill);
+        m_isTaken = m_isTaken && m_client.sendSignal("Hostile", member, fill);
     }
 
     void sendCall() {
@@ -163,50 +163,47 @@ class HostileFloodTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void goodEventsArriveOnceAndInOrder();
+    void initTestCase() {
+        // Qt warns of each empty signature that it reads.
+        QLoggingCategory::setFilterRules("default.warning=false");
+    }
+
+    void goodEventsArriveOnceAndInOrder() {
+        VelModule module(display);
+        GoodEvents listener;
+        QVERIFY(module.subscribeEvent(topic, &listener, SLOT(heard(VelEvent))));
+        ChildProcess other;
+        QVERIFY(other.run(bustest::program("scripted-module")));
+        QVERIFY(other.waitForLine("hook run"));
+        bustest::settle(QDBusConnection::sessionBus());
+
+        const int messages = messageCount();
+        Flood flood(module);
+        QEventLoop loop;
+        QElapsedTimer time;
+        time.start();
+        std::thread sending([&] {
+            flood.run(messages);
+            QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+        });
+        loop.exec();
+        sending.join();
+        bustest::settle(QDBusConnection::sessionBus());
+        qInfo("%d messages in %.1f s, %d of them good events; peak memory of the bus %s, of the module %s", messages,
+              static_cast<double>(time.elapsed()) / 1000, flood.goodEvents(),
+              peakMemoryOf(bustest::bus().processId()).constData(), peakMemoryOf(other.processId()).constData());
+
+        QVERIFY(flood.wasTaken());
+        QVERIFY(listener.isInOrder);
+        QCOMPARE(listener.fromPeerHeard, flood.goodEvents());
+        QCOMPARE(listener.fromModuleHeard, flood.goodEventsOfModule());
+        QVERIFY(listener.others > messages / 10);
+        const QDBusMessage answer = bustest::call(QDBusConnection::sessionBus(), scripted, "echo", {topic});
+        QCOMPARE(answer.arguments(), QVariantList{topic});
+        QVERIFY(module.notifyEvent("stop_module_Scripted"));
+        QCOMPARE(other.waitForStatus(), 1);
+    }
 };
-
-void HostileFloodTest::initTestCase() {
-    // Qt warns of each empty signature that it reads.
-    QLoggingCategory::setFilterRules(QStringLiteral("default.warning=false"));
-}
-
-void HostileFloodTest::goodEventsArriveOnceAndInOrder() {
-    VelModule module(display);
-    GoodEvents listener;
-    QVERIFY(module.subscribeEvent(topic, &listener, SLOT(heard(VelEvent))));
-    ChildProcess other;
-    QVERIFY(other.run(bustest::program(QStringLiteral("scripted-module"))));
-    QVERIFY(other.waitForLine(QStringLiteral("hook run")));
-    bustest::settle(QDBusConnection::sessionBus());
-
-    const int messages = messageCount();
-    Flood flood(module);
-    QEventLoop loop;
-    QElapsedTimer time;
-    time.start();
-    std::thread sending([&] {
-        flood.run(messages);
-        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
-    });
-    loop.exec();
-    sending.join();
-    bustest::settle(QDBusConnection::sessionBus());
-    qInfo("%d messages in %.1f s, %d of them good events; peak memory of the bus %s, of the module %s", messages,
-          static_cast<double>(time.elapsed()) / 1000, flood.goodEvents(),
-          peakMemoryOf(bustest::bus().processId()).constData(), peakMemoryOf(other.processId()).constData());
-
-    QVERIFY(flood.wasTaken());
-    QVERIFY(listener.isInOrder);
-    QCOMPARE(listener.fromPeerHeard, flood.goodEvents());
-    QCOMPARE(listener.fromModuleHeard, flood.goodEventsOfModule());
-    QVERIFY(listener.others > messages / 10);
-    const QDBusMessage answer = bustest::call(QDBusConnection::sessionBus(), scripted, QStringLiteral("echo"), {topic});
-    QCOMPARE(answer.arguments(), QVariantList{topic});
-    QVERIFY(module.notifyEvent(QStringLiteral("stop_module_Scripted")));
-    QCOMPARE(other.waitForStatus(), 1);
-}
 
 VEL_BUS_TEST_MAIN(HostileFloodTest)
 #include "HostileFloodTest.moc"

@@ -10,9 +10,9 @@
 
 namespace {
 
-const QString changed = QStringLiteral("log_level_changed");
-const QString facilityKey = QStringLiteral("syslog_facility");
-const QString levelKey = QStringLiteral("syslog_level");
+const QString changed = "log_level_changed";
+const QString facilityKey = "syslog_facility";
+const QString levelKey = "syslog_level";
 
 } // namespace
 
@@ -20,115 +20,104 @@ class LogLevelTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void levelAndFacilityAreHandedOn_data();
-    void levelAndFacilityAreHandedOn();
-    void everyModuleAppliesTheChange();
-    void aKnownLoggersLevelIsStrictlyAbove();
-    void withoutALoggerListTheLevelStays_data();
-    void withoutALoggerListTheLevelStays();
+    void initTestCase() {
+        QCOMPARE(moduleLogLevel, 3); // by the construction of the module alone
+    }
+
+    void init() {
+        clearRecordedLines();
+        setRecordedLevel(3);
+    }
+
+    void levelAndFacilityAreHandedOn_data() {
+        QTest::addColumn<QVariantMap>("arguments");
+        QTest::addColumn<QString>("facility");
+        QTest::addColumn<int>("level");
+        const auto row = [](const char* title, const QVariantMap& arguments, const QString& facility, int level) {
+            QTest::newRow(title) << arguments << facility << level;
+        };
+        row("both", {{facilityKey, "radio"}, {levelKey, 7}}, "radio", 7);
+        row("unknown facility", {{facilityKey, "größe *"}, {levelKey, 5}}, "größe *", 5);
+        row("no facility", {{levelKey, 4}}, QString(), 4);
+        row("level as text", {{levelKey, "6"}}, QString(), 6);
+        row("negative level", {{levelKey, -1}}, QString(), -1);
+        row("beyond every priority", {{levelKey, 4000}}, QString(), 4000);
+        row("no level", {{facilityKey, "radio"}}, "radio", 0);
+        row("level that is no number", {{levelKey, "loud"}}, QString(), 0);
+        row("level that is a list", {{levelKey, QStringList{"7", "8"}}}, QString(), 0);
+        row("nothing", {}, QString(), 0);
+    }
+
+    void levelAndFacilityAreHandedOn() {
+        QFETCH(QVariantMap, arguments);
+        moduleLogLevel = 3;
+        QVERIFY(m_module.notifyEvent(changed, arguments));
+        QVERIFY(QTest::qWaitFor([] { return !recordedLevelUpdates().empty(); }));
+        bustest::settle(QDBusConnection::sessionBus());
+        QCOMPARE(recordedLevelUpdates().size(), 1u);
+        QTEST(recordedLevelUpdates().front().facility, "facility");
+        QTEST(recordedLevelUpdates().front().level, "level");
+        QTEST(moduleLogLevel, "level");
+        QCOMPARE(recordedLines(), QStringList());
+    }
+
+    void everyModuleAppliesTheChange() {
+        ChildProcess child;
+        child.setVariable("VEL_TEST_LOG", "1");
+        QVERIFY(child.run(bustest::program("scripted-module")));
+        QVERIFY(child.waitForLine("hook run"));
+        const QDBusConnection bus = QDBusConnection::sessionBus();
+        const auto levelOfChild = [&bus] { return bustest::call(bus, "Scripted", "logLevel").arguments().value(0); };
+        QCOMPARE(levelOfChild(), QVariant(3));
+
+        QVERIFY(m_module.notifyEvent(changed, {{levelKey, 7}}));
+        QCOMPARE(levelOfChild(), QVariant(7));
+        QVERIFY(QTest::qWaitFor([] { return moduleLogLevel == 7; }));
+        // The child's own lines follow: it was silent at 3, it speaks at 7.
+        QVERIFY(m_module.notifyEvent("stop_module_Scripted"));
+        QVERIFY(child.waitForLine("LOG debug: Exit with code NORMAL_EXIT [1]"));
+        QCOMPARE(child.waitForStatus(), 1);
+    }
+
+    void aKnownLoggersLevelIsStrictlyAbove() {
+        const QString known = m_module.getModuleName();
+        setRecordedLevel(3);
+        QVERIFY(m_module.LogIn(known, 2));
+        QVERIFY(!m_module.LogIn(known, 3));
+        QVERIFY(!m_module.LogIn("nobody's", -1));
+        clearLoggerList();
+        const bool withoutAList = m_module.LogIn(known, 2);
+        initLoggerList(known);
+        QVERIFY(!withoutAList);
+    }
+
+    void withoutALoggerListTheLevelStays_data() {
+        QTest::addColumn<int>("level");
+        QTest::addColumn<QStringList>("lines");
+        QTest::newRow("errors are logged") << 3 << QStringList{"error: No loggerlist for : Display"};
+        QTest::newRow("errors are not logged") << 2 << QStringList();
+    }
+
+    void withoutALoggerListTheLevelStays() {
+        QFETCH(int, level);
+        setRecordedLevel(level);
+        moduleLogLevel = 5;
+        EventListener listener;
+        QVERIFY(m_module.subscribeEvent(changed, &listener, SLOT(heard(VelEvent))));
+        clearLoggerList();
+        QVERIFY(m_module.notifyEvent(changed, {{facilityKey, "radio"}, {levelKey, 7}}));
+        const bool delivered = listener.waitForEvents(1);
+        bustest::settle(QDBusConnection::sessionBus());
+        initLoggerList(m_module.getModuleName());
+        QVERIFY(delivered);
+        QTEST(recordedLines(), "lines");
+        QVERIFY(recordedLevelUpdates().empty());
+        QCOMPARE(moduleLogLevel, 5);
+    }
 
 private:
-    VelModule m_module{QStringLiteral("Display")};
+    VelModule m_module{"Display"};
 };
-
-void LogLevelTest::initTestCase() {
-    QCOMPARE(moduleLogLevel, 3); // by the construction of the module alone
-}
-
-void LogLevelTest::init() {
-    clearRecordedLines();
-    setRecordedLevel(3);
-}
-
-void LogLevelTest::levelAndFacilityAreHandedOn_data() {
-    QTest::addColumn<QVariantMap>("arguments");
-    QTest::addColumn<QString>("facility");
-    QTest::addColumn<int>("level");
-    const auto row = [](const char* title, const QVariantMap& arguments, const QString& facility, int level) {
-        QTest::newRow(title) << arguments << facility << level;
-    };
-    row("both", {{facilityKey, "radio"}, {levelKey, 7}}, QStringLiteral("radio"), 7);
-    row("unknown facility", {{facilityKey, QStringLiteral("größe *")}, {levelKey, 5}}, QStringLiteral("größe *"), 5);
-    row("no facility", {{levelKey, 4}}, QString(), 4);
-    row("level as text", {{levelKey, "6"}}, QString(), 6);
-    row("negative level", {{levelKey, -1}}, QString(), -1);
-    row("beyond every priority", {{levelKey, 4000}}, QString(), 4000);
-    row("no level", {{facilityKey, "radio"}}, QStringLiteral("radio"), 0);
-    row("level that is no number", {{levelKey, "loud"}}, QString(), 0);
-    row("level that is a list", {{levelKey, QStringList{"7", "8"}}}, QString(), 0);
-    row("nothing", {}, QString(), 0);
-}
-
-void LogLevelTest::levelAndFacilityAreHandedOn() {
-    QFETCH(QVariantMap, arguments);
-    moduleLogLevel = 3;
-    QVERIFY(m_module.notifyEvent(changed, arguments));
-    QVERIFY(QTest::qWaitFor([] { return !recordedLevelUpdates().empty(); }));
-    bustest::settle(QDBusConnection::sessionBus());
-    QCOMPARE(recordedLevelUpdates().size(), 1u);
-    QTEST(recordedLevelUpdates().front().facility, "facility");
-    QTEST(recordedLevelUpdates().front().level, "level");
-    QTEST(moduleLogLevel, "level");
-    QCOMPARE(recordedLines(), QStringList());
-}
-
-void LogLevelTest::everyModuleAppliesTheChange() {
-    ChildProcess child;
-    child.setVariable(QStringLiteral("VEL_TEST_LOG"), QStringLiteral("1"));
-    QVERIFY(child.run(bustest::program(QStringLiteral("scripted-module"))));
-    QVERIFY(child.waitForLine(QStringLiteral("hook run")));
-    const QDBusConnection bus = QDBusConnection::sessionBus();
-    const auto levelOfChild = [&bus] {
-        return bustest::call(bus, QStringLiteral("Scripted"), QStringLiteral("logLevel")).arguments().value(0);
-    };
-    QCOMPARE(levelOfChild(), QVariant(3));
-
-    QVERIFY(m_module.notifyEvent(changed, {{levelKey, 7}}));
-    QCOMPARE(levelOfChild(), QVariant(7));
-    QVERIFY(QTest::qWaitFor([] { return moduleLogLevel == 7; }));
-    // The child's own lines follow: it was silent at 3, it speaks at 7.
-    QVERIFY(m_module.notifyEvent(QStringLiteral("stop_module_Scripted")));
-    QVERIFY(child.waitForLine(QStringLiteral("LOG debug: Exit with code NORMAL_EXIT [1]")));
-    QCOMPARE(child.waitForStatus(), 1);
-}
-
-void LogLevelTest::aKnownLoggersLevelIsStrictlyAbove() {
-    const QString known = m_module.getModuleName();
-    setRecordedLevel(3);
-    QVERIFY(m_module.LogIn(known, 2));
-    QVERIFY(!m_module.LogIn(known, 3));
-    QVERIFY(!m_module.LogIn(QStringLiteral("nobody's"), -1));
-    clearLoggerList();
-    const bool withoutAList = m_module.LogIn(known, 2);
-    initLoggerList(known);
-    QVERIFY(!withoutAList);
-}
-
-void LogLevelTest::withoutALoggerListTheLevelStays_data() {
-    QTest::addColumn<int>("level");
-    QTest::addColumn<QStringList>("lines");
-    QTest::newRow("errors are logged") << 3 << QStringList{"error: No loggerlist for : Display"};
-    QTest::newRow("errors are not logged") << 2 << QStringList();
-}
-
-void LogLevelTest::withoutALoggerListTheLevelStays() {
-    QFETCH(int, level);
-    setRecordedLevel(level);
-    moduleLogLevel = 5;
-    EventListener listener;
-    QVERIFY(m_module.subscribeEvent(changed, &listener, SLOT(heard(VelEvent))));
-    clearLoggerList();
-    QVERIFY(m_module.notifyEvent(changed, {{facilityKey, QStringLiteral("radio")}, {levelKey, 7}}));
-    const bool delivered = listener.waitForEvents(1);
-    bustest::settle(QDBusConnection::sessionBus());
-    initLoggerList(m_module.getModuleName());
-    QVERIFY(delivered);
-    QTEST(recordedLines(), "lines");
-    QVERIFY(recordedLevelUpdates().empty());
-    QCOMPARE(moduleLogLevel, 5);
-}
 
 VEL_BUS_TEST_MAIN(LogLevelTest)
 #include "LogLevelTest.moc"

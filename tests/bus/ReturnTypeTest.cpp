@@ -31,8 +31,7 @@ public:
     }
 
     ~Peer() {
-        QDBusConnection::sessionBus().call(
-            QDBusMessage::createMethodCall(m_name, QStringLiteral("/"), QString(), QStringLiteral("Leave")));
+        QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(m_name, "/", QString(), "Leave"));
         m_thread.join();
         dbus_connection_close(m_connection);
         dbus_connection_unref(m_connection);
@@ -91,22 +90,22 @@ private:
 };
 
 QString methodReturning(const QString& name, const QString& type, const QString& annotation = QString()) {
-    QString text = QStringLiteral("<method name='%1'><arg name='in' type='i' direction='in'/>").arg(name);
+    QString text = QString("<method name='%1'><arg name='in' type='i' direction='in'/>").arg(name);
     if (!type.isEmpty())
-        text += QStringLiteral("<arg type='%1' direction='out'/>").arg(type);
+        text += QString("<arg type='%1' direction='out'/>").arg(type);
     if (!annotation.isEmpty())
-        text += QStringLiteral("<annotation name='org.qtproject.QtDBus.QtTypeName.Out0' value='%1'/>")
+        text += QString("<annotation name='org.qtproject.QtDBus.QtTypeName.Out0' value='%1'/>")
                     .arg(annotation.toHtmlEscaped());
-    return text + QStringLiteral("</method>");
+    return text + "</method>";
 }
 
 QString interfaceWith(const QString& methods, const QString& name = vel::bus::commonInterface()) {
-    return QStringLiteral("<interface name='%1'>%2</interface>").arg(name, methods);
+    return QString("<interface name='%1'>%2</interface>").arg(name, methods);
 }
 
 QString objectWith(const QString& interfaces) {
-    return QStringLiteral("<!DOCTYPE node PUBLIC '-//freedesktop//DTD D-BUS Object Introspection 1.0//EN' "
-                          "'http://www.freedesktop.org/standards/dbus/1.0/introspect.dtd'>\n<node>%1</node>")
+    return QString("<!DOCTYPE node PUBLIC '-//freedesktop//DTD D-BUS Object Introspection 1.0//EN' "
+                   "'http://www.freedesktop.org/standards/dbus/1.0/introspect.dtd'>\n<node>%1</node>")
         .arg(interfaces);
 }
 
@@ -114,8 +113,8 @@ QString described(const QString& methods) {
     return objectWith(interfaceWith(methods));
 }
 
-const QString station = QStringLiteral("station");
-const QString text = QStringLiteral("s");
+const QString station = "station";
+const QString text = "s";
 
 } // namespace
 
@@ -123,231 +122,213 @@ class ReturnTypeTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { m_peerName = QStringLiteral("Peer%1").arg(++m_peers); } // what was described once stays cached
-    void descriptorFollowsFromTheDescription_data();
-    void descriptorFollowsFromTheDescription();
-    void knownMethodIsAnsweredWithoutTheBus();
-    void unknownMethodIsAskedForAgain();
-    void changedDescriptionIsReportedAndNotBelieved();
-    void twoMethodsOfOneNameAreToldApartByTheirSignatures();
-    void twoMethodsOfOneNameAndSignatureDisagree();
-    void badAnswerIsNoDescription_data();
-    void badAnswerIsNoDescription();
-    void failedQuestionThrows_data();
-    void failedQuestionThrows();
-    void hugeDescriptionIsRead();
+    void init() { m_peerName = QString("Peer%1").arg(++m_peers); } // what was described once stays cached
+    void descriptorFollowsFromTheDescription_data() {
+        QTest::addColumn<QString>("signature");
+        QTest::addColumn<QString>("annotation");
+        QTest::addColumn<QString>("expected");
+        const auto row = [](const char* signature, const char* annotation, const char* expected) {
+            QTest::addRow("%s %s", signature, annotation)
+                << QString::fromLatin1(signature) << QString::fromLatin1(annotation) << QString::fromLatin1(expected);
+        };
+        row("s", "", "QString::");
+        row("i", "", "int::");
+        row("b", "", "bool::");
+        row("u", "", "uint::");
+        row("x", "", "long::");
+        row("d", "", "double::");
+        row("y", "", "uchar::");
+        row("n", "", "short::");
+        row("q", "", "ushort::");
+        row("t", "", "ulong::");
+        for (const char* other : {"", "as", "ss", "a{sv}", "(ii)", "v", "o", "g", "h"})
+            row(other, "", "::");
+        row("as", "ListQString", "QString:list:");
+        row("ai", "QList<int>", "int:list:");
+        row("a(ss)", "QList<QPair<QString,QString>>", "QPair<QString,QString>:list:");
+        row("as", "List", ":list:");
+        row("as", "QList<", ":list:");
+        row("a{sv}", "QVariantMap", "QVariant:map:QString");
+        row("a{sv}", "QVariantMapOfSorts", "QVariant:map:QString");
+        row("a{sv}", "MapQStringQVariant", "QVariant:map:QString");
+        row("a{ss}", "MapQStringQString", "QString:map:QString");
+        row("a{si}", "MapQString", ":map:QString");
+        row("(ssia{ss}a{sv})", "VelEvent", "VelEvent::");
+        row("s", "Station", "Station::"); // the annotation counts, not the signature
+        row("", "Station", "Station::");
+        row("ai", "listOfInt", "listOfInt::");
+        row("ai", "MyQList<int>", "MyQList<int>::");
+        row("a{ss}", "mapQString", "mapQString::");
+        row("s", "%1%2%3", "%1%2%3::");
+    }
+
+    void descriptorFollowsFromTheDescription() {
+        QFETCH(QString, signature);
+        QFETCH(QString, annotation);
+        const Peer peer(m_peerName, described(methodReturning(station, signature, annotation)));
+        QTEST(getReturnType(m_peerName, station, signature), "expected");
+        QTEST(getReturnType(m_peerName, station, signature), "expected"); // from the cache
+    }
+
+    void knownMethodIsAnsweredWithoutTheBus() {
+        const QString list = "stations";
+        RawClient monitor;
+        {
+            const Peer peer(m_peerName,
+                            described(methodReturning(station, text) + methodReturning(list, "as", "ListQString")));
+            QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+            QVERIFY(monitor.becomeMonitor());
+            QVERIFY(m_module.notifyEvent("watching"));
+            monitor.seenUntilSignal("watching");
+            const int questions = peer.questions();
+            // The other method was described with it.
+            QCOMPARE(getReturnType(m_peerName, list, "as"), "QString:list:");
+            QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+            QVERIFY(m_module.notifyEvent("asked"));
+            QCOMPARE(monitor.seenUntilSignal("asked"), QStringList{"signal asked"});
+            QCOMPARE(peer.questions(), questions);
+        }
+        // The peer has left the bus.
+        QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+        QCOMPARE(getReturnType(m_peerName, list, "as"), "QString:list:");
+        QVERIFY_EXCEPTION_THROWN(getReturnType(m_peerName, "other", text), QString);
+    }
+
+    void unknownMethodIsAskedForAgain() {
+        Peer peer(m_peerName, described(methodReturning(station, text)));
+        QCOMPARE(getReturnType(m_peerName, station, "as"), QString());
+        const int questions = peer.questions();
+        QCOMPARE(getReturnType(m_peerName, station, "as"), QString());
+        QVERIFY(peer.questions() > questions);
+        peer.describe(described(methodReturning(station, "as")));
+        QCOMPARE(getReturnType(m_peerName, station, "as"), "::");
+        QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+    }
+
+    void changedDescriptionIsReportedAndNotBelieved() {
+        Peer peer(m_peerName, described(methodReturning(station, text)));
+        QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+        peer.describe(described(methodReturning(station, text, "Station")));
+        QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+
+        const QByteArray newEntry = QString("\"new cache entry:station%1s Station::\"").arg(m_peerName).toUtf8();
+        QTest::ignoreMessage(QtDebugMsg, newEntry.constData());
+        QTest::ignoreMessage(QtDebugMsg, "ERROR: already cached with different value: \"QString::\"");
+        QCOMPARE(getReturnType(m_peerName, "other", text), QString());
+        QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+    }
+
+    void twoMethodsOfOneNameAreToldApartByTheirSignatures() {
+        const Peer peer(m_peerName, described(methodReturning(station, text) + methodReturning(station, "i") +
+                                              methodReturning(station, QString())));
+        QCOMPARE(getReturnType(m_peerName, station, "i"), "int::");
+        QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+        QCOMPARE(getReturnType(m_peerName, station, QString()), "::");
+    }
+
+    void twoMethodsOfOneNameAndSignatureDisagree() {
+        const Peer peer(m_peerName,
+                        described(methodReturning(station, text, "First") + methodReturning(station, text, "Last")));
+        const QByteArray newEntry = QString("\"new cache entry:station%1s Last::\"").arg(m_peerName).toUtf8();
+        QTest::ignoreMessage(QtDebugMsg, newEntry.constData());
+        QTest::ignoreMessage(QtDebugMsg, "ERROR: already cached with different value: \"First::\"");
+        QCOMPARE(getReturnType(m_peerName, station, text), "Last::");
+        QCOMPARE(getReturnType(m_peerName, station, text), "First::");
+    }
+
+    void badAnswerIsNoDescription_data() {
+        QTest::addColumn<QString>("description");
+        QTest::addColumn<int>("answer");
+        const QString good = described(methodReturning(station, text));
+        const auto row = [](const char* title, const QString& description, Answer answer = Answer::Text) {
+            QTest::newRow(title) << description << int(answer);
+        };
+        row("nothing", good, Answer::Nothing);
+        row("a number", good, Answer::Number);
+        row("empty text", QString());
+        row("no XML", "station");
+        row("cut off behind the method", good.left(good.indexOf("</interface>")));
+        row("cut off before the end", good.left(good.size() - 1));
+        row("text after the end", good + "<node/>");
+        row("wrong nesting", described(methodReturning(station, text) + "<a><b></a></b>"));
+        const int depth = 300000;
+        row("nested without need",
+            described(methodReturning(station, text) + QString("<a>").repeated(depth) + QString("</a>").repeated(depth)));
+
+        QString bomb = "<!DOCTYPE node [<!ENTITY e0 'ha'>";
+        for (int level = 1; level <= 30; ++level)
+            bomb +=
+                QString("<!ENTITY e%1 '&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;'>").arg(level).arg(level - 1);
+        row("entities that multiply in a text", bomb + "]><node>&e30;</node>");
+        row("entities that multiply in an attribute",
+            bomb + "]>" + objectWith(interfaceWith("<method name='&e30;'/>")).section('\n', 1));
+        row("an entity that holds itself", "<!DOCTYPE node [<!ENTITY a '&b;'><!ENTITY b '&a;'>]><node>&a;</node>");
+    }
+
+    void badAnswerIsNoDescription() {
+        QFETCH(QString, description);
+        QFETCH(int, answer);
+        Peer peer(m_peerName);
+        peer.describe(description, static_cast<Answer>(answer));
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(getReturnType(m_peerName, station, text), QString());
+        QVERIFY2(timer.elapsed() < 10000, "a bad description must not keep the module busy");
+        // Nothing of it stayed.
+        peer.describe(described(methodReturning(station, text, "Station")));
+        QCOMPARE(getReturnType(m_peerName, station, text), "Station::");
+    }
+
+    void failedQuestionThrows_data() {
+        QTest::addColumn<bool>("isThere");
+        QTest::newRow("not running") << false;
+        QTest::newRow("error reply") << true;
+    }
+
+    void failedQuestionThrows() {
+        QFETCH(bool, isThere);
+        std::unique_ptr<Peer> peer;
+        if (isThere) {
+            peer = std::make_unique<Peer>(m_peerName);
+            peer->describe(QString(), Answer::Error);
+        }
+        try {
+            getReturnType(m_peerName, station, text);
+            QFAIL("must throw");
+        } catch (const QString& thrown) {
+            if (isThere)
+                QCOMPARE(thrown, "not for you");
+            else if (PrivateBus::isBroker()) // names nobody: it knows of no service files, and does not look for any
+                QCOMPARE(thrown, "The name is not activatable");
+            else
+                QVERIFY2(thrown.contains(vel::bus::serviceName(m_peerName)), qUtf8Printable(thrown));
+        }
+        // The failure was not kept.
+        peer.reset();
+        const Peer good(m_peerName, described(methodReturning(station, text)));
+        QCOMPARE(getReturnType(m_peerName, station, text), "QString::");
+    }
+
+    void hugeDescriptionIsRead() {
+        QString methods;
+        int count = 0;
+        while (methods.size() < 5000000)
+            methods += methodReturning(QString("method%1").arg(++count), text);
+        const Peer peer(m_peerName, described(methods));
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(getReturnType(m_peerName, QString("method%1").arg(count), text), "QString::");
+        qInfo("%d methods read in %d ms", count, static_cast<int>(timer.elapsed()));
+        const int questions = peer.questions();
+        QCOMPARE(getReturnType(m_peerName, "method1", text), "QString::");
+        QCOMPARE(peer.questions(), questions);
+    }
 
 private:
-    const VelModule m_module{QStringLiteral("Display")};
+    const VelModule m_module{"Display"};
     QString m_peerName;
     int m_peers = 0;
 };
-
-void ReturnTypeTest::descriptorFollowsFromTheDescription_data() {
-    QTest::addColumn<QString>("signature");
-    QTest::addColumn<QString>("annotation");
-    QTest::addColumn<QString>("expected");
-    const auto row = [](const char* signature, const char* annotation, const char* expected) {
-        QTest::addRow("%s %s", signature, annotation)
-            << QString::fromLatin1(signature) << QString::fromLatin1(annotation) << QString::fromLatin1(expected);
-    };
-    row("s", "", "QString::");
-    row("i", "", "int::");
-    row("b", "", "bool::");
-    row("u", "", "uint::");
-    row("x", "", "long::");
-    row("d", "", "double::");
-    row("y", "", "uchar::");
-    row("n", "", "short::");
-    row("q", "", "ushort::");
-    row("t", "", "ulong::");
-    for (const char* other : {"", "as", "ss", "a{sv}", "(ii)", "v", "o", "g", "h"})
-        row(other, "", "::");
-    row("as", "ListQString", "QString:list:");
-    row("ai", "QList<int>", "int:list:");
-    row("a(ss)", "QList<QPair<QString,QString>>", "QPair<QString,QString>:list:");
-    row("as", "List", ":list:");
-    row("as", "QList<", ":list:");
-    row("a{sv}", "QVariantMap", "QVariant:map:QString");
-    row("a{sv}", "QVariantMapOfSorts", "QVariant:map:QString");
-    row("a{sv}", "MapQStringQVariant", "QVariant:map:QString");
-    row("a{ss}", "MapQStringQString", "QString:map:QString");
-    row("a{si}", "MapQString", ":map:QString");
-    row("(ssia{ss}a{sv})", "VelEvent", "VelEvent::");
-    row("s", "Station", "Station::"); // the annotation counts, not the signature
-    row("", "Station", "Station::");
-    row("ai", "listOfInt", "listOfInt::");
-    row("ai", "MyQList<int>", "MyQList<int>::");
-    row("a{ss}", "mapQString", "mapQString::");
-    row("s", "%1%2%3", "%1%2%3::");
-}
-
-void ReturnTypeTest::descriptorFollowsFromTheDescription() {
-    QFETCH(QString, signature);
-    QFETCH(QString, annotation);
-    const Peer peer(m_peerName, described(methodReturning(station, signature, annotation)));
-    QTEST(getReturnType(m_peerName, station, signature), "expected");
-    QTEST(getReturnType(m_peerName, station, signature), "expected"); // from the cache
-}
-
-void ReturnTypeTest::knownMethodIsAnsweredWithoutTheBus() {
-    const QString list = QStringLiteral("stations");
-    RawClient monitor;
-    {
-        const Peer peer(m_peerName,
-                        described(methodReturning(station, text) +
-                                  methodReturning(list, QStringLiteral("as"), QStringLiteral("ListQString"))));
-        QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-        QVERIFY(monitor.becomeMonitor());
-        QVERIFY(m_module.notifyEvent(QStringLiteral("watching")));
-        monitor.seenUntilSignal(QStringLiteral("watching"));
-        const int questions = peer.questions();
-        // The other method was described with it.
-        QCOMPARE(getReturnType(m_peerName, list, QStringLiteral("as")), QStringLiteral("QString:list:"));
-        QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-        QVERIFY(m_module.notifyEvent(QStringLiteral("asked")));
-        QCOMPARE(monitor.seenUntilSignal(QStringLiteral("asked")), QStringList{QStringLiteral("signal asked")});
-        QCOMPARE(peer.questions(), questions);
-    }
-    // The peer has left the bus.
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-    QCOMPARE(getReturnType(m_peerName, list, QStringLiteral("as")), QStringLiteral("QString:list:"));
-    QVERIFY_EXCEPTION_THROWN(getReturnType(m_peerName, QStringLiteral("other"), text), QString);
-}
-
-void ReturnTypeTest::unknownMethodIsAskedForAgain() {
-    Peer peer(m_peerName, described(methodReturning(station, text)));
-    QCOMPARE(getReturnType(m_peerName, station, QStringLiteral("as")), QString());
-    const int questions = peer.questions();
-    QCOMPARE(getReturnType(m_peerName, station, QStringLiteral("as")), QString());
-    QVERIFY(peer.questions() > questions);
-    peer.describe(described(methodReturning(station, QStringLiteral("as"))));
-    QCOMPARE(getReturnType(m_peerName, station, QStringLiteral("as")), QStringLiteral("::"));
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-}
-
-void ReturnTypeTest::changedDescriptionIsReportedAndNotBelieved() {
-    Peer peer(m_peerName, described(methodReturning(station, text)));
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-    peer.describe(described(methodReturning(station, text, QStringLiteral("Station"))));
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-
-    const QByteArray newEntry = QStringLiteral("\"new cache entry:station%1s Station::\"").arg(m_peerName).toUtf8();
-    QTest::ignoreMessage(QtDebugMsg, newEntry.constData());
-    QTest::ignoreMessage(QtDebugMsg, "ERROR: already cached with different value: \"QString::\"");
-    QCOMPARE(getReturnType(m_peerName, QStringLiteral("other"), text), QString());
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-}
-
-void ReturnTypeTest::twoMethodsOfOneNameAreToldApartByTheirSignatures() {
-    const Peer peer(m_peerName,
-                    described(methodReturning(station, text) + methodReturning(station, QStringLiteral("i")) +
-                              methodReturning(station, QString())));
-    QCOMPARE(getReturnType(m_peerName, station, QStringLiteral("i")), QStringLiteral("int::"));
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-    QCOMPARE(getReturnType(m_peerName, station, QString()), QStringLiteral("::"));
-}
-
-void ReturnTypeTest::twoMethodsOfOneNameAndSignatureDisagree() {
-    const Peer peer(m_peerName, described(methodReturning(station, text, QStringLiteral("First")) +
-                                          methodReturning(station, text, QStringLiteral("Last"))));
-    const QByteArray newEntry = QStringLiteral("\"new cache entry:station%1s Last::\"").arg(m_peerName).toUtf8();
-    QTest::ignoreMessage(QtDebugMsg, newEntry.constData());
-    QTest::ignoreMessage(QtDebugMsg, "ERROR: already cached with different value: \"First::\"");
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("Last::"));
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("First::"));
-}
-
-void ReturnTypeTest::badAnswerIsNoDescription_data() {
-    QTest::addColumn<QString>("description");
-    QTest::addColumn<int>("answer");
-    const QString good = described(methodReturning(station, text));
-    const auto row = [](const char* title, const QString& description, Answer answer = Answer::Text) {
-        QTest::newRow(title) << description << int(answer);
-    };
-    row("nothing", good, Answer::Nothing);
-    row("a number", good, Answer::Number);
-    row("empty text", QString());
-    row("no XML", QStringLiteral("station"));
-    row("cut off behind the method", good.left(good.indexOf(QStringLiteral("</interface>"))));
-    row("cut off before the end", good.left(good.size() - 1));
-    row("text after the end", good + QStringLiteral("<node/>"));
-    row("wrong nesting", described(methodReturning(station, text) + QStringLiteral("<a><b></a></b>")));
-    const int depth = 300000;
-    row("nested without need", described(methodReturning(station, text) + QStringLiteral("<a>").repeated(depth) +
-                                         QStringLiteral("</a>").repeated(depth)));
-
-    QString bomb = QStringLiteral("<!DOCTYPE node [<!ENTITY e0 'ha'>");
-    for (int level = 1; level <= 30; ++level)
-        bomb += QStringLiteral("<!ENTITY e%1 '&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;&e%2;'>")
-                    .arg(level)
-                    .arg(level - 1);
-    row("entities that multiply in a text", bomb + QStringLiteral("]><node>&e30;</node>"));
-    row("entities that multiply in an attribute",
-        bomb + QStringLiteral("]>") +
-            objectWith(interfaceWith(QStringLiteral("<method name='&e30;'/>"))).section(QLatin1Char('\n'), 1));
-    row("an entity that holds itself",
-        QStringLiteral("<!DOCTYPE node [<!ENTITY a '&b;'><!ENTITY b '&a;'>]><node>&a;</node>"));
-}
-
-void ReturnTypeTest::badAnswerIsNoDescription() {
-    QFETCH(QString, description);
-    QFETCH(int, answer);
-    Peer peer(m_peerName);
-    peer.describe(description, static_cast<Answer>(answer));
-    QElapsedTimer timer;
-    timer.start();
-    QCOMPARE(getReturnType(m_peerName, station, text), QString());
-    QVERIFY2(timer.elapsed() < 10000, "a bad description must not keep the module busy");
-    // Nothing of it stayed.
-    peer.describe(described(methodReturning(station, text, QStringLiteral("Station"))));
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("Station::"));
-}
-
-void ReturnTypeTest::failedQuestionThrows_data() {
-    QTest::addColumn<bool>("isThere");
-    QTest::newRow("not running") << false;
-    QTest::newRow("error reply") << true;
-}
-
-void ReturnTypeTest::failedQuestionThrows() {
-    QFETCH(bool, isThere);
-    std::unique_ptr<Peer> peer;
-    if (isThere) {
-        peer = std::make_unique<Peer>(m_peerName);
-        peer->describe(QString(), Answer::Error);
-    }
-    try {
-        getReturnType(m_peerName, station, text);
-        QFAIL("must throw");
-    } catch (const QString& thrown) {
-        if (isThere)
-            QCOMPARE(thrown, QStringLiteral("not for you"));
-        else if (PrivateBus::isBroker()) // names nobody: it knows of no service files, and does not look for any
-            QCOMPARE(thrown, QStringLiteral("The name is not activatable"));
-        else
-            QVERIFY2(thrown.contains(vel::bus::serviceName(m_peerName)), qUtf8Printable(thrown));
-    }
-    // The failure was not kept.
-    peer.reset();
-    const Peer good(m_peerName, described(methodReturning(station, text)));
-    QCOMPARE(getReturnType(m_peerName, station, text), QStringLiteral("QString::"));
-}
-
-void ReturnTypeTest::hugeDescriptionIsRead() {
-    QString methods;
-    int count = 0;
-    while (methods.size() < 5000000)
-        methods += methodReturning(QStringLiteral("method%1").arg(++count), text);
-    const Peer peer(m_peerName, described(methods));
-    QElapsedTimer timer;
-    timer.start();
-    QCOMPARE(getReturnType(m_peerName, QStringLiteral("method%1").arg(count), text), QStringLiteral("QString::"));
-    qInfo("%d methods read in %d ms", count, static_cast<int>(timer.elapsed()));
-    const int questions = peer.questions();
-    QCOMPARE(getReturnType(m_peerName, QStringLiteral("method1"), text), QStringLiteral("QString::"));
-    QCOMPARE(peer.questions(), questions);
-}
 
 VEL_BUS_TEST_MAIN(ReturnTypeTest)
 #include "ReturnTypeTest.moc"

@@ -14,11 +14,11 @@ namespace {
 
 constexpr int longestWaitMs = 60000;
 
-const QString scripted = QStringLiteral("Scripted");
-const QString saveEvent = QStringLiteral("test_save"); // what the scripted module subscribes its slots to
-const QString restoredEvent = QStringLiteral("test_restored");
-const QString listKey = QStringLiteral("ModulesPidsList");
-const QString saveKey = QStringLiteral("Save");
+const QString scripted = "Scripted";
+const QString saveEvent = "test_save"; // what the scripted module subscribes its slots to
+const QString restoredEvent = "test_restored";
+const QString listKey = "ModulesPidsList";
+const QString saveKey = "Save";
 
 QVariantMap request(const QString& list, bool save) {
     return {{listKey, list}, {saveKey, save}};
@@ -41,9 +41,7 @@ void resume(const ChildProcess& child) {
 QStringList logged(const QStringList& lines) {
     QStringList result;
     for (const QString& line : lines)
-        result << (line.startsWith(QStringLiteral("hook")) || line.startsWith(QStringLiteral("worker"))
-                       ? line
-                       : QStringLiteral("LOG ") + line);
+        result << (line.startsWith("hook") || line.startsWith("worker") ? line : QString("LOG ") + line);
     return result;
 }
 
@@ -53,290 +51,271 @@ class SaveRestoreTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-    void saveIsAnsweredAndStopsTheProcessInOrder();
-    void restoreIsAnsweredAndStopsTheProcess();
-    void whatIsPublishedDuringAFreezeIsHandledAfterIt();
-    void listNamesModulesBySubstring_data();
-    void listNamesModulesBySubstring();
-    void saveFlagDecidesAboutThePreSave_data();
-    void saveFlagDecidesAboutThePreSave();
-    void throwingPreSaveIsNeitherAnsweredNorStopped_data();
-    void throwingPreSaveIsNeitherAnsweredNorStopped();
-    void workerInTheSectionDelaysThePreSave_data();
-    void workerInTheSectionDelaysThePreSave();
-    void postRestoreRunsOnceWhenNamed_data();
-    void postRestoreRunsOnceWhenNamed();
-    void withoutAKillProgramTheModuleGoesOn();
-    void answerIsHeardWhileTheProcessIsStopped();
+    void init() {
+        m_answers = std::make_unique<EventListener>();
+        QVERIFY(m_supervisor.subscribeEvent("stop_save_restore_OK", m_answers.get(), SLOT(heard(VelEvent))));
+        bustest::waitForBus(QDBusConnection::sessionBus());
+        m_child = std::make_unique<ChildProcess>();
+        m_child->setVariable("VEL_TEST_LOG", "1");
+        m_child->setVariable("VEL_LOG_LEVEL", "7");
+    }
+
+    void cleanup() {
+        m_child.reset(); // a stopped one too
+        m_answers.reset();
+    }
+
+    void saveIsAnsweredAndStopsTheProcessInOrder() {
+        start();
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+        QVERIFY(waitForStop(*m_child));
+        QCOMPARE(m_child->processState(), 'T');
+        bustest::settle(QDBusConnection::sessionBus());
+        QCOMPARE(m_answers->events().size(), 1u);
+        const VelEvent& answer = m_answers->events().front();
+        QCOMPARE(answer.getEvtName(), "stop_save_restore_OK");
+        QCOMPARE(answer.getContext(), QString());
+        QCOMPARE(answer.getArguments(), (QVariantMap{{"ModuleName", scripted}}));
+
+        QVERIFY(m_child->waitForLine("Entering pause mode...", m_linesBefore));
+        const QStringList untilTheStop =
+            logged({"debug: Preparing for Save operations", "debug: Entering critical section",
+                    "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
+                    "debug: Leaving critical section", "debug: Entering pause mode..."});
+        QCOMPARE(newLines(), untilTheStop);
+
+        resume(*m_child);
+        QVERIFY(m_child->waitForLine("...Leaving pause mode", m_linesBefore));
+        QCOMPARE(newLines(), untilTheStop + logged({"debug: ...Leaving pause mode"}));
+        provesToRun();
+        QCOMPARE(m_answers->events().size(), 1u);
+    }
+
+    void restoreIsAnsweredAndStopsTheProcess() {
+        start();
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
+        QVERIFY(waitForStop(*m_child));
+        QCOMPARE(m_child->processState(), 'T');
+        bustest::settle(QDBusConnection::sessionBus());
+        QCOMPARE(m_answers->events().size(), 1u);
+        QCOMPARE(m_answers->events().front().getArguments(), (QVariantMap{{"ModuleName", scripted}}));
+        resume(*m_child);
+        QVERIFY(m_child->waitForLine("...Leaving pause mode", m_linesBefore));
+        QCOMPARE(newLines(), logged({"debug: Entering pause mode...", "debug: ...Leaving pause mode"}));
+        provesToRun();
+    }
+
+    void whatIsPublishedDuringAFreezeIsHandledAfterIt() {
+        start();
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
+        QVERIFY(waitForStop(*m_child));
+        QVERIFY(m_supervisor.notifyEvent(restoredEvent, {{"modules", scripted}}));
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+        resume(*m_child);
+        QVERIFY(waitForStop(*m_child));
+        resume(*m_child);
+        provesToRun();
+        QCOMPARE(m_answers->events().size(), 2u);
+        const QStringList lines = newLines();
+        const int postRestore = lines.indexOf("hook postRestore");
+        QVERIFY(lines.indexOf(logged({"debug: ...Leaving pause mode"}).first()) < postRestore);
+        QVERIFY(postRestore < lines.indexOf("hook preSave"));
+    }
+
+    void listNamesModulesBySubstring_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QVariant>("list");
+        QTest::addColumn<bool>("named");
+        QTest::newRow("alone") << scripted << QVariant(scripted) << true;
+        QTest::newRow("among others") << scripted << QVariant("Tuner:12,Scripted:14,Display:15") << true;
+        QTest::newRow("inside a longer name") << "Media" << QVariant("MediaPlayer") << true;
+        QTest::newRow("in a text list of one") << scripted << QVariant(QStringList{scripted}) << true;
+        QTest::newRow("another case") << scripted << QVariant("scripted SCRIPTED") << false;
+        QTest::newRow("only a longer one is there") << "MediaPlayer" << QVariant("Media Player") << false;
+        QTest::newRow("empty") << scripted << QVariant("") << false;
+        QTest::newRow("missing") << scripted << QVariant() << false;
+        QTest::newRow("a number") << scripted << QVariant(5) << false;
+    }
+
+    void listNamesModulesBySubstring() {
+        QFETCH(QString, name);
+        QFETCH(QVariant, list);
+        QFETCH(bool, named);
+        start({QString("--moduleName=") + name});
+        QVariantMap arguments{{saveKey, true}};
+        if (list.isValid())
+            arguments.insert(listKey, list);
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, arguments));
+        if (named) {
+            QVERIFY(waitForStop(*m_child));
+            bustest::settle(QDBusConnection::sessionBus());
+            QCOMPARE(m_answers->events().size(), 1u);
+            QCOMPARE(m_answers->events().front().getArguments(), (QVariantMap{{"ModuleName", name}}));
+            return;
+        }
+        QCOMPARE(bustest::call(QDBusConnection::sessionBus(), name, "echo", {"still here"}).arguments(),
+                 QVariantList{"still here"});
+        bustest::settle(QDBusConnection::sessionBus());
+        QVERIFY(!takeStop(*m_child));
+        QVERIFY(m_answers->events().empty());
+        QCOMPARE(newLines(), QStringList());
+    }
+
+    void saveFlagDecidesAboutThePreSave_data() {
+        QTest::addColumn<QVariant>("save");
+        QTest::addColumn<bool>("preSaves");
+        QTest::newRow("missing") << QVariant() << false;
+        QTest::newRow("number") << QVariant(1) << true;
+        QTest::newRow("zero") << QVariant(0) << false;
+        QTest::newRow("text") << QVariant("true") << true;
+        QTest::newRow("text false") << QVariant("false") << false;
+        QTest::newRow("list") << QVariant(QStringList{"true", "true"}) << false;
+    }
+
+    void saveFlagDecidesAboutThePreSave() {
+        QFETCH(QVariant, save);
+        start();
+        QVariantMap arguments{{listKey, scripted}};
+        if (save.isValid())
+            arguments.insert(saveKey, save);
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, arguments));
+        QVERIFY(waitForStop(*m_child));
+        QVERIFY(m_child->waitForLine("Entering pause mode...", m_linesBefore));
+        QTEST(m_child->lines().contains("hook preSave"), "preSaves");
+    }
+
+    void throwingPreSaveIsNeitherAnsweredNorStopped_data() {
+        QTest::addColumn<QString>("netsLine");
+        QTest::newRow("QString") << "error: QString exception catch in VelApplication: thrown text";
+        QTest::newRow("std") << "error: std exception catch in VelApplication: thrown what";
+        QTest::newRow("int") << "error: Unknown exception catch in VelApplication: int";
+        QTest::newRow("VelException") << "error: VelException catch in VelApplication: thrown exception";
+    }
+
+    void throwingPreSaveIsNeitherAnsweredNorStopped() {
+        QFETCH(QString, netsLine);
+        VEL_SKIP_WHERE_IMPOSSIBLE();
+        start({QString("--preSave=") + QString::fromLatin1(QTest::currentDataTag())});
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+        provesToRun();
+        QVERIFY(m_answers->events().empty());
+        QVERIFY(m_child->waitForLine(netsLine, m_linesBefore));
+        QCOMPARE(newLines(),
+                 logged({"debug: Preparing for Save operations", "debug: Entering critical section",
+                         "debug: Pre-saving data", "hook preSave", "debug: Leaving critical section", netsLine}));
+
+        ask("script", {"preSave", QString()});
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+        QVERIFY(waitForStop(*m_child));
+        bustest::settle(QDBusConnection::sessionBus());
+        QCOMPARE(m_answers->events().size(), 1u);
+    }
+
+    void workerInTheSectionDelaysThePreSave_data() {
+        QTest::addColumn<bool>("anotherThreadTriesToLeave");
+        QTest::newRow("worker alone") << false;
+        QTest::newRow("another thread tries to leave its section") << true;
+    }
+
+    void workerInTheSectionDelaysThePreSave() {
+        QFETCH(bool, anotherThreadTriesToLeave);
+        start();
+        QCOMPARE(ask("startWorker").type(), QDBusMessage::ReplyMessage);
+        if (anotherThreadTriesToLeave)
+            QCOMPARE(ask("leaveSection").type(), QDBusMessage::ReplyMessage);
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
+        QVERIFY(m_child->waitForLine("Preparing for Save operations", m_linesBefore));
+        const int preparing = m_child->lines().size();
+        QVERIFY(m_child->lines().last().contains("Entering critical section") ||
+                m_child->waitForLine("Entering critical section", preparing));
+        m_child->write("leave\n");
+        QVERIFY(waitForStop(*m_child));
+        QVERIFY(m_child->waitForLine("Entering pause mode...", m_linesBefore));
+        QCOMPARE(newLines(),
+                 logged({"debug: Entering critical section", "debug: Preparing for Save operations",
+                         "debug: Entering critical section", "worker leaves", "debug: Leaving critical section",
+                         "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
+                         "debug: Leaving critical section", "debug: Entering pause mode..."}));
+    }
+
+    void postRestoreRunsOnceWhenNamed_data() {
+        QTest::addColumn<QVariantMap>("arguments");
+        QTest::addColumn<int>("runs");
+        const QString key = "modules";
+        QTest::newRow("named") << QVariantMap{{key, "Tuner,Scripted"}} << 1;
+        QTest::newRow("part of a name") << QVariantMap{{key, "ScriptedPlayer Scripted"}} << 1;
+        QTest::newRow("another case") << QVariantMap{{key, "scripted"}} << 0;
+        QTest::newRow("empty") << QVariantMap{{key, ""}} << 0;
+        QTest::newRow("missing") << QVariantMap{{listKey, "Scripted"}} << 0;
+    }
+
+    void postRestoreRunsOnceWhenNamed() {
+        QFETCH(QVariantMap, arguments);
+        QFETCH(int, runs);
+        start();
+        QVERIFY(m_supervisor.notifyEvent(restoredEvent, arguments));
+        provesToRun();
+        // The end's line comes after whatever the module wrote before.
+        QVERIFY(m_supervisor.notifyEvent("stop_module_Scripted"));
+        QVERIFY(m_child->waitForLine("stopModuleEvent", m_linesBefore));
+        QCOMPARE(newLines().mid(0, runs + 1), QVector<QString>(runs, "hook postRestore").toList() +
+                                                  logged({"debug: stopModuleEvent for module Scripted in RUN state "}));
+        QVERIFY(m_answers->events().empty());
+    }
+
+    void withoutAKillProgramTheModuleGoesOn() {
+        m_child->setVariable("PATH", "/nonexistent");
+        start();
+        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
+        QVERIFY(m_child->waitForLine("...Leaving pause mode", m_linesBefore));
+        provesToRun();
+        QCOMPARE(m_answers->events().size(), 1u);
+    }
+
+    void answerIsHeardWhileTheProcessIsStopped() {
+        // Sending only queues a message, and the thread that sends it freezes with the rest: without precaution some
+        // answers stay behind, more of them on a loaded machine.
+        constexpr int rounds = 200;
+        ChildProcess busy[2];
+        for (ChildProcess& process : busy)
+            QVERIFY(process.run("sh", {"-c", "while :; do :; done"}));
+        m_child->setVariable("VEL_LOG_LEVEL", "3");
+        start();
+        for (unsigned round = 1; round <= rounds; ++round) {
+            QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, round % 2)));
+            QVERIFY(waitForStop(*m_child));
+            QCOMPARE(m_child->processState(), 'T');
+            bustest::settle(QDBusConnection::sessionBus());
+            QCOMPARE(m_answers->events().size(), round);
+            resume(*m_child);
+        }
+        provesToRun();
+    }
 
 private:
-    void start(const QStringList& arguments = QStringList());
+    void start(const QStringList& arguments = QStringList()) {
+        QVERIFY(m_child->run(bustest::program("scripted-module"), arguments));
+        QVERIFY(m_child->waitForLine("hook run"));
+        m_linesBefore = m_child->lines().size();
+    }
+
     QDBusMessage ask(const QString& method, const QVariantList& arguments = QVariantList()) {
         return bustest::call(QDBusConnection::sessionBus(), scripted, method, arguments);
     }
-    void provesToRun();
+    // Its answer comes after everything that was published before on this connection has been handled.
+    void provesToRun() {
+        QCOMPARE(ask("state").arguments(), QVariantList{"RUN"});
+        bustest::settle(QDBusConnection::sessionBus());
+        QVERIFY(!takeStop(*m_child));
+    }
+
     QStringList newLines() const { return m_child->lines().mid(m_linesBefore); }
 
-    VelModule m_supervisor{QStringLiteral("Supervisor")};
+    VelModule m_supervisor{"Supervisor"};
     std::unique_ptr<ChildProcess> m_child;
     std::unique_ptr<EventListener> m_answers;
     int m_linesBefore = 0;
 };
-
-void SaveRestoreTest::init() {
-    m_answers = std::make_unique<EventListener>();
-    QVERIFY(
-        m_supervisor.subscribeEvent(QStringLiteral("stop_save_restore_OK"), m_answers.get(), SLOT(heard(VelEvent))));
-    bustest::waitForBus(QDBusConnection::sessionBus());
-    m_child = std::make_unique<ChildProcess>();
-    m_child->setVariable(QStringLiteral("VEL_TEST_LOG"), QStringLiteral("1"));
-    m_child->setVariable(QStringLiteral("VEL_LOG_LEVEL"), QStringLiteral("7"));
-}
-
-void SaveRestoreTest::cleanup() {
-    m_child.reset(); // a stopped one too
-    m_answers.reset();
-}
-
-void SaveRestoreTest::start(const QStringList& arguments) {
-    QVERIFY(m_child->run(bustest::program(QStringLiteral("scripted-module")), arguments));
-    QVERIFY(m_child->waitForLine(QStringLiteral("hook run")));
-    m_linesBefore = m_child->lines().size();
-}
-
-// Its answer comes after everything that was published before on this connection has been handled.
-void SaveRestoreTest::provesToRun() {
-    QCOMPARE(ask(QStringLiteral("state")).arguments(), QVariantList{QStringLiteral("RUN")});
-    bustest::settle(QDBusConnection::sessionBus());
-    QVERIFY(!takeStop(*m_child));
-}
-
-void SaveRestoreTest::saveIsAnsweredAndStopsTheProcessInOrder() {
-    start();
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
-    QVERIFY(waitForStop(*m_child));
-    QCOMPARE(m_child->processState(), 'T');
-    bustest::settle(QDBusConnection::sessionBus());
-    QCOMPARE(m_answers->events().size(), 1u);
-    const VelEvent& answer = m_answers->events().front();
-    QCOMPARE(answer.getEvtName(), QStringLiteral("stop_save_restore_OK"));
-    QCOMPARE(answer.getContext(), QString());
-    QCOMPARE(answer.getArguments(), (QVariantMap{{QStringLiteral("ModuleName"), scripted}}));
-
-    QVERIFY(m_child->waitForLine(QStringLiteral("Entering pause mode..."), m_linesBefore));
-    const QStringList untilTheStop = logged({"debug: Preparing for Save operations", "debug: Entering critical section",
-                                             "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
-                                             "debug: Leaving critical section", "debug: Entering pause mode..."});
-    QCOMPARE(newLines(), untilTheStop);
-
-    resume(*m_child);
-    QVERIFY(m_child->waitForLine(QStringLiteral("...Leaving pause mode"), m_linesBefore));
-    QCOMPARE(newLines(), untilTheStop + logged({"debug: ...Leaving pause mode"}));
-    provesToRun();
-    QCOMPARE(m_answers->events().size(), 1u);
-}
-
-void SaveRestoreTest::restoreIsAnsweredAndStopsTheProcess() {
-    start();
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
-    QVERIFY(waitForStop(*m_child));
-    QCOMPARE(m_child->processState(), 'T');
-    bustest::settle(QDBusConnection::sessionBus());
-    QCOMPARE(m_answers->events().size(), 1u);
-    QCOMPARE(m_answers->events().front().getArguments(), (QVariantMap{{QStringLiteral("ModuleName"), scripted}}));
-    resume(*m_child);
-    QVERIFY(m_child->waitForLine(QStringLiteral("...Leaving pause mode"), m_linesBefore));
-    QCOMPARE(newLines(), logged({"debug: Entering pause mode...", "debug: ...Leaving pause mode"}));
-    provesToRun();
-}
-
-void SaveRestoreTest::whatIsPublishedDuringAFreezeIsHandledAfterIt() {
-    start();
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
-    QVERIFY(waitForStop(*m_child));
-    QVERIFY(m_supervisor.notifyEvent(restoredEvent, {{QStringLiteral("modules"), scripted}}));
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
-    resume(*m_child);
-    QVERIFY(waitForStop(*m_child));
-    resume(*m_child);
-    provesToRun();
-    QCOMPARE(m_answers->events().size(), 2u);
-    const QStringList lines = newLines();
-    const int postRestore = lines.indexOf(QStringLiteral("hook postRestore"));
-    QVERIFY(lines.indexOf(logged({"debug: ...Leaving pause mode"}).first()) < postRestore);
-    QVERIFY(postRestore < lines.indexOf(QStringLiteral("hook preSave")));
-}
-
-void SaveRestoreTest::listNamesModulesBySubstring_data() {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QVariant>("list");
-    QTest::addColumn<bool>("named");
-    QTest::newRow("alone") << scripted << QVariant(scripted) << true;
-    QTest::newRow("among others") << scripted << QVariant("Tuner:12,Scripted:14,Display:15") << true;
-    QTest::newRow("inside a longer name") << "Media" << QVariant("MediaPlayer") << true;
-    QTest::newRow("in a text list of one") << scripted << QVariant(QStringList{scripted}) << true;
-    QTest::newRow("another case") << scripted << QVariant("scripted SCRIPTED") << false;
-    QTest::newRow("only a longer one is there") << "MediaPlayer" << QVariant("Media Player") << false;
-    QTest::newRow("empty") << scripted << QVariant("") << false;
-    QTest::newRow("missing") << scripted << QVariant() << false;
-    QTest::newRow("a number") << scripted << QVariant(5) << false;
-}
-
-void SaveRestoreTest::listNamesModulesBySubstring() {
-    QFETCH(QString, name);
-    QFETCH(QVariant, list);
-    QFETCH(bool, named);
-    start({QStringLiteral("--moduleName=") + name});
-    QVariantMap arguments{{saveKey, true}};
-    if (list.isValid())
-        arguments.insert(listKey, list);
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, arguments));
-    if (named) {
-        QVERIFY(waitForStop(*m_child));
-        bustest::settle(QDBusConnection::sessionBus());
-        QCOMPARE(m_answers->events().size(), 1u);
-        QCOMPARE(m_answers->events().front().getArguments(), (QVariantMap{{QStringLiteral("ModuleName"), name}}));
-        return;
-    }
-    QCOMPARE(bustest::call(QDBusConnection::sessionBus(), name, QStringLiteral("echo"), {"still here"}).arguments(),
-             QVariantList{"still here"});
-    bustest::settle(QDBusConnection::sessionBus());
-    QVERIFY(!takeStop(*m_child));
-    QVERIFY(m_answers->events().empty());
-    QCOMPARE(newLines(), QStringList());
-}
-
-void SaveRestoreTest::saveFlagDecidesAboutThePreSave_data() {
-    QTest::addColumn<QVariant>("save");
-    QTest::addColumn<bool>("preSaves");
-    QTest::newRow("missing") << QVariant() << false;
-    QTest::newRow("number") << QVariant(1) << true;
-    QTest::newRow("zero") << QVariant(0) << false;
-    QTest::newRow("text") << QVariant("true") << true;
-    QTest::newRow("text false") << QVariant("false") << false;
-    QTest::newRow("list") << QVariant(QStringList{"true", "true"}) << false;
-}
-
-void SaveRestoreTest::saveFlagDecidesAboutThePreSave() {
-    QFETCH(QVariant, save);
-    start();
-    QVariantMap arguments{{listKey, scripted}};
-    if (save.isValid())
-        arguments.insert(saveKey, save);
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, arguments));
-    QVERIFY(waitForStop(*m_child));
-    QVERIFY(m_child->waitForLine(QStringLiteral("Entering pause mode..."), m_linesBefore));
-    QTEST(m_child->lines().contains(QStringLiteral("hook preSave")), "preSaves");
-}
-
-void SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped_data() {
-    QTest::addColumn<QString>("netsLine");
-    QTest::newRow("QString") << "error: QString exception catch in VelApplication: thrown text";
-    QTest::newRow("std") << "error: std exception catch in VelApplication: thrown what";
-    QTest::newRow("int") << "error: Unknown exception catch in VelApplication: int";
-    QTest::newRow("VelException") << "error: VelException catch in VelApplication: thrown exception";
-}
-
-void SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped() {
-    QFETCH(QString, netsLine);
-    VEL_SKIP_WHERE_IMPOSSIBLE();
-    start({QStringLiteral("--preSave=") + QString::fromLatin1(QTest::currentDataTag())});
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
-    provesToRun();
-    QVERIFY(m_answers->events().empty());
-    QVERIFY(m_child->waitForLine(netsLine, m_linesBefore));
-    QCOMPARE(newLines(),
-             logged({"debug: Preparing for Save operations", "debug: Entering critical section",
-                     "debug: Pre-saving data", "hook preSave", "debug: Leaving critical section", netsLine}));
-
-    ask(QStringLiteral("script"), {QStringLiteral("preSave"), QString()});
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
-    QVERIFY(waitForStop(*m_child));
-    bustest::settle(QDBusConnection::sessionBus());
-    QCOMPARE(m_answers->events().size(), 1u);
-}
-
-void SaveRestoreTest::workerInTheSectionDelaysThePreSave_data() {
-    QTest::addColumn<bool>("anotherThreadTriesToLeave");
-    QTest::newRow("worker alone") << false;
-    QTest::newRow("another thread tries to leave its section") << true;
-}
-
-void SaveRestoreTest::workerInTheSectionDelaysThePreSave() {
-    QFETCH(bool, anotherThreadTriesToLeave);
-    start();
-    QCOMPARE(ask(QStringLiteral("startWorker")).type(), QDBusMessage::ReplyMessage);
-    if (anotherThreadTriesToLeave)
-        QCOMPARE(ask(QStringLiteral("leaveSection")).type(), QDBusMessage::ReplyMessage);
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, true)));
-    QVERIFY(m_child->waitForLine(QStringLiteral("Preparing for Save operations"), m_linesBefore));
-    const int preparing = m_child->lines().size();
-    QVERIFY(m_child->lines().last().contains(QStringLiteral("Entering critical section")) ||
-            m_child->waitForLine(QStringLiteral("Entering critical section"), preparing));
-    m_child->write("leave\n");
-    QVERIFY(waitForStop(*m_child));
-    QVERIFY(m_child->waitForLine(QStringLiteral("Entering pause mode..."), m_linesBefore));
-    QCOMPARE(newLines(), logged({"debug: Entering critical section", "debug: Preparing for Save operations",
-                                 "debug: Entering critical section", "worker leaves", "debug: Leaving critical section",
-                                 "debug: Pre-saving data", "hook preSave", "debug: Data pre-saved",
-                                 "debug: Leaving critical section", "debug: Entering pause mode..."}));
-}
-
-void SaveRestoreTest::postRestoreRunsOnceWhenNamed_data() {
-    QTest::addColumn<QVariantMap>("arguments");
-    QTest::addColumn<int>("runs");
-    const QString key = QStringLiteral("modules");
-    QTest::newRow("named") << QVariantMap{{key, "Tuner,Scripted"}} << 1;
-    QTest::newRow("part of a name") << QVariantMap{{key, "ScriptedPlayer Scripted"}} << 1;
-    QTest::newRow("another case") << QVariantMap{{key, "scripted"}} << 0;
-    QTest::newRow("empty") << QVariantMap{{key, ""}} << 0;
-    QTest::newRow("missing") << QVariantMap{{listKey, "Scripted"}} << 0;
-}
-
-void SaveRestoreTest::postRestoreRunsOnceWhenNamed() {
-    QFETCH(QVariantMap, arguments);
-    QFETCH(int, runs);
-    start();
-    QVERIFY(m_supervisor.notifyEvent(restoredEvent, arguments));
-    provesToRun();
-    // The end's line comes after whatever the module wrote before.
-    QVERIFY(m_supervisor.notifyEvent(QStringLiteral("stop_module_Scripted")));
-    QVERIFY(m_child->waitForLine(QStringLiteral("stopModuleEvent"), m_linesBefore));
-    QCOMPARE(newLines().mid(0, runs + 1), QVector<QString>(runs, QStringLiteral("hook postRestore")).toList() +
-                                              logged({"debug: stopModuleEvent for module Scripted in RUN state "}));
-    QVERIFY(m_answers->events().empty());
-}
-
-void SaveRestoreTest::withoutAKillProgramTheModuleGoesOn() {
-    m_child->setVariable(QStringLiteral("PATH"), QStringLiteral("/nonexistent"));
-    start();
-    QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, false)));
-    QVERIFY(m_child->waitForLine(QStringLiteral("...Leaving pause mode"), m_linesBefore));
-    provesToRun();
-    QCOMPARE(m_answers->events().size(), 1u);
-}
-
-void SaveRestoreTest::answerIsHeardWhileTheProcessIsStopped() {
-    // Sending only queues a message, and the thread that sends it freezes with the rest: without precaution some
-    // answers stay behind, more of them on a loaded machine.
-    constexpr int rounds = 200;
-    ChildProcess busy[2];
-    for (ChildProcess& process : busy)
-        QVERIFY(process.run(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("while :; do :; done")}));
-    m_child->setVariable(QStringLiteral("VEL_LOG_LEVEL"), QStringLiteral("3"));
-    start();
-    for (unsigned round = 1; round <= rounds; ++round) {
-        QVERIFY(m_supervisor.notifyEvent(saveEvent, request(scripted, round % 2)));
-        QVERIFY(waitForStop(*m_child));
-        QCOMPARE(m_child->processState(), 'T');
-        bustest::settle(QDBusConnection::sessionBus());
-        QCOMPARE(m_answers->events().size(), round);
-        resume(*m_child);
-    }
-    provesToRun();
-}
 
 VEL_BUS_TEST_MAIN(SaveRestoreTest)
 #include "SaveRestoreTest.moc"

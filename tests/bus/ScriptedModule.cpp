@@ -29,7 +29,7 @@ void say(const QString& text) {
 void sayCoreLimit() {
     rlimit limit{};
     getrlimit(RLIMIT_CORE, &limit);
-    say(QStringLiteral("core limit %1 %2").arg(limit.rlim_cur).arg(limit.rlim_max));
+    say(QString("core limit %1 %2").arg(limit.rlim_cur).arg(limit.rlim_max));
 }
 
 } // namespace
@@ -39,43 +39,41 @@ class ScriptedModule : public VelModule {
 public:
     ScriptedModule();
 
-    bool check() override { return act(QStringLiteral("check")); }
-    bool deploy() override { return act(QStringLiteral("deploy")); }
-    bool init() override { return act(QStringLiteral("init")); }
+    bool check() override { return act("check"); }
+    bool deploy() override { return act("deploy"); }
+    bool init() override { return act("init"); }
     bool run() override {
         // Whoever reads "hook run" may publish at once: the bus has taken this module's subscriptions by then.
-        m_connection.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
-                                                         QStringLiteral("org.freedesktop.DBus"),
-                                                         QStringLiteral("GetId")));
-        return act(QStringLiteral("run"));
+        m_connection.call(QDBusMessage::createMethodCall("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId"));
+        return act("run");
     }
-    void presentation_loaded() override { act(QStringLiteral("presentation_loaded")); }
-    void presentation_stop() override { act(QStringLiteral("presentation_stop")); }
-    bool stop() override { return act(QStringLiteral("stop")); }
-    void preSaveForSaveRestore() override { act(QStringLiteral("preSave")); }
-    void postRestoreForSaveRestore() override { act(QStringLiteral("postRestore")); }
-    bool restoreDataToDefault() override { return act(QStringLiteral("toDefault")); }
-    void restoreDataToFactory() override { act(QStringLiteral("toFactory")); }
+    void presentation_loaded() override { act("presentation_loaded"); }
+    void presentation_stop() override { act("presentation_stop"); }
+    bool stop() override { return act("stop"); }
+    void preSaveForSaveRestore() override { act("preSave"); }
+    void postRestoreForSaveRestore() override { act("postRestore"); }
+    bool restoreDataToDefault() override { return act("toDefault"); }
+    void restoreDataToFactory() override { act("toFactory"); }
 
     void script(const QString& hook, const QString& action) { m_parameters.insert(hook, action); }
 
 private:
     bool act(const QString& hook) {
-        say(QStringLiteral("hook ") + hook);
+        say(QString("hook ") + hook);
         const QString action = getParameters().value(hook);
-        if (action == QLatin1String("QString"))
-            throw QStringLiteral("thrown text");
-        if (action == QLatin1String("std"))
+        if (action == "QString")
+            throw QString("thrown text");
+        if (action == "std")
             throw std::runtime_error("thrown what");
-        if (action == QLatin1String("int"))
+        if (action == "int")
             throw 42;
-        if (action == QLatin1String("VelException"))
-            throw new VelException(this, VelException::AccessDenied, QStringLiteral("thrown exception"));
-        if (action == QLatin1String("exit"))
+        if (action == "VelException")
+            throw new VelException(this, VelException::AccessDenied, "thrown exception");
+        if (action == "exit")
             exit();
-        if (action == QLatin1String("coreLimit"))
+        if (action == "coreLimit")
             sayCoreLimit();
-        return action != QLatin1String("false");
+        return action != "false";
     }
 };
 
@@ -111,7 +109,7 @@ public Q_SLOTS:
             inside.set_value();
             std::string line;
             std::getline(std::cin, line);
-            say(QStringLiteral("worker leaves"));
+            say("worker leaves");
             module->endCriticalSection();
         }).detach();
         workerIsInside.wait();
@@ -127,17 +125,17 @@ private:
     ScriptedModule* m_module;
 };
 
-ScriptedModule::ScriptedModule() : VelModule(QStringLiteral("Scripted")) {
+ScriptedModule::ScriptedModule() : VelModule("Scripted") {
     new ScriptedAdaptor(this);
-    if (getParameters().value(QStringLiteral("stdin")) == QLatin1String("exit")) {
+    if (getParameters().value("stdin") == "exit") {
         auto* input = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
         connect(input, &QSocketNotifier::activated, this, [this, input] {
             input->setEnabled(false);
             exit();
         });
     }
-    subscribeEvent(QStringLiteral("test_save"), this, SLOT(stopForSaveRestore(VelEvent)));
-    subscribeEvent(QStringLiteral("test_restored"), this, SLOT(postOperationForRestore(VelEvent)));
+    subscribeEvent("test_save", this, SLOT(stopForSaveRestore(VelEvent)));
+    subscribeEvent("test_restored", this, SLOT(postOperationForRestore(VelEvent)));
 }
 
 int main(int argc, char** argv) {

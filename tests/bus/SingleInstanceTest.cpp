@@ -11,69 +11,62 @@ class SingleInstanceTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void secondInstanceEndsWithStatus7_data();
-    void secondInstanceEndsWithStatus7();
-    void fiftyAtOnceLeaveAtLeastOne();
+    void secondInstanceEndsWithStatus7_data() {
+        QTest::addColumn<QString>("level");
+        QTest::addColumn<QStringList>("lines");
+        const QString warning = "LOG warning: Media is already running: Stopping new instance.";
+        QTest::newRow("level 3") << "3" << QStringList();
+        QTest::newRow("level 4") << "4" << QStringList{warning};
+        QTest::newRow("level 6") << "6" << QStringList{"LOG info: The module's DBus name is Media", warning};
+    }
+
+    void secondInstanceEndsWithStatus7() {
+        QFETCH(QString, level);
+        QFETCH(QStringList, lines);
+        ChildProcess first;
+        QVERIFY(first.run(bustest::program("scripted-module"), {"--moduleName=Media"}));
+        QVERIFY(first.waitForLine("hook run"));
+
+        ChildProcess second;
+        second.setVariable("VEL_TEST_LOG", "1");
+        second.setVariable("VEL_LOG_LEVEL", level);
+        QVERIFY(second.run(bustest::program("scripted-module"), {"--moduleName=Media"}));
+        QCOMPARE(second.waitForStatus(), 7);
+        QCOMPARE(second.lines(), lines);
+
+        VelDBusInterface proxy("Media", m_other, nullptr);
+        QCOMPARE(proxy.call("state", {}).arguments(), QVariantList{"RUN"});
+    }
+
+    void fiftyAtOnceLeaveAtLeastOne() {
+        std::vector<std::unique_ptr<ChildProcess>> processes;
+        for (int index = 0; index < 50; ++index) {
+            processes.push_back(std::make_unique<ChildProcess>());
+            processes.back()->setVariable("VEL_TEST_LOG", "1");
+            processes.back()->setVariable("VEL_LOG_LEVEL", "4");
+            processes.back()->start(bustest::program("scripted-module"), {"--moduleName=Display"});
+        }
+        // Each one either sees another and ends, or gets through to RUN.
+        std::vector<ChildProcess*> running;
+        for (const auto& process : processes) {
+            if (process->waitForLine("hook run")) {
+                running.push_back(process.get());
+                continue;
+            }
+            QCOMPARE(process->waitForStatus(), 7);
+            QCOMPARE(process->lines(), QStringList{"LOG warning: Display is already running: Stopping new instance."});
+        }
+        QVERIFY(!running.empty());
+        QVERIFY(VelDBusInterface("Display", m_other, nullptr).isValid());
+
+        QVERIFY(bustest::publish(m_other, "Other", "stop_module_Display"));
+        for (ChildProcess* process : running)
+            QCOMPARE(process->waitForStatus(), 1);
+    }
 
 private:
-    QDBusConnection m_other = bustest::connectAs(QStringLiteral("other"));
+    QDBusConnection m_other = bustest::connectAs("other");
 };
-
-void SingleInstanceTest::secondInstanceEndsWithStatus7_data() {
-    QTest::addColumn<QString>("level");
-    QTest::addColumn<QStringList>("lines");
-    const QString warning = QStringLiteral("LOG warning: Media is already running: Stopping new instance.");
-    QTest::newRow("level 3") << "3" << QStringList();
-    QTest::newRow("level 4") << "4" << QStringList{warning};
-    QTest::newRow("level 6") << "6"
-                             << QStringList{QStringLiteral("LOG info: The module's DBus name is Media"), warning};
-}
-
-void SingleInstanceTest::secondInstanceEndsWithStatus7() {
-    QFETCH(QString, level);
-    QFETCH(QStringList, lines);
-    ChildProcess first;
-    QVERIFY(first.run(bustest::program(QStringLiteral("scripted-module")), {QStringLiteral("--moduleName=Media")}));
-    QVERIFY(first.waitForLine(QStringLiteral("hook run")));
-
-    ChildProcess second;
-    second.setVariable(QStringLiteral("VEL_TEST_LOG"), QStringLiteral("1"));
-    second.setVariable(QStringLiteral("VEL_LOG_LEVEL"), level);
-    QVERIFY(second.run(bustest::program(QStringLiteral("scripted-module")), {QStringLiteral("--moduleName=Media")}));
-    QCOMPARE(second.waitForStatus(), 7);
-    QCOMPARE(second.lines(), lines);
-
-    VelDBusInterface proxy(QStringLiteral("Media"), m_other, nullptr);
-    QCOMPARE(proxy.call(QStringLiteral("state"), {}).arguments(), QVariantList{QStringLiteral("RUN")});
-}
-
-void SingleInstanceTest::fiftyAtOnceLeaveAtLeastOne() {
-    std::vector<std::unique_ptr<ChildProcess>> processes;
-    for (int index = 0; index < 50; ++index) {
-        processes.push_back(std::make_unique<ChildProcess>());
-        processes.back()->setVariable(QStringLiteral("VEL_TEST_LOG"), QStringLiteral("1"));
-        processes.back()->setVariable(QStringLiteral("VEL_LOG_LEVEL"), QStringLiteral("4"));
-        processes.back()->start(bustest::program(QStringLiteral("scripted-module")),
-                                {QStringLiteral("--moduleName=Display")});
-    }
-    // Each one either sees another and ends, or gets through to RUN.
-    std::vector<ChildProcess*> running;
-    for (const auto& process : processes) {
-        if (process->waitForLine(QStringLiteral("hook run"))) {
-            running.push_back(process.get());
-            continue;
-        }
-        QCOMPARE(process->waitForStatus(), 7);
-        QCOMPARE(process->lines(),
-                 QStringList{QStringLiteral("LOG warning: Display is already running: Stopping new instance.")});
-    }
-    QVERIFY(!running.empty());
-    QVERIFY(VelDBusInterface(QStringLiteral("Display"), m_other, nullptr).isValid());
-
-    QVERIFY(bustest::publish(m_other, QStringLiteral("Other"), QStringLiteral("stop_module_Display")));
-    for (ChildProcess* process : running)
-        QCOMPARE(process->waitForStatus(), 1);
-}
 
 VEL_BUS_TEST_MAIN(SingleInstanceTest)
 #include "SingleInstanceTest.moc"

@@ -35,7 +35,7 @@ Record& record() {
 }
 
 void recordLine(const char* severity, const QString& text) {
-    const QString line = QLatin1String(severity) + QLatin1String(": ") + text;
+    const QString line = QLatin1String(severity) + ": " + text;
     const std::lock_guard<std::mutex> lock(record().mutex);
     if (record().lines.size() == mostKept)
         record().lines.removeFirst();

@@ -17,7 +17,7 @@
 
 namespace {
 
-const QString eventSignature = QStringLiteral("(ssia{ss}a{sv})");
+const QString eventSignature = "(ssia{ss}a{sv})";
 
 bool holdsDescriptor(const velctl::Value& value) {
     return value.type.contains('h') || std::any_of(value.children.begin(), value.children.end(), holdsDescriptor);
@@ -30,9 +30,9 @@ void comesBackFromItsLine(const velctl::Event& event) {
     QJsonObject line = event.toJson();
     try {
         const QJsonObject read = QJsonDocument::fromJson(QJsonDocument(line).toJson(QJsonDocument::Compact)).object();
-        QJsonObject again = velctl::Event::fromJson(read, QStringLiteral("velctl")).toJson();
-        line.remove(QStringLiteral("time"));
-        again.remove(QStringLiteral("time"));
+        QJsonObject again = velctl::Event::fromJson(read, "velctl").toJson();
+        line.remove("time");
+        again.remove("time");
         fuzz::require(again == line, "an event comes back from its line");
     } catch (const QString& reason) {
         fuzz::require(false, qPrintable(reason));
@@ -69,8 +69,7 @@ struct Listening {
     Listening() {
         registerCoreDBusTypes();
         const auto connect = [this](const char* slot) {
-            return peer.connection().connect(QString(), QString(), vel::bus::commonInterface(), QStringLiteral("event"),
-                                             &ear, slot);
+            return peer.connection().connect(QString(), QString(), vel::bus::commonInterface(), "event", &ear, slot);
         };
         fuzz::require(connect(SLOT(heard(VelEvent, QDBusMessage))) && connect(SLOT(received(QDBusMessage))),
                       "Qt hears events");

@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
         seeds.push_back(contentOf(folder.filePath(name)));
     fuzz::require(!seeds.empty(), "there is a seed");
 
-    QFile last(QString::fromLocal8Bit(argv[0]) + QStringLiteral(".input"));
+    QFile last(QString::fromLocal8Bit(argv[0]) + ".input");
     fuzz::require(last.open(QIODevice::WriteOnly), "the input can be kept");
     const auto runKept = [&last](const QByteArray& input) {
         keep(last, input);

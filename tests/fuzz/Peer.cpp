@@ -101,10 +101,9 @@ Message signalOf(bool isBigEndian, const QByteArray& member, const QByteArray& s
 }
 
 Peer::Peer() : m_connection(QString()) {
-    const QByteArray path = QFile::encodeName(m_folder.filePath(QStringLiteral("peer")));
+    const QByteArray path = QFile::encodeName(m_folder.filePath("peer"));
     const int listening = listenAt(path);
-    m_connection =
-        QDBusConnection::connectToPeer(QStringLiteral("unix:path=") + QFile::decodeName(path), QStringLiteral("fuzz"));
+    m_connection = QDBusConnection::connectToPeer(QString("unix:path=") + QFile::decodeName(path), "fuzz");
     m_socket = accept(listening, nullptr, nullptr);
     close(listening);
     require(m_socket >= 0, "Qt connects");

@@ -14,7 +14,7 @@ QString fileOf(const std::uint8_t* data, std::size_t size) {
     const bool isWritten =
         file >= 0 && ftruncate(file, 0) == 0 && pwrite(file, data, size, 0) == static_cast<ssize_t>(size);
     fuzz::require(isWritten, "there is memory for the file");
-    return QStringLiteral("/proc/self/fd/%1").arg(file);
+    return QString("/proc/self/fd/%1").arg(file);
 }
 
 } // namespace
@@ -26,7 +26,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 
     const int lines = 1 + fuzz::bytesOf(data, size).count('\n');
     for (const QString& mistake : mistakes) {
-        const int line = mistake.section(QLatin1Char(':'), 1, 1).toInt();
+        const int line = mistake.section(':', 1, 1).toInt();
         fuzz::require(line >= 1 && line <= lines, "a mistake names a line of the file");
         fuzz::require(!mistake.contains(QChar(0)), "a mistake can be shown to its end");
     }

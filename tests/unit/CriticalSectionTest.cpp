@@ -9,12 +9,12 @@
 
 namespace {
 
-const QString entering = QStringLiteral("debug: Entering critical section");
-const QString leaving = QStringLiteral("debug: Leaving critical section");
+const QString entering = "debug: Entering critical section";
+const QString leaving = "debug: Leaving critical section";
 
 class Module : public VelModule {
 public:
-    Module() : VelModule(QStringLiteral("Tuner")) {}
+    Module() : VelModule("Tuner") {}
 
     bool sectionIsFree() {
         if (!m_criticalSectionMutex.tryLock())
@@ -30,58 +30,54 @@ class CriticalSectionTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void secondThreadWaitsUntilTheFirstLeaves();
-    void onlyTheHolderLeaves();
+    void init() {
+        setRecordedLevel(7);
+        clearRecordedLines();
+    }
+
+    void secondThreadWaitsUntilTheFirstLeaves() {
+        std::atomic<bool> firstHasLeft{false};
+        bool secondCameAfterwards = false;
+        m_module.beginCriticalSection();
+        std::thread second([&] {
+            m_module.beginCriticalSection();
+            secondCameAfterwards = firstHasLeft;
+            m_module.endCriticalSection();
+        });
+        // Its line is written before it waits, so it is at the door now.
+        const bool secondIsAtTheDoor = QTest::qWaitFor([] { return recordedLines().count(entering) == 2; });
+        firstHasLeft = true;
+        m_module.endCriticalSection();
+        second.join();
+        QVERIFY(secondIsAtTheDoor);
+        QVERIFY(secondCameAfterwards);
+        QCOMPARE(recordedLines(), (QStringList{entering, entering, leaving, leaving}));
+        QVERIFY(m_module.sectionIsFree());
+    }
+
+    void onlyTheHolderLeaves() {
+        m_module.endCriticalSection(); // nobody is inside
+        m_module.beginCriticalSection();
+        std::thread([&] { m_module.endCriticalSection(); }).join();
+        const bool stillHeld = !m_module.sectionIsFree();
+        m_module.endCriticalSection();
+        m_module.endCriticalSection();
+        QVERIFY(stillHeld);
+        QVERIFY(m_module.sectionIsFree());
+        QCOMPARE(recordedLines(), (QStringList{entering, leaving}));
+
+        // Its line is about the log level, its effect is not.
+        setRecordedLevel(6);
+        m_module.beginCriticalSection();
+        QVERIFY(!m_module.sectionIsFree());
+        m_module.endCriticalSection();
+        QVERIFY(m_module.sectionIsFree());
+        QCOMPARE(recordedLines().size(), 2);
+    }
 
 private:
     Module m_module;
 };
-
-void CriticalSectionTest::init() {
-    setRecordedLevel(7);
-    clearRecordedLines();
-}
-
-void CriticalSectionTest::secondThreadWaitsUntilTheFirstLeaves() {
-    std::atomic<bool> firstHasLeft{false};
-    bool secondCameAfterwards = false;
-    m_module.beginCriticalSection();
-    std::thread second([&] {
-        m_module.beginCriticalSection();
-        secondCameAfterwards = firstHasLeft;
-        m_module.endCriticalSection();
-    });
-    // Its line is written before it waits, so it is at the door now.
-    const bool secondIsAtTheDoor = QTest::qWaitFor([] { return recordedLines().count(entering) == 2; });
-    firstHasLeft = true;
-    m_module.endCriticalSection();
-    second.join();
-    QVERIFY(secondIsAtTheDoor);
-    QVERIFY(secondCameAfterwards);
-    QCOMPARE(recordedLines(), (QStringList{entering, entering, leaving, leaving}));
-    QVERIFY(m_module.sectionIsFree());
-}
-
-void CriticalSectionTest::onlyTheHolderLeaves() {
-    m_module.endCriticalSection(); // nobody is inside
-    m_module.beginCriticalSection();
-    std::thread([&] { m_module.endCriticalSection(); }).join();
-    const bool stillHeld = !m_module.sectionIsFree();
-    m_module.endCriticalSection();
-    m_module.endCriticalSection();
-    QVERIFY(stillHeld);
-    QVERIFY(m_module.sectionIsFree());
-    QCOMPARE(recordedLines(), (QStringList{entering, leaving}));
-
-    // Its line is about the log level, its effect is not.
-    setRecordedLevel(6);
-    m_module.beginCriticalSection();
-    QVERIFY(!m_module.sectionIsFree());
-    m_module.endCriticalSection();
-    QVERIFY(m_module.sectionIsFree());
-    QCOMPARE(recordedLines().size(), 2);
-}
 
 QTEST_GUILESS_MAIN(CriticalSectionTest)
 #include "CriticalSectionTest.moc"

@@ -10,27 +10,25 @@ class EmulatorTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void droppedProcessEndsAlone();
-};
+    void droppedProcessEndsAlone() {
+        const int everybody = -1;
+        QCOMPARE(kill(everybody, 0), -1); // asks only; were it allowed, this test would not go on
+        QCOMPARE(errno, EPERM);
 
-void EmulatorTest::droppedProcessEndsAlone() {
-    const int everybody = -1;
-    QCOMPARE(kill(everybody, 0), -1); // asks only; were it allowed, this test would not go on
-    QCOMPARE(errno, EPERM);
-
-    QProcess bystander;
-    bystander.start("cat", QStringList());
-    QVERIFY(bystander.waitForStarted());
-    {
-        QProcess dropped;
-        dropped.start("cat", QStringList());
-        QVERIFY(dropped.waitForStarted());
-        QVERIFY(dropped.processId() > 0);
+        QProcess bystander;
+        bystander.start("cat", QStringList());
+        QVERIFY(bystander.waitForStarted());
+        {
+            QProcess dropped;
+            dropped.start("cat", QStringList());
+            QVERIFY(dropped.waitForStarted());
+            QVERIFY(dropped.processId() > 0);
+        }
+        bystander.write("alive\n");
+        QVERIFY(bystander.waitForReadyRead(60000));
+        QCOMPARE(bystander.readLine(), QByteArray("alive\n"));
     }
-    bystander.write("alive\n");
-    QVERIFY(bystander.waitForReadyRead(60000));
-    QCOMPARE(bystander.readLine(), QByteArray("alive\n"));
-}
+};
 
 QTEST_GUILESS_MAIN(EmulatorTest)
 #include "EmulatorTest.moc"

@@ -25,7 +25,7 @@ struct Jammed {};
 namespace {
 
 VelException* boom() {
-    return new VelException(nullptr, VelException::Timeout, QStringLiteral("boom"));
+    return new VelException(nullptr, VelException::Timeout, "boom");
 }
 
 // Does in its event handler what it was told.
@@ -53,104 +53,96 @@ class ExceptionNetTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void whatASlotThrowsIsOneErrorLine_data();
-    void whatASlotThrowsIsOneErrorLine();
-    void caughtVelExceptionIsDeleted();
-    void cancelledThreadEndsWithoutAborting();
-    void namesAreDemangled_data();
-    void namesAreDemangled();
-};
+    void init() {
+        setRecordedLevel(3);
+        clearRecordedLines();
+    }
 
-void ExceptionNetTest::init() {
-    setRecordedLevel(3);
-    clearRecordedLines();
-}
+    void whatASlotThrowsIsOneErrorLine_data() {
+        QTest::addColumn<Throw>("thrower");
+        QTest::addColumn<QString>("line");
+        const auto row = [](const char* title, Throw thrower, const char* line) {
+            QTest::newRow(title) << thrower << QString::fromUtf8(line);
+        };
+        row(
+            "VelException", [] { throw boom(); }, "error: VelException catch in VelApplication: boom");
+        row(
+            "null VelException", [] { throw static_cast<VelException*>(nullptr); },
+            "error: VelException catch in VelApplication: ");
+        row(
+            "std exception", [] { throw std::runtime_error("x"); }, "error: std exception catch in VelApplication: x");
+        row(
+            "QString", [] { throw QString("no station"); },
+            "error: QString exception catch in VelApplication: no station");
+        row(
+            "int", [] { throw 42; }, "error: Unknown exception catch in VelApplication: int");
+        row(
+            "class", [] { throw radio::Jammed(); }, "error: Unknown exception catch in VelApplication: radio::Jammed");
+    }
 
-void ExceptionNetTest::whatASlotThrowsIsOneErrorLine_data() {
-    QTest::addColumn<Throw>("thrower");
-    QTest::addColumn<QString>("line");
-    const auto row = [](const char* title, Throw thrower, const char* line) {
-        QTest::newRow(title) << thrower << QString::fromUtf8(line);
-    };
-    row(
-        "VelException", [] { throw boom(); }, "error: VelException catch in VelApplication: boom");
-    row(
-        "null VelException", [] { throw static_cast<VelException*>(nullptr); },
-        "error: VelException catch in VelApplication: ");
-    row(
-        "std exception", [] { throw std::runtime_error("x"); }, "error: std exception catch in VelApplication: x");
-    row(
-        "QString", [] { throw QStringLiteral("no station"); },
-        "error: QString exception catch in VelApplication: no station");
-    row(
-        "int", [] { throw 42; }, "error: Unknown exception catch in VelApplication: int");
-    row(
-        "class", [] { throw radio::Jammed(); }, "error: Unknown exception catch in VelApplication: radio::Jammed");
-}
+    void whatASlotThrowsIsOneErrorLine() {
+        QFETCH(Throw, thrower);
+        bool nextIsServed = false;
+        QObject receiver;
+        QMetaObject::invokeMethod(
+            &receiver, [&] { thrower(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            &receiver, [&] { nextIsServed = true; }, Qt::QueuedConnection);
+        QCoreApplication::processEvents();
+        QVERIFY(nextIsServed);
+        QTEST(recordedLines().join('\n'), "line");
 
-void ExceptionNetTest::whatASlotThrowsIsOneErrorLine() {
-    QFETCH(Throw, thrower);
-    bool nextIsServed = false;
-    QObject receiver;
-    QMetaObject::invokeMethod(
-        &receiver, [&] { thrower(); }, Qt::QueuedConnection);
-    QMetaObject::invokeMethod(
-        &receiver, [&] { nextIsServed = true; }, Qt::QueuedConnection);
-    QCoreApplication::processEvents();
-    QVERIFY(nextIsServed);
-    QTEST(recordedLines().join(QLatin1Char('\n')), "line");
+        clearRecordedLines();
+        QVERIFY(!velGuarded([&] { thrower(); })); // the same net, for code that needs it earlier
+        QTEST(recordedLines().join('\n'), "line");
+    }
 
-    clearRecordedLines();
-    QVERIFY(!velGuarded([&] { thrower(); })); // the same net, for code that needs it earlier
-    QTEST(recordedLines().join(QLatin1Char('\n')), "line");
-}
+    void caughtVelExceptionIsDeleted() {
+        const QPointer<VelException> exception = boom();
+        Receiver receiver([&] { throw exception.data(); });
+        QVERIFY(!deliverTo(receiver));
+        QVERIFY(!exception);
+        setRecordedLevel(2); // deleted whether it was logged or not
+        const QPointer<VelException> silent = boom();
+        Receiver other([&] { throw silent.data(); });
+        QVERIFY(!deliverTo(other));
+        QVERIFY(!silent);
+    }
 
-void ExceptionNetTest::caughtVelExceptionIsDeleted() {
-    const QPointer<VelException> exception = boom();
-    Receiver receiver([&] { throw exception.data(); });
-    QVERIFY(!deliverTo(receiver));
-    QVERIFY(!exception);
-    setRecordedLevel(2); // deleted whether it was logged or not
-    const QPointer<VelException> silent = boom();
-    Receiver other([&] { throw silent.data(); });
-    QVERIFY(!deliverTo(other));
-    QVERIFY(!silent);
-}
-
-void ExceptionNetTest::cancelledThreadEndsWithoutAborting() {
+    void cancelledThreadEndsWithoutAborting() {
 #ifdef VEL_TEST_SANITIZED
-    QSKIP("a sanitizer takes the catch of a cancellation, which has no object, for a null reference");
+        QSKIP("a sanitizer takes the catch of a cancellation, which has no object, for a null reference");
 #endif
-    pthread_t thread;
-    const auto cancelInsideADelivery = [](void*) -> void* {
-        Receiver receiver([] {
-            pthread_cancel(pthread_self());
-            pthread_testcancel();
-        });
-        deliverTo(receiver);
-        return nullptr;
-    };
-    QCOMPARE(pthread_create(&thread, nullptr, cancelInsideADelivery, nullptr), 0);
-    void* result = nullptr;
-    QCOMPARE(pthread_join(thread, &result), 0);
-    QCOMPARE(result, PTHREAD_CANCELED);
-    QCOMPARE(recordedLines(), QStringList());
-}
+        pthread_t thread;
+        const auto cancelInsideADelivery = [](void*) -> void* {
+            Receiver receiver([] {
+                pthread_cancel(pthread_self());
+                pthread_testcancel();
+            });
+            deliverTo(receiver);
+            return nullptr;
+        };
+        QCOMPARE(pthread_create(&thread, nullptr, cancelInsideADelivery, nullptr), 0);
+        void* result = nullptr;
+        QCOMPARE(pthread_join(thread, &result), 0);
+        QCOMPARE(result, PTHREAD_CANCELED);
+        QCOMPARE(recordedLines(), QStringList());
+    }
 
-void ExceptionNetTest::namesAreDemangled_data() {
-    QTest::addColumn<QString>("readable");
-    QTest::newRow(typeid(int).name()) << "int";
-    QTest::newRow(typeid(QString).name()) << "QString";
-    QTest::newRow(typeid(std::vector<radio::Jammed>).name())
-        << "std::vector<radio::Jammed, std::allocator<radio::Jammed> >";
-    for (const char* unreadable : {"", "not mangled", "_Z", "*", "N"})
-        QTest::newRow(unreadable) << unreadable;
-}
+    void namesAreDemangled_data() {
+        QTest::addColumn<QString>("readable");
+        QTest::newRow(typeid(int).name()) << "int";
+        QTest::newRow(typeid(QString).name()) << "QString";
+        QTest::newRow(typeid(std::vector<radio::Jammed>).name())
+            << "std::vector<radio::Jammed, std::allocator<radio::Jammed> >";
+        for (const char* unreadable : {"", "not mangled", "_Z", "*", "N"})
+            QTest::newRow(unreadable) << unreadable;
+    }
 
-void ExceptionNetTest::namesAreDemangled() {
-    QTEST(QString::fromStdString(util_demangle(QTest::currentDataTag())), "readable");
-}
+    void namesAreDemangled() {
+        QTEST(QString::fromStdString(util_demangle(QTest::currentDataTag())), "readable");
+    }
+};
 
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);

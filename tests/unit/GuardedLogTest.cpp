@@ -8,44 +8,40 @@ class GuardedLogTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void levelDecidesWhichLinesAreBuiltAndWritten_data();
-    void levelDecidesWhichLinesAreBuiltAndWritten();
-};
+    void levelDecidesWhichLinesAreBuiltAndWritten_data() {
+        QTest::addColumn<int>("level");
+        QTest::addColumn<int>("lines");
+        const int linesByLevel[] = {0, 0, 0, 1, 2, 2, 3, 4, 4};
+        for (int level = 0; level <= 8; ++level)
+            QTest::addRow("%d", level) << level << linesByLevel[level];
+        QTest::newRow("negative") << -7 << 0;
+    }
 
-void GuardedLogTest::levelDecidesWhichLinesAreBuiltAndWritten_data() {
-    QTest::addColumn<int>("level");
-    QTest::addColumn<int>("lines");
-    const int linesByLevel[] = {0, 0, 0, 1, 2, 2, 3, 4, 4};
-    for (int level = 0; level <= 8; ++level)
-        QTest::addRow("%d", level) << level << linesByLevel[level];
-    QTest::newRow("negative") << -7 << 0;
-}
-
-void GuardedLogTest::levelDecidesWhichLinesAreBuiltAndWritten() {
-    QFETCH(int, level);
-    QFETCH(int, lines);
-    clearRecordedLines();
-    setRecordedLevel(level);
-    QStringList built;
-    const auto line = [&built](const char* severity) {
-        return [&built, severity] {
-            built << QString::fromLatin1(severity);
-            return built.last();
+    void levelDecidesWhichLinesAreBuiltAndWritten() {
+        QFETCH(int, level);
+        QFETCH(int, lines);
+        clearRecordedLines();
+        setRecordedLevel(level);
+        QStringList built;
+        const auto line = [&built](const char* severity) {
+            return [&built, severity] {
+                built << QString::fromLatin1(severity);
+                return built.last();
+            };
         };
-    };
-    vel::logError(line("error"));
-    vel::logWarning(line("warning"));
-    vel::logInfo(line("info"));
-    vel::logDebug(line("debug"));
+        vel::logError(line("error"));
+        vel::logWarning(line("warning"));
+        vel::logInfo(line("info"));
+        vel::logDebug(line("debug"));
 
-    const QStringList all{QStringLiteral("error"), QStringLiteral("warning"), QStringLiteral("info"),
-                          QStringLiteral("debug")};
-    QCOMPARE(built, all.mid(0, lines));
-    QStringList expected;
-    for (const QString& severity : built)
-        expected << severity + QStringLiteral(": ") + severity;
-    QCOMPARE(recordedLines(), expected);
-}
+        const QStringList all{"error", "warning", "info", "debug"};
+        QCOMPARE(built, all.mid(0, lines));
+        QStringList expected;
+        for (const QString& severity : built)
+            expected << severity + ": " + severity;
+        QCOMPARE(recordedLines(), expected);
+    }
+};
 
 QTEST_GUILESS_MAIN(GuardedLogTest)
 #include "GuardedLogTest.moc"

@@ -68,7 +68,7 @@ private:
 };
 
 VelLogger* defaultLogger() {
-    return logger(QStringLiteral(""));
+    return logger("");
 }
 
 void setLevelOf(const char* facility, int level) {
@@ -79,7 +79,7 @@ QString formatted(QtMsgType type) {
     return qFormatLogMessage(type, QMessageLogContext("f.cpp", 1, "f", "vel.clock"), "100 % done");
 }
 
-const QString qtDefaultPattern = QStringLiteral("%{if-category}%{category}: %{endif}%{message}");
+const QString qtDefaultPattern = "%{if-category}%{category}: %{endif}%{message}";
 
 } // namespace
 
@@ -108,9 +108,7 @@ private slots:
     void cleanup() { clearLoggerList(); }
 
     void textsArriveUnchangedUnderTheirSeverityAndCategory() {
-        const QString text = QString::fromUtf8("  50 %s \"quoted\"\t\\ Gr\xc3\xb6\xc3\x9f"
-                                               "e\nnext ") +
-                             QChar(0) + "end ";
+        const QString text = QString("  50 %s \"quoted\"\t\\ Größe\nnext ") + QChar(0) + "end ";
         setLevelOf("", 7);
         const Collecting collecting;
 
@@ -131,11 +129,9 @@ private slots:
     void theLevelIsTheOneRule_data() {
         QTest::addColumn<int>("level");
         QTest::addColumn<QString>("written");
-        QTest::newRow("negative") << -1 << "";
         QTest::newRow("2") << 2 << "";
         QTest::newRow("3") << 3 << "e";
         QTest::newRow("4") << 4 << "ew";
-        QTest::newRow("5") << 5 << "ew";
         QTest::newRow("6") << 6 << "ewi";
         QTest::newRow("7") << 7 << "ewidd";
     }
@@ -251,7 +247,7 @@ private slots:
     }
 
     void aFilteredOutLineAllocatesNothing() {
-        const QString text = QStringLiteral("text");
+        const QString text = "text";
         {
             const Collecting collecting;
             const int before = allocations;
@@ -262,10 +258,10 @@ private slots:
         }
         const auto allocationsOfDebugLines = [&text] {
             const int before = allocations;
-            if (logger(QStringLiteral(""))->level() > 6)
+            if (logger(QString())->level() > 6)
                 QTest::qFail("debug lines pass", __FILE__, __LINE__);
-            logger(QStringLiteral(""))->debug("plain text");
-            logger(QStringLiteral(""))->debug(text);
+            logger(QString())->debug("plain text");
+            logger(QString())->debug(text);
             return allocations - before;
         };
         QCOMPARE(allocationsOfDebugLines(), 0);

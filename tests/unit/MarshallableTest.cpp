@@ -19,7 +19,7 @@ namespace {
 struct Unregistered {};
 
 QVariant inMap(const QVariant& value) {
-    return QVariantMap{{QStringLiteral("good"), 1}, {QStringLiteral("value"), value}};
+    return QVariantMap{{"good", 1}, {"value", value}};
 }
 
 QVariant inList(const QVariant& value) {
@@ -31,7 +31,7 @@ QVariant inVariant(const QVariant& value) {
 }
 
 QVariant inEvent(const QVariant& value) {
-    return QVariant::fromValue(VelEvent(QStringLiteral("event"), inMap(value).toMap(), QString()));
+    return QVariant::fromValue(VelEvent("event", inMap(value).toMap(), QString()));
 }
 
 QVariant nested(QVariant (*container)(const QVariant&), int times) {
@@ -49,69 +49,66 @@ class MarshallableTest : public QObject {
 
 private Q_SLOTS:
     void initTestCase() { registerCoreDBusTypes(); }
-    void onlyWhatHasADBusFormMayTravel_data();
-    void onlyWhatHasADBusFormMayTravel();
-};
+    void onlyWhatHasADBusFormMayTravel_data() {
+        QTest::addColumn<QVariant>("value");
+        QTest::addColumn<bool>("expected");
+        const auto travels = [](const char* title, const QVariant& value) { QTest::newRow(title) << value << true; };
+        const auto stays = [](const char* title, const QVariant& value) { QTest::newRow(title) << value << false; };
 
-void MarshallableTest::onlyWhatHasADBusFormMayTravel_data() {
-    QTest::addColumn<QVariant>("value");
-    QTest::addColumn<bool>("expected");
-    const auto travels = [](const char* title, const QVariant& value) { QTest::newRow(title) << value << true; };
-    const auto stays = [](const char* title, const QVariant& value) { QTest::newRow(title) << value << false; };
+        travels("int", 1);
+        travels("null text", QString());
+        travels("text list", QStringList{QString()});
+        travels("bytes", QByteArray());
+        travels("empty containers", inMap(inList(inVariant(inEvent(QVariantMap())))));
+        travels("object path", QVariant::fromValue(QDBusObjectPath("/Tuner")));
+        travels("signature", QVariant::fromValue(QDBusSignature("a{sv}")));
+        travels("file descriptor", QVariant::fromValue(QDBusUnixFileDescriptor(STDIN_FILENO)));
 
-    travels("int", 1);
-    travels("null text", QString());
-    travels("text list", QStringList{QString()});
-    travels("bytes", QByteArray());
-    travels("empty containers", inMap(inList(inVariant(inEvent(QVariantMap())))));
-    travels("object path", QVariant::fromValue(QDBusObjectPath(QStringLiteral("/Tuner"))));
-    travels("signature", QVariant::fromValue(QDBusSignature(QStringLiteral("a{sv}"))));
-    travels("file descriptor", QVariant::fromValue(QDBusUnixFileDescriptor(STDIN_FILENO)));
+        const QVariant misfits[] = {
+            QVariant(),
+            QVariant::fromValue(Unregistered()),
+            QVariant(1.0f), // the bus knows only one floating-point type
+            QVariant(QChar('a')),
+            QVariant::fromValue(QDBusObjectPath()),
+            QVariant::fromValue(QDBusSignature()),
+            QVariant::fromValue(QDBusUnixFileDescriptor()),
+            QVariant::fromValue(QDBusArgument()),
+        };
+        for (const QVariant& misfit : misfits) {
+            const QByteArray type = misfit.isValid() ? misfit.typeName() : "invalid";
+            stays(type, misfit);
+            stays("in a map: " + type, inMap(misfit));
+            stays("in a list: " + type, inList(misfit));
+            stays("in a hash: " + type, QVariantHash{{"value", misfit}});
+            stays("in a variant: " + type, inVariant(misfit));
+            stays("in an event: " + type, inEvent(misfit));
+            stays("deep inside: " + type, inEvent(inMap(inList(inVariant(misfit)))));
+        }
 
-    const QVariant misfits[] = {
-        QVariant(),
-        QVariant::fromValue(Unregistered()),
-        QVariant(1.0f), // the bus knows only one floating-point type
-        QVariant(QChar('a')),
-        QVariant::fromValue(QDBusObjectPath()),
-        QVariant::fromValue(QDBusSignature()),
-        QVariant::fromValue(QDBusUnixFileDescriptor()),
-        QVariant::fromValue(QDBusArgument()),
-    };
-    for (const QVariant& misfit : misfits) {
-        const QByteArray type = misfit.isValid() ? misfit.typeName() : "invalid";
-        stays(type, misfit);
-        stays("in a map: " + type, inMap(misfit));
-        stays("in a list: " + type, inList(misfit));
-        stays("in a hash: " + type, QVariantHash{{QStringLiteral("value"), misfit}});
-        stays("in a variant: " + type, inVariant(misfit));
-        stays("in an event: " + type, inEvent(misfit));
-        stays("deep inside: " + type, inEvent(inMap(inList(inVariant(misfit)))));
+        // 64 MiB in all.
+        constexpr int mebibyte = 1024 * 1024;
+        travels("60 MiB of bytes", inMap(QByteArray(60 * mebibyte, 'a')));
+        stays("64 MiB of bytes", inMap(QByteArray(64 * mebibyte, 'a')));
+        travels("60 MiB of text", inMap(QString(60 * mebibyte, 'a')));
+        stays("64 MiB in three texts",
+              inList(QStringList{QString(30 * mebibyte, 'a'), QString(), QString(17 * mebibyte, QChar(0xe4))}));
+
+        // 63 levels in all: a list of variants is two, a map of variants three, an event four.
+        travels("31 lists", nested(inList, 31));
+        stays("32 lists", nested(inList, 32));
+        travels("21 maps", nested(inMap, 21));
+        stays("22 maps", nested(inMap, 22));
+        travels("63 variants", nested(inVariant, 63));
+        stays("64 variants", nested(inVariant, 64));
+        travels("15 events", nested(inEvent, 15));
+        stays("16 events", nested(inEvent, 16));
     }
 
-    // 64 MiB in all.
-    constexpr int mebibyte = 1024 * 1024;
-    travels("60 MiB of bytes", inMap(QByteArray(60 * mebibyte, 'a')));
-    stays("64 MiB of bytes", inMap(QByteArray(64 * mebibyte, 'a')));
-    travels("60 MiB of text", inMap(QString(60 * mebibyte, QLatin1Char('a'))));
-    stays("64 MiB in three texts", inList(QStringList{QString(30 * mebibyte, QLatin1Char('a')), QString(),
-                                                      QString(17 * mebibyte, QChar(0xe4))}));
-
-    // 63 levels in all: a list of variants is two, a map of variants three, an event four.
-    travels("31 lists", nested(inList, 31));
-    stays("32 lists", nested(inList, 32));
-    travels("21 maps", nested(inMap, 21));
-    stays("22 maps", nested(inMap, 22));
-    travels("63 variants", nested(inVariant, 63));
-    stays("64 variants", nested(inVariant, 64));
-    travels("15 events", nested(inEvent, 15));
-    stays("16 events", nested(inEvent, 16));
-}
-
-void MarshallableTest::onlyWhatHasADBusFormMayTravel() {
-    QFETCH(QVariant, value);
-    QTEST(vel::isMarshallable(value), "expected");
-}
+    void onlyWhatHasADBusFormMayTravel() {
+        QFETCH(QVariant, value);
+        QTEST(vel::isMarshallable(value), "expected");
+    }
+};
 
 QTEST_GUILESS_MAIN(MarshallableTest)
 #include "MarshallableTest.moc"

@@ -8,30 +8,27 @@ class StartUpRecordTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void versionBlockIsTheFileAndTheBuildsStamp();
-    void memoryMapIsThatOfThisProcess();
+    void versionBlockIsTheFileAndTheBuildsStamp() {
+        QByteArray expected;
+        QFile versions("/etc/versions"); // most machines have none
+        if (versions.open(QIODevice::ReadOnly))
+            expected = versions.readAll();
+        for (const QByteArray& line : QByteArray(VEL_CONFIGURED_STAMP).split('|'))
+            expected += '\n' + line + '\n';
+
+        QVERIFY(vel::versionBlock.isEmpty());
+        vel::recordVersions();
+        QCOMPARE(vel::versionBlock, expected);
+    }
+
+    void memoryMapIsThatOfThisProcess() {
+        QVERIFY(vel::memoryMapSnapshot.isEmpty());
+        vel::recordMemoryMap();
+        QVERIFY(vel::memoryMapSnapshot.contains("libQt5Core"));
+        QVERIFY(vel::memoryMapSnapshot.contains(QCoreApplication::applicationFilePath().toUtf8()));
+        QVERIFY(vel::memoryMapSnapshot.endsWith('\n'));
+    }
 };
-
-void StartUpRecordTest::versionBlockIsTheFileAndTheBuildsStamp() {
-    QByteArray expected;
-    QFile versions(QStringLiteral("/etc/versions")); // most machines have none
-    if (versions.open(QIODevice::ReadOnly))
-        expected = versions.readAll();
-    for (const QByteArray& line : QByteArray(VEL_CONFIGURED_STAMP).split('|'))
-        expected += '\n' + line + '\n';
-
-    QVERIFY(vel::versionBlock.isEmpty());
-    vel::recordVersions();
-    QCOMPARE(vel::versionBlock, expected);
-}
-
-void StartUpRecordTest::memoryMapIsThatOfThisProcess() {
-    QVERIFY(vel::memoryMapSnapshot.isEmpty());
-    vel::recordMemoryMap();
-    QVERIFY(vel::memoryMapSnapshot.contains("libQt5Core"));
-    QVERIFY(vel::memoryMapSnapshot.contains(QCoreApplication::applicationFilePath().toUtf8()));
-    QVERIFY(vel::memoryMapSnapshot.endsWith('\n'));
-}
 
 QTEST_GUILESS_MAIN(StartUpRecordTest)
 #include "StartUpRecordTest.moc"
