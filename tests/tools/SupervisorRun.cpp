@@ -1,6 +1,8 @@
 // One run of the supervisor.
 #include "SupervisorRun.h"
 
+#include "process/ProcessInfo.h"
+
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -18,16 +20,6 @@ constexpr int longestWaitMs = 60000;
 QString nextConnectionName() {
     static int count = 0;
     return QString("test %1").arg(++count);
-}
-
-QByteArray readProcFile(pid_t process, const char* name) {
-    QFile file(QString("/proc/%1/%2").arg(process).arg(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QByteArray statAfterName(pid_t process) {
-    const QByteArray stat = readProcFile(process, "stat");
-    return stat.isEmpty() ? stat : stat.mid(stat.lastIndexOf(')') + 2);
 }
 
 } // namespace
@@ -142,8 +134,8 @@ bool SupervisorRun::isServing(const QString& module) const {
 }
 
 char processState(pid_t process) {
-    const QByteArray stat = statAfterName(process);
-    return stat.isEmpty() || stat.at(0) == 'Z' || stat.at(0) == 'X' ? '\0' : stat.at(0);
+    const ProcessInfo info = processInfo(process);
+    return info.hasEnded() ? '\0' : info.state;
 }
 
 bool waitForState(pid_t process, const QByteArray& states) {
@@ -152,15 +144,11 @@ bool waitForState(pid_t process, const QByteArray& states) {
 
 QList<pid_t> childrenOf(pid_t process) {
     QList<pid_t> children;
-    const QStringList entries = QDir("/proc").entryList(QDir::Dirs);
-    for (const QString& entry : entries) {
-        const pid_t one = entry.toInt();
-        if (one > 0 && statAfterName(one).split(' ').value(1).toInt() == process)
-            children += one;
-    }
+    for (const ChildInfo& child : childrenOf(static_cast<qint64>(process)))
+        children += static_cast<pid_t>(child.pid);
     return children;
 }
 
 QString nameOf(pid_t process) {
-    return QString::fromLocal8Bit(readProcFile(process, "comm").trimmed());
+    return processInfo(process).name;
 }

@@ -18,7 +18,7 @@
 // is resumed once it is seen stopped without one.
 #include "FreezeWatch.h"
 
-#include "ProcessState.h"
+#include "process/ThreadStates.h"
 
 #include <VelEvent>
 
@@ -104,7 +104,7 @@ void FreezeWatch::probe() {
 
 void FreezeWatch::takeProbe(QDBusPendingCallWatcher* reply) {
     const bool isAnswered = !reply->isError();
-    if (!isAnswered && stateOf(m_process) != ProcessState::Gone) {
+    if (!isAnswered && stateOf(m_process) != ThreadStates::Gone) {
         // Its connection, or the whole bus, is lost, and the process is still there: it may freeze yet, without a word.
         if (m_state == State::Asking)
             enter(State::Answered);
@@ -132,36 +132,36 @@ void FreezeWatch::look() {
     if (m_isProven)
         return;
     switch (stateOf(m_process)) {
-    case ProcessState::Gone:
+    case ThreadStates::Gone:
         m_isProven = true;
         enter(State::Gone);
         if (m_isReleased)
             finishUnlessDormant();
         return;
-    case ProcessState::Stopped:
+    case ThreadStates::Stopped:
         if (m_isReleased)
             resume();
         else if (m_state == State::Answered)
             return enter(State::Frozen); // looked at again once it is released
         break;
-    case ProcessState::Running:
-    case ProcessState::Traced:
+    case ThreadStates::Running:
+    case ThreadStates::Traced:
         break;
     }
     m_look.start(std::min(std::max(m_look.interval() * 2, shortestLookMs), longestLookMs));
 }
 
 bool FreezeWatch::isStillFrozen() const {
-    return m_state == State::Frozen && !m_isProven && stateOf(m_process) == ProcessState::Stopped;
+    return m_state == State::Frozen && !m_isProven && stateOf(m_process) == ThreadStates::Stopped;
 }
 
 QString FreezeWatch::reason() const {
-    const ProcessState process = m_process > 0 ? stateOf(m_process) : ProcessState::Gone;
+    const ThreadStates process = m_process > 0 ? stateOf(m_process) : ThreadStates::Gone;
     const QString held =
-        process == ProcessState::Traced ? QString(": process %1 debugs it").arg(tracerOf(m_process)) : QString();
+        process == ThreadStates::Traced ? QString(": process %1 debugs it").arg(tracerOf(m_process)) : QString();
     switch (m_state) {
     case State::Asking:
-        return process == ProcessState::Stopped ? QString("did not answer in time: somebody else has stopped it")
+        return process == ThreadStates::Stopped ? QString("did not answer in time: somebody else has stopped it")
                                                 : "did not answer in time" + held;
     case State::Answered:
         return "answered, but did not freeze in time" + held;
@@ -170,7 +170,7 @@ QString FreezeWatch::reason() const {
     case State::Gone:
         return m_process > 0 ? "ended meanwhile" : "is not on the bus";
     case State::Frozen:
-        if (process == ProcessState::Gone)
+        if (process == ThreadStates::Gone)
             return "ended meanwhile";
         return isStillFrozen() ? QString() : QString("was resumed too early, by somebody else");
     }

@@ -6,7 +6,7 @@
 
 #include "ModuleNames.h"
 #include "Suggestion.h"
-#include "WaitingFor.h"
+#include "process/WaitingFor.h"
 
 #include <QDBusPendingCall>
 

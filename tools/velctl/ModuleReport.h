@@ -3,8 +3,8 @@
 
 #include "Bus.h"
 #include "Failure.h"
-#include "ProcessInfo.h"
 #include "Table.h"
+#include "process/ProcessInfo.h"
 
 #include <QJsonObject>
 

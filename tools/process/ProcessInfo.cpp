@@ -1,9 +1,9 @@
-// What the kernel says about a module's process.
+// What the kernel says about a process.
 //
 // How a saved module is told from one that somebody else stopped: it stops itself by running the program
 // `kill` and waiting for its end. It is stopped before it can take note of that end, so a child of that name
 // remains for as long as the module is stopped. Another's SIGSTOP leaves no such child.
-#include "ProcessInfo.h"
+#include "process/ProcessInfo.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,19 +13,12 @@
 #include <gnu/libc-version.h>
 #include <unistd.h>
 
-namespace velctl {
-
 namespace {
-
-QByteArray contentOf(qint64 pid, const char* name) {
-    QFile file(QString("/proc/%1/%2").arg(pid).arg(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // "PID (NAME) STATE PARENT ...": the name may hold anything, so the last parenthesis counts.
 struct Stat {
     explicit Stat(qint64 pid) {
-        const QByteArray text = contentOf(pid, "stat");
+        const QByteArray text = procFile(pid, "stat");
         const int open = text.indexOf('(');
         const int close = text.lastIndexOf(')');
         if (open < 0 || close < open)
@@ -58,16 +51,23 @@ bool neededPreloading() {
 
 } // namespace
 
+QByteArray procFile(qint64 pid, const char* name) {
+    QFile file(QString("/proc/%1/%2").arg(pid).arg(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 ProcessInfo processInfo(qint64 pid) {
     ProcessInfo info;
     info.pid = pid;
     const Stat stat(pid);
     if (pid <= 0 || stat.fields.isEmpty())
         return info;
+    info.parent = stat.field(parentField).toLongLong();
+    info.name = stat.name;
     info.state = stat.field(stateField).at(0);
     info.program = QFile::symLinkTarget(QString("/proc/%1/exe").arg(pid));
     if (info.program.isEmpty())
-        info.program = QFile::decodeName(contentOf(pid, "cmdline").split('\0').value(0));
+        info.program = QFile::decodeName(procFile(pid, "cmdline").split('\0').value(0));
     info.memory = stat.field(residentPagesField).toLongLong() * sysconf(_SC_PAGESIZE);
     info.uptime = secondsSince(stat.field(startTimeField).toLongLong());
     if (info.isStopped()) {
@@ -93,15 +93,13 @@ QList<ChildInfo> childrenOf(qint64 pid) {
 }
 
 QString whyTracingWritesNothing(qint64 pid) {
-    const QByteArray environment = contentOf(pid, "environ");
+    const QByteArray environment = procFile(pid, "environ");
     if (environment.isEmpty())
         return QString();
     QStringList missing;
-    if (neededPreloading() && !contentOf(pid, "maps").contains("libc_malloc_debug"))
+    if (neededPreloading() && !procFile(pid, "maps").contains("libc_malloc_debug"))
         missing += "LD_PRELOAD=libc_malloc_debug.so.0";
     if (!('\0' + environment).contains(QByteArray("\0MALLOC_TRACE=", 14)))
         missing += "MALLOC_TRACE=FILE";
     return missing.isEmpty() ? QString() : "its process was started without " + missing.join(" and ");
 }
-
-} // namespace velctl

@@ -1,15 +1,12 @@
 // What a process that does not answer is waiting for: the system call of its main thread, and on what.
-#include "WaitingFor.h"
+#include "process/WaitingFor.h"
 
-#include "ProcessInfo.h"
+#include "process/ProcessInfo.h"
 
-#include <QFile>
 #include <QStringList>
 
 #include <sys/syscall.h>
 #include <unistd.h>
-
-namespace velctl {
 
 namespace {
 
@@ -52,11 +49,6 @@ const CallRow calls[] = {
 #endif
 };
 
-QByteArray contentOf(qint64 pid, const char* name) {
-    QFile file(QString("/proc/%1/%2").arg(pid).arg(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
-}
-
 QString subjectOf(qint64 pid, const CallRow& call, const QByteArray& firstArgument) {
     if (call.subject == Subject::Descriptor) {
         const int descriptor = firstArgument.toInt(nullptr, 16);
@@ -76,7 +68,7 @@ QString subjectOf(qint64 pid, const CallRow& call, const QByteArray& firstArgume
 }
 
 QString kernelFunction(qint64 pid) {
-    const QByteArray function = contentOf(pid, "wchan");
+    const QByteArray function = procFile(pid, "wchan").trimmed();
     return function.isEmpty() || function == "0" ? QString() : ", in the kernel's " + QString::fromLatin1(function);
 }
 
@@ -86,7 +78,7 @@ QString waitingFor(qint64 pid) {
     const char state = processInfo(pid).state;
     if (state == 'R')
         return "is computing";
-    const QList<QByteArray> call = contentOf(pid, "syscall").split(' ');
+    const QList<QByteArray> call = procFile(pid, "syscall").trimmed().split(' ');
     bool isNumber = false;
     const long number = call.value(0).toLong(&isNumber);
     for (const CallRow& row : calls) {
@@ -99,5 +91,3 @@ QString waitingFor(qint64 pid) {
         return QString("waits in system call %1").arg(number) + kernelFunction(pid);
     return "sleeps" + kernelFunction(pid);
 }
-
-} // namespace velctl

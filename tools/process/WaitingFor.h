@@ -3,10 +3,6 @@
 
 #include <QString>
 
-namespace velctl {
-
 /// A text for people about the process's main thread, which is the one of its event loop: "waits in read for
 /// /dev/ttyS0", "is computing". What the kernel does not tell is left out.
 QString waitingFor(qint64 pid);
-
-} // namespace velctl
