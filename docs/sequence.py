@@ -16,7 +16,8 @@ import re
 import sys
 from html import escape
 
-COLUMN, MARGIN, TOP, LINE, CHARACTER = 260, 110, 78, 15, 6.8
+COLUMN, MARGIN, TOP, LINE, CHARACTER = 270, 110, 78, 15, 7  # pixels; the last two are of text of size 12
+TIP = 8  # of an arrow; no label reaches it
 GREY = "#6e7b8a"  # readable on a white and on a dark page
 BOX = 'rx="6" fill="#d6e9f5" stroke="#3d7ea6" stroke-width="1.2"'
 NOTE = 'rx="3" fill="#f8e8c8" stroke="#b07a2a"'
@@ -37,7 +38,7 @@ class Diagram:
 
     def actor(self, key, name):
         x = self.columns[key] = MARGIN + COLUMN * len(self.columns)
-        width = max(110, CHARACTER * len(name) + 28)
+        width = max(110, 9 * len(name) + 24)  # bold, and larger
         self.front.append(f'<rect x="{x - width / 2:g}" y="40" width="{width:g}" height="30" {BOX}/>')
         self.text(x, 60, name, "#12303f", size=13, weight="bold")
 
@@ -53,10 +54,14 @@ class Diagram:
                 self.text(x1 + 34, self.y + 3 - LINE * (len(lines) - 1 - number), line, anchor="start")
             self.y += 8
             return
+        middle = x2 + (COLUMN if x2 < x1 else -COLUMN) / 2  # beside the target: an arrow may cross other lines of life
+        for line in lines:
+            if CHARACTER * len(line) > COLUMN - 2 * TIP:
+                sys.exit(f"cannot draw '{line}': it is longer than its arrow; break it by '\\n'; nothing was drawn")
         inset = 6 if x2 > x1 else -6
         self.front.append(f'<path d="M{x1} {self.y} H{x2 - inset}" {style}/>')
         for number, line in enumerate(lines):
-            self.text((x1 + x2) / 2, self.y - 6 - LINE * (len(lines) - 1 - number), line)
+            self.text(middle, self.y - 6 - LINE * (len(lines) - 1 - number), line)
 
     def note(self, key, words):
         lines = words.split("\\n")
