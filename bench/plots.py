@@ -5,6 +5,7 @@ import subprocess
 
 COLOURS = ["#3366aa", "#cc3333", "#888888", "#338833", "#aa7700"]
 MOST_TICS = 8  # that stand where something was measured, and nowhere else
+FAR_APART = 1000  # from such a ratio on the first tics would lie on each other
 
 
 def draw(plot, figures, folder):
@@ -24,13 +25,15 @@ def draw(plot, figures, folder):
               f"set title {quoted(plot.title)} noenhanced",
               f"set xlabel {quoted(plot.x_label)} noenhanced",
               f"set ylabel {quoted(plot.y_label)} noenhanced",
-              "set key outside bottom center horizontal noenhanced",
+              "set key tmargin center horizontal noenhanced",
               "set grid ytics linetype 1 linecolor rgb '#dddddd'",
               "set border 3", "set tics nomirror", "set yrange [0:*]",
               "set offsets graph 0, graph 0.02, graph 0.15, 0"]
     measured_at = sorted({x for points in lines.values() for x, _ in points})
     if len(measured_at) <= MOST_TICS:
         script.append(f"set xtics ({', '.join(map(str, measured_at))})")
+    if measured_at[-1] > FAR_APART * measured_at[0]:
+        script.append("set logscale x")
     for number, points in enumerate(lines.values()):
         script += [f"$line{number} << END", *(f"{x} {y}" for x, y in points), "END"]
     look = "with linespoints linewidth 2 pointtype 7 pointsize 0.6"
