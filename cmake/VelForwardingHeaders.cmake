@@ -10,6 +10,7 @@ set(VEL_PUBLIC_HEADERS
     events/VelDBusTypes.h
     events/VelEvent.h
     module/VelModule.h
+    module/VelUnixSignals.h
     platform/QtStateMachine.h
     platform/VelLogger.h
 )

@@ -3,8 +3,11 @@
 #include <VelLogger>
 #include <VelModule>
 #include <VelReturnType>
+#include <VelUnixSignals>
 
 #include <QDBusArgument>
+
+#include <csignal>
 
 class Console : public VelModule {
     Q_OBJECT
@@ -42,6 +45,7 @@ private:
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     Console console;
+    velStopOnSignals(console, {SIGTERM, SIGINT});
     return application.exec();
 }
 

@@ -4,9 +4,12 @@
 #include <VelExceptionNet>
 #include <VelLogger>
 #include <VelModule>
+#include <VelUnixSignals>
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusError>
+
+#include <csignal>
 
 class Display : public VelModule {
     Q_OBJECT
@@ -89,6 +92,7 @@ Display::Display() : VelModule("Display") {
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     Display display;
+    velStopOnSignals(display, {SIGTERM, SIGINT});
     return application.exec();
 }
 

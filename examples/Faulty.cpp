@@ -2,6 +2,9 @@
 #include <VelApplication>
 #include <VelLogger>
 #include <VelModule>
+#include <VelUnixSignals>
+
+#include <csignal>
 
 class Faulty : public VelModule {
     Q_OBJECT
@@ -40,6 +43,7 @@ private:
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     Faulty faulty;
+    velStopOnSignals(faulty, {SIGTERM, SIGINT});
     return application.exec();
 }
 

@@ -2,10 +2,13 @@
 #include <VelApplication>
 #include <VelLogger>
 #include <VelModule>
+#include <VelUnixSignals>
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+
+#include <csignal>
 
 class Media : public VelModule {
     Q_OBJECT
@@ -80,6 +83,7 @@ Media::Media() : VelModule("Media") {
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     Media media;
+    velStopOnSignals(media, {SIGTERM, SIGINT});
     return application.exec();
 }
 

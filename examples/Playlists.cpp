@@ -2,11 +2,13 @@
 #include <VelApplication>
 #include <VelLogger>
 #include <VelModule>
+#include <VelUnixSignals>
 
 #include <QDBusAbstractAdaptor>
 #include <QFile>
 #include <QThread>
 
+#include <csignal>
 #include <memory>
 
 class Playlists : public VelModule {
@@ -80,6 +82,7 @@ Playlists::Playlists() : VelModule("Playlists") {
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     Playlists playlists;
+    velStopOnSignals(playlists, {SIGTERM, SIGINT});
     return application.exec();
 }
 

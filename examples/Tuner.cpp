@@ -4,8 +4,11 @@
 #include <VelExceptionNet>
 #include <VelLogger>
 #include <VelModule>
+#include <VelUnixSignals>
 
 #include <QDBusAbstractAdaptor>
+
+#include <csignal>
 
 struct Station {
     double megahertz;
@@ -79,6 +82,7 @@ Tuner::Tuner() : VelModule("Tuner") {
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     Tuner tuner;
+    velStopOnSignals(tuner, {SIGTERM, SIGINT});
     return application.exec();
 }
 

@@ -4,6 +4,7 @@
 #include "errors/VelException.h"
 #include "errors/VelExitCodes.h"
 #include "events/VelDBusTypes.h"
+#include "module/StopRequest.h"
 #include "platform/GuardedLog.h"
 
 #include <QCoreApplication>
@@ -133,6 +134,8 @@ void VelModule::slot_end_of_init() {
 
 void VelModule::slot_run() {
     take(Step::run);
+    if (vel::stopWasAskedFor())
+        Q_EMIT sig_stop();
 }
 
 void VelModule::slot_presentation_loaded() {

@@ -6,6 +6,8 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <csignal>
+
 namespace {
 
 const QString name = "Scripted";
@@ -165,6 +167,38 @@ private Q_SLOTS:
         QVERIFY(bustest::publish(m_other, "Other", stopEvent));
         QCOMPARE(m_process->waitForStatus(), 1);
         QVERIFY(m_process->lines().contains("core limit 1 1"));
+    }
+
+    void signalLeadsToTheNormalEnd() {
+        QVERIFY(start({"--signals=stop"}, 3));
+        QVERIFY(m_process->waitForLine("hook run"));
+        m_process->terminate();
+        QCOMPARE(m_process->waitForStatus(), 1);
+        QVERIFY(m_process->lines().contains("hook stop"));
+
+        // While init() waits the event loop does not run: the signal is remembered, and run() comes before stop().
+        init();
+        QVERIFY(start({"--signals=stop", "--init=wait", "--run=false"}, 3));
+        QVERIFY(m_process->waitForLine("hook init"));
+        m_process->terminate();
+        m_process->write("\n");
+        QCOMPARE(m_process->waitForStatus(), 4);
+        QCOMPARE(m_process->lines().filter("hook "), (QStringList{"hook check", "hook init", "hook run", "hook stop"}));
+    }
+
+    void secondSignalEndsAtOnce() {
+        for (const char* hook : {"init", "run", "stop"}) {
+            init();
+            QVERIFY(start({"--signals=stop", QString("--%1=wait").arg(hook)}, 3));
+            const bool waitsInStop = qstrcmp(hook, "stop") == 0;
+            QVERIFY(m_process->waitForLine(QString("hook %1").arg(waitsInStop ? "run" : hook)));
+            m_process->terminate();
+            if (waitsInStop)
+                QVERIFY(m_process->waitForLine("hook stop"));
+            // Another signal than the first: two of one kind that are pending together are one.
+            ::kill(static_cast<pid_t>(m_process->processId()), SIGINT);
+            QCOMPARE(m_process->waitForStatus(), -1);
+        }
     }
 
 private:

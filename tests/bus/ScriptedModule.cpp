@@ -1,8 +1,9 @@
 // A module that does in each hook what its command line says, for tests that look at a whole process.
 //
-//     --HOOK=false|QString|std|int|VelException|exit|coreLimit    what the hook of that name does
-//     --stdin=exit                                                asks for its own stop when its standard
-//     input ends
+//     --HOOK=ACTION     what the hook of that name does: false, QString, std, int, VelException, exit, coreLimit, or
+//                       wait (for a line on standard input)
+//     --stdin=exit      asks for its own stop when its standard input ends
+//     --signals=stop    is stopped by SIGTERM and SIGINT
 //
 // It prints "hook NAME" for each hook it enters, and what its adaptor's slots are told to print.
 #include <Vel>
@@ -10,6 +11,7 @@
 #include <QDBusAbstractAdaptor>
 #include <QSocketNotifier>
 
+#include <csignal>
 #include <cstdio>
 #include <future>
 #include <iostream>
@@ -30,6 +32,11 @@ void sayCoreLimit() {
     rlimit limit{};
     getrlimit(RLIMIT_CORE, &limit);
     say(QString("core limit %1 %2").arg(limit.rlim_cur).arg(limit.rlim_max));
+}
+
+void waitForInput() {
+    std::string line;
+    std::getline(std::cin, line);
 }
 
 } // namespace
@@ -73,6 +80,8 @@ private:
             exit();
         if (action == "coreLimit")
             sayCoreLimit();
+        if (action == "wait")
+            waitForInput();
         return action != "false";
     }
 };
@@ -107,8 +116,7 @@ public Q_SLOTS:
         std::thread([module = m_module, inside = std::move(inside)]() mutable {
             module->beginCriticalSection();
             inside.set_value();
-            std::string line;
-            std::getline(std::cin, line);
+            waitForInput();
             say("worker leaves");
             module->endCriticalSection();
         }).detach();
@@ -141,6 +149,8 @@ ScriptedModule::ScriptedModule() : VelModule("Scripted") {
 int main(int argc, char** argv) {
     VelApplication application(argc, argv);
     ScriptedModule module;
+    if (module.getParameters().value("signals") == "stop")
+        velStopOnSignals(module, {SIGTERM, SIGINT});
     return application.exec();
 }
 
