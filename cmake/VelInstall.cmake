@@ -1,5 +1,5 @@
-# What a developer of modules gets: headers, the CMake package, the pkg-config file, the documents. The libraries and
-# programs are installed where they are built.
+# Installs what the developer of a module needs: headers, the CMake package, the pkg-config file, the documents. The
+# libraries and programs are installed by the folders that build them.
 #
 # Components: runtime (libvel), logging and statemachine (the stand-ins), development, tools, doc.
 
@@ -35,7 +35,9 @@ install(FILES ${PROJECT_BINARY_DIR}/installed/vel.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # As in the source tree, so that their links to each other hold.
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc
     FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
-install(DIRECTORY examples/module-template DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT doc USE_SOURCE_PERMISSIONS)
+install(FILES examples/Tuner.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT doc)
+install(DIRECTORY examples/module-template examples/bus-policy
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT doc USE_SOURCE_PERMISSIONS)
