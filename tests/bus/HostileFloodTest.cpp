@@ -1,9 +1,10 @@
-// A peer that sends whatever is valid at full speed: every good event in between arrives once and in its order, and the
-// modules live.
+// A peer that sends at full speed whatever a bus carries: every good event in between arrives once and in its order, and the
+// modules live. What it sends is made as for the fuzz target of the events' reader.
 //
 // VEL_TEST_MESSAGES says how many messages; scripts/fuzz sends a million.
-#include "RandomBody.h"
 #include "doubles/RecordingLogger.h"
+#include "fuzz/Mutator.h"
+#include "fuzz/Peer.h"
 #include "testing/BusTest.h"
 #include "testing/RawClient.h"
 
@@ -20,7 +21,8 @@
 
 namespace {
 
-const QString topic = "topic";
+constexpr char topicName[] = "topic";
+const QString topic = topicName;
 const QString display = "Display";
 const QString scripted = "Scripted";
 const QString peersPrefix = "good event of the peer ";
@@ -28,11 +30,6 @@ const QString modulesContext = "good event of the module";
 
 constexpr int messagesPerGoodEvent = 20;
 constexpr int messagesPerRound = 500; // after so many the modules catch up, so that no queue grows without end
-
-struct Unref {
-    void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, Unref>;
 
 int messageCount() {
     bool isGiven = false;
@@ -63,7 +60,7 @@ public:
         for (int sent = 0; sent < messages && m_isTaken; ++sent) {
             if (sent % messagesPerGoodEvent == 0)
                 sendGoodEvent();
-            else if (m_random.below(10) < 8)
+            else if (m_mutator.below(10) < 8)
                 sendSignal();
             else
                 sendCall();
@@ -87,51 +84,50 @@ private:
 
     void sendGoodEvent() {
         const QByteArray name = peersPrefix.toUtf8() + QByteArray::number(m_goodEvents++);
-        sendSignalOf(topic, [&](DBusMessageIter& iterator) { appendEvent(iterator, name, 1, 1, 1); });
+        m_isTaken = m_isTaken && m_client.sendSignal("Hostile", topic, [&](DBusMessageIter& iterator) {
+            appendEvent(iterator, name, 1, 1, 1);
+        });
+    }
+
+    fuzz::Message signalOf(const QByteArray& member) {
+        for (;;) {
+            if (fuzz::Message message = fuzz::signalOf(m_mutator.next(), member))
+                return message;
+        }
     }
 
     void sendSignal() {
         static const char* const controls[] = {"log_level_changed",  "mtrace_on",          "mtrace_off",
                                                "reset_data_default", "reset_data_factory", "presentationLoaded"};
-        const QString member =
-            m_random.below(4) ? topic : QLatin1String(controls[m_random.below(sizeof controls / sizeof *controls)]);
-        sendSignalOf(member, [this](DBusMessageIter& iterator) {
-            if (m_random.below(4))
-                m_random.append(iterator);
-            else
-                m_random.appendOf(iterator, "(ssia{ss}a{sv})");
-        });
-    }
-
-    void sendSignalOf(const QString& member, const std::function<void(DBusMessageIter&)>& fill) {
-        m_isTaken = m_isTaken && m_client.sendSignal("Hostile", member, fill);
+        const char* const control = controls[m_mutator.below(std::size(controls))];
+        m_isTaken = m_isTaken && m_client.send(signalOf(m_mutator.below(4) ? topicName : control).get());
     }
 
     void sendCall() {
         static const char* const methods[] = {"echo",   "state", "logLevel", "Introspect",   "Get",
                                               "GetAll", "Set",   "Ping",     "GetMachineId", "absent"};
-        static const char* const interfaces[] = {nullptr, "org.freedesktop.DBus.Properties",
-                                                 "org.freedesktop.DBus.Introspectable", "org.freedesktop.DBus.Peer",
+        static const QByteArray common = vel::bus::commonInterface().toUtf8();
+        static const char* const interfaces[] = {common.constData(),
+                                                 nullptr,
+                                                 "org.freedesktop.DBus.Properties",
+                                                 "org.freedesktop.DBus.Introspectable",
+                                                 "org.freedesktop.DBus.Peer",
                                                  "no.such.interface"};
-        const QString module = m_random.below(2) ? display : scripted;
-        const QByteArray paths[] = {vel::bus::objectPath(module).toUtf8(), "/", "/no/such"};
-        const int interface = m_random.below(8);
-        const QByteArray common = vel::bus::commonInterface().toUtf8();
-        const Message call(
-            dbus_message_new_method_call(vel::bus::serviceName(module).toUtf8().constData(),
-                                         paths[m_random.below(10) < 8 ? 0 : 1 + m_random.below(2)].constData(),
-                                         interface < 5 ? interfaces[interface] : common.constData(),
-                                         methods[m_random.below(sizeof methods / sizeof *methods)]));
-        dbus_message_set_no_reply(call.get(), m_random.below(2) ? TRUE : FALSE);
+        const QString module = m_mutator.below(2) ? display : scripted;
+        const QByteArray path = m_mutator.below(5) ? vel::bus::objectPath(module).toUtf8() : "/no/such";
+        const fuzz::Message call(dbus_message_new_method_call(
+            vel::bus::serviceName(module).toUtf8().constData(), path.constData(),
+            interfaces[m_mutator.below(std::size(interfaces))], methods[m_mutator.below(std::size(methods))]));
+        dbus_message_set_no_reply(call.get(), m_mutator.below(2) ? TRUE : FALSE);
         DBusMessageIter iterator;
         dbus_message_iter_init_append(call.get(), &iterator);
-        m_random.append(iterator);
+        appendBySignature(iterator, dbus_message_get_signature(signalOf("any").get()));
         m_isTaken = m_isTaken && m_client.send(call.get());
     }
 
     const VelModule& m_module;
     RawClient m_client;
-    RandomBody m_random{1};
+    fuzz::Mutator m_mutator{fuzz::seedsIn(VEL_EVENT_SEEDS)};
     bool m_isTaken = true;
     int m_goodEvents = 0;
     int m_goodEventsOfModule = 0;

@@ -1,6 +1,6 @@
 // Any message as an event: what a module does with it, and what velctl does.
 //
-// The input is a byte whose lowest bit is the byte order, the signature up to a zero, and the body.
+// The input is what fuzz::signalOf() takes.
 #include "Peer.h"
 #include "Target.h"
 
@@ -85,12 +85,7 @@ struct Listening {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static auto* listening = new Listening; // for the life of the process: Qt's thread ends with it
-    const QByteArray input = fuzz::bytesOf(data, size);
-    const int end = input.indexOf('\0', 1);
-    if (end < 0)
-        return 0;
-    if (const fuzz::Message message =
-            fuzz::signalOf(input.at(0) & 1, "event", input.mid(1, end - 1), input.mid(end + 1)))
+    if (const fuzz::Message message = fuzz::signalOf(fuzz::bytesOf(data, size), "event"))
         listening->peer.deliver(message.get());
     return 0;
 }

@@ -78,9 +78,14 @@ Message messageOf(const QByteArray& bytes) {
     return Message(dbus_message_demarshal(bytes.constData(), bytes.size(), nullptr));
 }
 
-Message signalOf(bool isBigEndian, const QByteArray& member, const QByteArray& signature, const QByteArray& body) {
-    if (signature.size() > DBUS_MAXIMUM_SIGNATURE_LENGTH)
+// The header is ours, since nothing but libdbus reads it: what the reader of an event sees is the signature and the body.
+Message signalOf(const QByteArray& input, const QByteArray& member) {
+    const int end = input.indexOf('\0', 1);
+    const QByteArray signature = input.mid(1, end - 1);
+    const QByteArray body = input.mid(end + 1);
+    if (end < 0 || signature.size() > DBUS_MAXIMUM_SIGNATURE_LENGTH)
         return nullptr;
+    const bool isBigEndian = input.at(0) & 1;
     Header fields(isBigEndian); // begins at a multiple of 8 in the message, so it is aligned for itself
     fields.field(DBUS_HEADER_FIELD_PATH, DBUS_TYPE_OBJECT_PATH, "/Fuzz");
     fields.field(DBUS_HEADER_FIELD_INTERFACE, DBUS_TYPE_STRING, vel::bus::commonInterface().toLatin1());

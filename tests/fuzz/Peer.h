@@ -24,11 +24,9 @@ using Message = std::unique_ptr<DBusMessage, Unref>;
 /// The message that the bytes are; null when libdbus says that they are none.
 Message messageOf(const QByteArray& bytes);
 
-/// The bytes of a signal. Null when it is none that a bus would carry: not of the signature, or too deep.
-///
-/// The header is ours, since nothing but libdbus reads it: what the reader of an event sees is the signature and the
-/// body.
-Message signalOf(bool isBigEndian, const QByteArray& member, const QByteArray& signature, const QByteArray& body);
+/// A signal of the common interface: a byte whose lowest bit is the byte order, the signature up to a zero, and the body.
+/// Null when it is none that a bus would carry: not of the signature, or too deep.
+Message signalOf(const QByteArray& input, const QByteArray& member);
 
 class Peer : public QObject {
     Q_OBJECT
