@@ -1,4 +1,5 @@
 // Every mistake in a configuration is named by file, line and key before anything is started.
+#include "Configuration.h"
 #include "testing/BuiltProgram.h"
 #include "testing/ChildProcess.h"
 
@@ -6,6 +7,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <ctime>
 
 namespace {
 
@@ -35,33 +38,36 @@ class SupervisorTestConfiguration : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void mistakeIsNamedByLineAndKey_data();
     void mistakeIsNamedByLineAndKey();
     void allMistakesAreNamedFromTheFirstLineToTheLast();
     void goodConfigurationHasNoMistake();
+    void checkTakesTimeInProportionToTheFile();
     void commandLineMistakeIsRefused_data();
     void commandLineMistakeIsRefused();
     void withoutABusNothingIsStarted();
 
 private:
-    int check(const QByteArray& text, QStringList& lines);
+    /// The mistakes in a configuration of that text.
+    QStringList mistakesIn(const QByteArray& text) const;
 
     QTemporaryDir m_folder;
 };
 
-int SupervisorTestConfiguration::check(const QByteArray& text, QStringList& lines) {
-    QFile file(m_folder.filePath("c.json"));
-    if (!file.open(QIODevice::WriteOnly))
-        return -3;
-    file.write(text);
+QStringList SupervisorTestConfiguration::mistakesIn(const QByteArray& text) const {
+    QFile file("c.json");
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
+        return {"the test cannot write its file"};
     file.close();
-    ChildProcess process;
-    process.setWorkingDirectory(m_folder.path());
-    if (!process.run(builtProgram("vel-supervisor"), {"--check", "c.json"}))
-        return -4;
-    const int status = process.waitForStatus();
-    lines = process.lines();
-    return status;
+    QStringList mistakes;
+    Configuration::read(file.fileName(), mistakes);
+    return mistakes;
+}
+
+void SupervisorTestConfiguration::initTestCase() {
+    QDir::setCurrent(m_folder.path());
+    QDir().mkpath("data/x");
 }
 
 void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
@@ -70,7 +76,15 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
     const auto row = [](const char* name, const QByteArray& text, const QString& mistake) {
         QTest::newRow(name) << text << "c.json:" + mistake;
     };
-    row("no JSON", "{\n\n\"modules\": [}", "3: object is missing after a comma");
+    row("no JSON", "{\n\n\"modules\": [}", "3: is no JSON: Invalid value.");
+    row("zero byte", QByteArray("{\n\0}", 4), "2: is no JSON: there is a zero byte in it");
+    row("deep nesting", QByteArray(100000, '['), "1: is nested deeper than 64 levels");
+    row("byte-order mark and a key twice",
+        "\xEF\xBB\xBF{\n\"modules\": [{\"name\": \"A\", \"command\": \"sh\"}],\n\"save\": {\"command\": "
+        "\"sh\",\n\"command\": \"sh\"}}",
+        "4: save.command: is given twice");
+    row("terminal's commands", "{\"modules\": [{\"name\": \"A\", \"command\": \"sh\"}],\n\"\\u001b[2J\\n\": 1}",
+        "2: \\u001b[2J\\n: unknown key; known are modules, save, restore, answerLimit");
     row("no object", "[]", "1: must be an object");
     row("no modules", "{}", "1: the key 'modules' is missing");
     row("modules of another type", "{\n\"modules\": 5}", "2: modules: must be an array of at least one module");
@@ -78,7 +92,7 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
     row("module of another type", "{\"modules\": [\n5]}", "2: modules[0]: must be an object");
     row("unknown key", withGoodModule("\"neme\": 1"),
         "4: modules[0].neme: unknown key; known are name, command, arguments, environment, waitsFor, startLimit, "
-        "stopLimit, restart, dataFolder");
+        "stopLimit, restart, alive, dataFolder");
     row("key twice", withGoodModule("\"startLimit\": 1,\n\"startLimit\": 2"),
         "5: modules[0].startLimit: is given twice");
     row("escaped key twice", withGoodModule("\"startLimit\": 1,\n\"st\\u0061rtLimit\": 2"),
@@ -120,13 +134,15 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
         row(limit, withGoodModule(QByteArray("\"stopLimit\": ") + limit),
             "4: modules[0].stopLimit: must be a number of seconds between 0.001 and 86400");
 
+    row("limit of an answer", withGoodModule("\"alive\": {\"limit\": 0}"),
+        "4: modules[0].alive.limit: must be a number of seconds between 0.001 and 86400");
     row("restart of another type", withGoodModule("\"restart\": true"), "4: modules[0].restart: must be an object");
     row("restart causes of another type", withGoodModule("\"restart\": {\"on\": 4}"),
         "4: modules[0].restart.on: must be an array");
     for (const char* cause : {"256", "-1", "1.5", "\"RUN\"", "\"[42]\"", "true"})
         row(cause, withGoodModule(QByteArray("\"restart\": {\"on\": [\"signal\",\n") + cause + "]}"),
             "5: modules[0].restart.on[1]: must be an exit status, as a number from 0 to 255 or by name, or \"signal\", "
-            "\"slowStart\" or \"failedStart\"");
+            "\"slowStart\", \"failedStart\", \"unresponsive\"");
     row("attempts with decimals", withGoodModule("\"restart\": {\"attempts\": 1.5}"),
         "4: modules[0].restart.attempts: must be a whole number between 0 and 1000");
     row("delays the wrong way round", withGoodModule("\"restart\": {\"delay\": 5, \"longestDelay\": 2}"),
@@ -144,7 +160,13 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
         "3: modules[1].waitsFor: nobody could start first: B waits for C waits for B");
 
     row("no such folder", withGoodModule("\"dataFolder\": \"no/such\""),
-        "4: modules[0].dataFolder: there is no folder '" + QDir::currentPath() + "/no/such'");
+        "4: modules[0].dataFolder: there is no folder '%1/no/such'");
+    row("folder inside of the root",
+        withModules("\"name\": \"A\", \"dataFolder\": \"/\"", "\"name\": \"B\", \"dataFolder\": \"data\""),
+        "3: modules[1].dataFolder: '%1/data' belongs to modules[0]");
+    row("root around a folder",
+        withModules("\"name\": \"A\", \"dataFolder\": \"data\"", "\"name\": \"B\", \"dataFolder\": \"/\""),
+        "3: modules[1].dataFolder: '/' has the folder of modules[0] in it");
     row("folder of another",
         withModules("\"name\": \"A\", \"dataFolder\": \"data\"", "\"name\": \"B\", \"dataFolder\": \"data/x\""),
         "3: modules[1].dataFolder: '%1/data/x' belongs to modules[0]");
@@ -160,37 +182,47 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
 void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey() {
     QFETCH(QByteArray, text);
     QFETCH(QString, mistake);
-    QDir(m_folder.path()).mkpath("data/x");
-    QStringList lines;
-    QCOMPARE(check(text, lines), badStatus);
-    // Folders are named in full.
-    QCOMPARE(lines, QStringList{mistake.replace("%1", m_folder.path()).replace(QDir::currentPath(), m_folder.path())});
+    QCOMPARE(mistakesIn(text), QStringList{mistake.replace("%1", QDir::currentPath())}); // folders are named in full
 }
 
 void SupervisorTestConfiguration::allMistakesAreNamedFromTheFirstLineToTheLast() {
-    QStringList lines;
-    QCOMPARE(check("{ \"x\": 1,\n\"modules\": [{ \"name\": 1,\n\"command\": 2,\n\"waitsFor\": [\"Z\"] }],\n\"y\": 1 }",
-                   lines),
-             badStatus);
     const QString known = ": unknown key; known are modules, save, restore, answerLimit";
-    QCOMPARE(lines, (QStringList{"c.json:1: x" + known, "c.json:2: modules[0].name: must be a text",
-                                 "c.json:3: modules[0].command: must be a text",
-                                 "c.json:4: modules[0].waitsFor[0]: there is no module 'Z'", "c.json:5: y" + known}));
+    QCOMPARE(
+        mistakesIn("{ \"x\": 1,\n\"modules\": [{ \"name\": 1,\n\"command\": 2,\n\"waitsFor\": [\"Z\"] }],\n\"y\": 1 }"),
+        (QStringList{"c.json:1: x" + known, "c.json:2: modules[0].name: must be a text",
+                     "c.json:3: modules[0].command: must be a text",
+                     "c.json:4: modules[0].waitsFor[0]: there is no module 'Z'", "c.json:5: y" + known}));
 }
 
 void SupervisorTestConfiguration::goodConfigurationHasNoMistake() {
-    QDir(m_folder.path()).mkpath("data");
-    QStringList lines;
-    const int status = check(R"({ "modules": [
+    const QByteArray text = R"({ "modules": [
         { "name": "A", "command": "sh", "arguments": [], "environment": { "X": "" }, "dataFolder": "data",
-          "startLimit": 0.5, "stopLimit": 5,
-          "restart": { "on": [0, 255, "RUN_ERROR", "signal", "slowStart", "failedStart"], "attempts": 0, "delay": 1,
-                       "longestDelay": 1, "steady": 0.001 } },
+          "startLimit": 0.5, "stopLimit": 5, "alive": { "every": 1, "limit": 2, "dump": { "command": "sh" } },
+          "restart": { "on": [0, 255, "RUN_ERROR", "signal", "slowStart", "failedStart", "unresponsive"],
+                       "attempts": 0, "delay": 1, "longestDelay": 1, "steady": 0.001 } },
         { "name": "_b9", "command": "/bin/sh", "waitsFor": ["A"] } ],
-        "answerLimit": 1, "save": { "command": "sh", "arguments": ["-c"], "limit": 1 }, "restore": { "command": "sh" } })",
-                             lines);
-    QCOMPARE(lines, QStringList());
-    QCOMPARE(status, goodStatus);
+        "answerLimit": 1, "save": { "command": "sh", "arguments": ["-c"], "limit": 1 }, "restore": { "command": "sh" } })";
+    QCOMPARE(mistakesIn(text), QStringList());
+    QCOMPARE(mistakesIn("\xEF\xBB\xBF" + text), QStringList()); // with a byte-order mark
+}
+
+// Twenty thousand modules are no configuration, but a file of that length can be given; its check must end.
+void SupervisorTestConfiguration::checkTakesTimeInProportionToTheFile() {
+    const auto secondsFor = [this](int count) {
+        QByteArray text = "{\"modules\":[\n";
+        for (int index = 0; index < count; ++index) {
+            const QByteArray number = QByteArray::number(index);
+            const QByteArray next = QByteArray::number((index + 1) % count);
+            text += "{\"name\":\"M" + number + "\",\"command\":\"/bin/sh\",\"waitsFor\":[\"M" + next +
+                    "\"],\"dataFolder\":\"data\"},\n";
+        }
+        text.chop(2);
+        const std::clock_t start = std::clock();
+        mistakesIn(text + "]}");
+        return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    };
+    const double one = secondsFor(3000);
+    QVERIFY2(secondsFor(24000) < 24 * one, "eight times the modules take many times as long as that");
 }
 
 void SupervisorTestConfiguration::commandLineMistakeIsRefused_data() {
@@ -206,13 +238,23 @@ void SupervisorTestConfiguration::commandLineMistakeIsRefused_data() {
     QTest::newRow("another name") << QStringList{"--moduleName=Other", "x"} << badStatus
                                   << "cannot run as 'Other': modules know their supervisor as 'ApplicationManager'; "
                                      "nothing was started";
-    QTest::newRow("help") << QStringList{"--help"} << 1 << "Usage: ";
+    QTest::newRow("mistaken file") << QStringList{"--check", "mistaken.json"} << badStatus
+                                   << "mistaken.json:1: must be an object";
+    QTest::newRow("file without an end")
+        << QStringList{"--check", "/dev/zero"} << badStatus
+        << "cannot read '/dev/zero': it is longer than 16777216 bytes; nothing was started";
+    QTest::newRow("help") << QStringList{"--help"} << goodStatus << "Usage: ";
+    QTest::newRow("version") << QStringList{"--version"} << goodStatus << "vel-supervisor ";
 }
 
 void SupervisorTestConfiguration::commandLineMistakeIsRefused() {
     QFETCH(QStringList, arguments);
     QFETCH(int, status);
     QFETCH(QString, text);
+    QFile file("mistaken.json");
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[]");
+    file.close();
     ChildProcess process;
     QVERIFY(process.run(builtProgram("vel-supervisor"), arguments));
     QCOMPARE(process.waitForStatus(), status);
@@ -220,7 +262,7 @@ void SupervisorTestConfiguration::commandLineMistakeIsRefused() {
 }
 
 void SupervisorTestConfiguration::withoutABusNothingIsStarted() {
-    QFile file(m_folder.filePath("alone.json"));
+    QFile file(QString("alone.json"));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(withGoodModule("\"startLimit\": 60"));
     file.close();

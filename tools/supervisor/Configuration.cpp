@@ -14,10 +14,12 @@
 
 namespace {
 
+const QStringList otherCauses = {"signal", "slowStart", "failedStart", "unresponsive"};
 constexpr int highestStatus = 255;
+constexpr int longestFile = 16 * 1024 * 1024;
 
 QString pathOf(const QString& parent, const char* key) {
-    return JsonLines::memberPath(parent, key);
+    return JsonDocument::memberPath(parent, key);
 }
 
 QString statusByName(const QString& name) {
@@ -39,14 +41,14 @@ public:
         if (!m_reader.isObject("", root, {"modules", "save", "restore", "answerLimit"}, {"modules"}))
             return;
         m_reader.readSeconds("answerLimit", root["answerLimit"], m_configuration.answerLimitMs);
-        readDataCommand("save", root["save"], m_configuration.save);
-        readDataCommand("restore", root["restore"], m_configuration.restore);
+        readCommand("save", root["save"], m_configuration.save);
+        readCommand("restore", root["restore"], m_configuration.restore);
         const QJsonArray modules = root["modules"].toArray();
         if (modules.isEmpty())
             m_reader.mistake("modules", "must be an array of at least one module");
         for (int index = 0; index < modules.size(); ++index) {
             ModuleConfiguration module;
-            readModule(JsonLines::elementPath("modules", index), modules.at(index), module);
+            readModule(JsonDocument::elementPath("modules", index), modules.at(index), module);
             m_configuration.modules += module; // a wrong one too: the paths of the others count on their index
         }
     }
@@ -54,7 +56,7 @@ public:
 private:
     void readModule(const QString& path, const QJsonValue& value, ModuleConfiguration& module) {
         const QStringList keys = {"name",       "command",   "arguments", "environment", "waitsFor",
-                                  "startLimit", "stopLimit", "restart",   "dataFolder"};
+                                  "startLimit", "stopLimit", "restart",   "alive",       "dataFolder"};
         if (!m_reader.isObject(path, value, keys, {"name", "command"}) && !value.isObject())
             return;
         const QJsonObject object = value.toObject();
@@ -67,6 +69,7 @@ private:
         m_reader.readSeconds(pathOf(path, "stopLimit"), object["stopLimit"], module.stopLimitMs);
         if (object.contains("restart"))
             readRestart(pathOf(path, "restart"), object["restart"], module.restart);
+        readAlive(pathOf(path, "alive"), object["alive"], module.alive);
         readDataFolder(pathOf(path, "dataFolder"), object["dataFolder"], module.dataFolder);
     }
 
@@ -84,6 +87,17 @@ private:
             m_reader.mistake(path, "'longestDelay' is shorter than 'delay'");
     }
 
+    void readAlive(const QString& path, const QJsonValue& value, AliveConfiguration& alive) {
+        if (value.isUndefined() || !m_reader.isObject(path, value, {"every", "limit", "dump"}))
+            return;
+        const QJsonObject object = value.toObject();
+        alive.everyMs = 5000;
+        m_reader.readSeconds(pathOf(path, "every"), object["every"], alive.everyMs);
+        m_reader.readSeconds(pathOf(path, "limit"), object["limit"], alive.limitMs);
+        alive.dump.limitMs = 60000;
+        readCommand(pathOf(path, "dump"), object["dump"], alive.dump);
+    }
+
     void readCauses(const QString& path, const QJsonValue& value, QSet<QString>& causes) {
         if (!value.isArray())
             return m_reader.mistake(path, "must be an array");
@@ -92,9 +106,9 @@ private:
         for (int index = 0; index < array.size(); ++index) {
             const QString cause = causeOf(array.at(index));
             if (cause.isEmpty())
-                m_reader.mistake(JsonLines::elementPath(path, index),
-                                 "must be an exit status, as a number from 0 to 255 or by name, or \"signal\", "
-                                 "\"slowStart\" or \"failedStart\"");
+                m_reader.mistake(JsonDocument::elementPath(path, index),
+                                 "must be an exit status, as a number from 0 to 255 or by name, or \"" +
+                                     otherCauses.join("\", \"") + '"');
             causes += cause;
         }
     }
@@ -104,10 +118,10 @@ private:
         if (status >= 0 && status <= highestStatus)
             return QString::number(status);
         const QString text = value.toString();
-        return QStringList{"signal", "slowStart", "failedStart"}.contains(text) ? text : statusByName(text);
+        return otherCauses.contains(text) ? text : statusByName(text);
     }
 
-    void readDataCommand(const QString& path, const QJsonValue& value, DataCommand& command) {
+    void readCommand(const QString& path, const QJsonValue& value, CommandConfiguration& command) {
         if (value.isUndefined() || !m_reader.isObject(path, value, {"command", "arguments", "limit"}, {"command"}))
             return;
         const QJsonObject object = value.toObject();
@@ -156,8 +170,14 @@ Configuration Configuration::read(const QString& fileName, QStringList& mistakes
         mistakes += QString("cannot read '%1': %2; nothing was started").arg(fileName, file.errorString());
         return configuration;
     }
+    const QByteArray text = file.read(longestFile + 1); // not all: it may have no end
+    if (text.size() > longestFile) {
+        mistakes +=
+            QString("cannot read '%1': it is longer than %2 bytes; nothing was started").arg(fileName).arg(longestFile);
+        return configuration;
+    }
     configuration.folder = QFileInfo(fileName).absolutePath();
-    ConfigurationReader reader(fileName, file.readAll());
+    ConfigurationReader reader(fileName, text);
     if (reader.mistakes().isEmpty() || !reader.root().isEmpty()) {
         FileReader(reader, configuration).read();
         checkRules(configuration, reader);

@@ -1,8 +1,9 @@
 // Values by path, each with the mistakes that its type allows.
 #include "ConfigurationReader.h"
 
+#include "Shown.h"
+
 #include <QJsonArray>
-#include <QJsonDocument>
 
 namespace {
 
@@ -22,21 +23,12 @@ const char notPassable[] = "has a character in it that cannot be given to a prog
 
 } // namespace
 
-ConfigurationReader::ConfigurationReader(const QString& fileName, const QByteArray& text) : m_fileName(fileName) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
-    if (error.error != QJsonParseError::NoError) {
-        add(JsonLines::lineAt(text, error.offset), error.errorString());
-        return;
-    }
-    if (!document.isObject()) {
+ConfigurationReader::ConfigurationReader(const QString& fileName, const QByteArray& text)
+    : m_fileName(fileName), m_document(text), m_root(m_document.root().toObject()) {
+    for (const JsonDocument::Mistake& one : m_document.mistakes())
+        add(one.line, one.text);
+    if (!m_document.root().isUndefined() && !m_document.root().isObject())
         add(1, "must be an object");
-        return;
-    }
-    m_root = document.object();
-    m_lines = JsonLines(text);
-    for (const JsonLines::Repeated& key : m_lines.repeated())
-        add(key.line, key.path + ": is given twice");
 }
 
 QStringList ConfigurationReader::mistakes() const {
@@ -47,13 +39,11 @@ QStringList ConfigurationReader::mistakes() const {
 }
 
 void ConfigurationReader::mistake(const QString& path, const QString& what) {
-    add(m_lines.lineOf(path), path.isEmpty() ? what : path + ": " + what);
+    add(m_document.lineOf(path), path.isEmpty() ? what : path + ": " + what);
 }
 
 void ConfigurationReader::add(int line, const QString& text) {
-    QString visible = text; // a zero would end all that is shown
-    visible.replace(QChar(0), "\\u0000");
-    m_mistakes.emplace(line, QString("%1:%2: %3").arg(m_fileName).arg(line).arg(visible));
+    m_mistakes.emplace(line, shown(QString("%1:%2: %3").arg(m_fileName).arg(line).arg(text)));
 }
 
 bool ConfigurationReader::isObject(const QString& path, const QJsonValue& value, const QStringList& keys,
@@ -65,7 +55,7 @@ bool ConfigurationReader::isObject(const QString& path, const QJsonValue& value,
     const QJsonObject object = value.toObject();
     for (const QString& key : object.keys()) {
         if (!keys.contains(key))
-            mistake(JsonLines::memberPath(path, key), "unknown key; known are " + keys.join(", "));
+            mistake(JsonDocument::memberPath(path, key), "unknown key; known are " + keys.join(", "));
     }
     bool isComplete = true;
     for (const QString& key : requiredKeys) {
@@ -97,7 +87,7 @@ void ConfigurationReader::readTexts(const QString& path, const QJsonValue& value
         return mistake(path, "must be an array of texts");
     const QJsonArray array = value.toArray();
     for (int index = 0; index < array.size(); ++index) {
-        const QString element = JsonLines::elementPath(path, index);
+        const QString element = JsonDocument::elementPath(path, index);
         if (!array.at(index).isString())
             mistake(element, "must be a text");
         else if (!canBePassed(array.at(index).toString()))
@@ -114,7 +104,7 @@ void ConfigurationReader::readVariables(const QString& path, const QJsonValue& v
         return mistake(path, "must be an object of texts");
     const QJsonObject object = value.toObject();
     for (auto variable = object.begin(); variable != object.end(); ++variable) {
-        const QString member = JsonLines::memberPath(path, variable.key());
+        const QString member = JsonDocument::memberPath(path, variable.key());
         if (variable.key().isEmpty() || variable.key().contains('=') || !canBePassed(variable.key()))
             mistake(member, "is no name that a variable can have");
         else if (!variable.value().isString())

@@ -1,7 +1,7 @@
 // Reads values of a JSON document by their path and collects what is wrong with them.
 #pragma once
 
-#include "JsonLines.h"
+#include "JsonDocument.h"
 
 #include <QJsonObject>
 #include <QJsonValue>
@@ -41,6 +41,6 @@ private:
 
     const QString m_fileName;
     std::multimap<int, QString> m_mistakes; // by line; those of one line stay in their order
-    QJsonObject m_root;
-    JsonLines m_lines{QByteArray()};
+    const JsonDocument m_document;
+    const QJsonObject m_root;
 };

@@ -1,6 +1,8 @@
 // Ends what the supervisor started, when the supervisor itself was killed.
 #pragma once
 
+#include "Configuration.h"
+
 #include <QObject>
 
 #include <memory>
@@ -15,7 +17,8 @@ class QSocketNotifier;
 class Guardian : public QObject {
     Q_OBJECT
 public:
-    static constexpr int slotCount = 1024;
+    /// One for each module, one for a program that looks at it, and one for the command of a save.
+    static constexpr int slotCount = 2 * highestModuleCount + 1;
 
     /// Forks. To be made before anything that starts threads.
     Guardian();

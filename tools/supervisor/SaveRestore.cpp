@@ -163,7 +163,7 @@ void SaveRestore::copy() {
     QStringList folders;
     for (const QString& name : qAsConst(participants))
         folders += m_fleet.find(name)->dataFolder();
-    const DataCommand& copying = command(m_operation);
+    const CommandConfiguration& copying = command(m_operation);
     logInfo(QString("%1: runs '%2' for %3").arg(verb(m_operation), copying.program, participants.join(", ")));
     m_commandRan = true;
     m_limit.start(copying.limitMs);
@@ -240,6 +240,6 @@ QString SaveRestore::consequence(bool commandFailed, const QStringList& done) co
     return QString("%1 without it: %2").arg(participle(m_operation), quoted(done));
 }
 
-const DataCommand& SaveRestore::command(Operation operation) const {
+const CommandConfiguration& SaveRestore::command(Operation operation) const {
     return operation == Save ? m_configuration.save : m_configuration.restore;
 }

@@ -44,7 +44,7 @@ private:
 
     QStringList everyoneWithData() const;
     QString refusal(Operation operation, const QStringList& names) const;
-    const DataCommand& command(Operation operation) const;
+    const CommandConfiguration& command(Operation operation) const;
     void freeze(const QString& name);
     void goOnWhenSettled();
     void copy();

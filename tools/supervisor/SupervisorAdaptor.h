@@ -9,7 +9,7 @@ class ApplicationManager;
 
 class SupervisorAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", VEL_SUPERVISOR_PREFIX ".VelInterface")
+    Q_CLASSINFO("D-Bus Interface", VEL_BUS_PREFIX ".VelInterface")
 public:
     explicit SupervisorAdaptor(ApplicationManager* manager);
 

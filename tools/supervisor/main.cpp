@@ -37,8 +37,8 @@ int main(int argc, char** argv) {
     QCommandLineParser parser;
     parser.setApplicationDescription("Starts, watches, saves and ends modules, as the module 'ApplicationManager'.");
     parser.addPositionalArgument("FILE", "The configuration, in JSON.");
-    const QCommandLineOption help({"h", "help"}, "Shows this and ends with status 1, as every module does.");
-    const QCommandLineOption version("version", "Shows the version and ends with status 1.");
+    const QCommandLineOption help({"h", "help"}, "Shows this.");
+    const QCommandLineOption version("version", "Shows the version.");
     const QCommandLineOption check("check", "Only checks the configuration: status 0 when it is good, 3 when not.");
     const QCommandLineOption name("moduleName", "For callers that tell every module its name.", ownName, ownName);
     parser.addOptions({help, version, check, name});
@@ -46,10 +46,10 @@ int main(int argc, char** argv) {
     if (!parser.parse(QCoreApplication::arguments()))
         return fail(QString("cannot read the command line: %1; nothing was started").arg(parser.errorText()));
     if (parser.isSet(help))
-        parser.showHelp(VelNormalExit);
+        parser.showHelp(0);
     if (parser.isSet(version)) {
         std::printf("vel-supervisor %s\n", VEL_SUPERVISOR_VERSION);
-        return VelNormalExit;
+        return 0;
     }
     if (parser.value(name) != ownName)
         return fail(QString("cannot run as '%1': modules know their supervisor as '%2'; nothing was started")
