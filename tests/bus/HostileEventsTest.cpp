@@ -38,11 +38,11 @@ private Q_SLOTS:
     void otherFormIsTakenForNothing_data() {
         QTest::addColumn<QByteArray>("signature");
         QTest::addColumn<bool>("reachesTheSlot"); // Qt hands over every container; the rest has no matching slot
-        for (const char* signature :
-             {"(ssia{ss})", "(s)", "(i)", "((ssia{ss}a{sv}))", "(ssia{ss}a{ss})", "(ssia{sv}a{ss})", "(sssa{ss}a{sv})",
-              "(ssia{ss}a{sv}s)", "(ssxa{ss}a{sv})", "ai", "a(ssia{ss}a{sv})", "aai", "a{si}", "a{s(ssia{ss}a{sv})}"})
+        // One field too few, too many, another type, another order; an event inside something else; no structure at all.
+        for (const char* signature : {"(ssia{ss})", "(ssia{ss}a{sv}s)", "(ssxa{ss}a{sv})", "(ssia{sv}a{ss})",
+                                      "((ssia{ss}a{sv}))", "a(ssia{ss}a{sv})", "ai", "a{si}"})
             QTest::newRow(signature) << QByteArray(signature) << true;
-        for (const char* signature : {"", "s", "i", "d", "o", "g", "v", "as", "ay", "ss"})
+        for (const char* signature : {"", "s", "v", "as"})
             QTest::newRow(*signature ? signature : "no argument") << QByteArray(signature) << false;
         QTest::newRow("two events") << QByteArray("(ssia{ss}a{sv})(ssia{ss}a{sv})") << true;
     }
@@ -70,15 +70,10 @@ private Q_SLOTS:
         QTest::addColumn<int>("types");
         QTest::addColumn<int>("taken");
         QTest::newRow("fits") << 3 << 3 << 3 << 3;
-        QTest::newRow("too large") << 1000 << 3 << 0 << 3;
         QTest::newRow("largest") << INT_MAX << 1 << 0 << 1;
         QTest::newRow("too small") << 1 << 3 << 3 << 1;
-        QTest::newRow("zero") << 0 << 3 << 1 << 0;
-        QTest::newRow("negative") << -1 << 3 << 0 << 0;
         QTest::newRow("most negative") << INT_MIN << 3 << 0 << 0;
         QTest::newRow("more types than arguments") << 1 << 1 << 5000 << 1;
-        QTest::newRow("ten thousand arguments") << 10000 << 10000 << 10000 << 10000;
-        QTest::newRow("large count of nothing") << 5 << 0 << 0 << 0;
     }
 
     void countNeverReadsPastTheArguments() {
@@ -102,7 +97,7 @@ private Q_SLOTS:
 
     void nestedVariantsAreDelivered_data() {
         QTest::addColumn<int>("wrapping");
-        for (int wrapping : {1, 2, 10, 55})
+        for (int wrapping : {1, 55})
             QTest::addRow("%d", wrapping) << wrapping;
     }
 
@@ -136,14 +131,8 @@ private Q_SLOTS:
     void unpublishableArgumentIsRefused_data() {
         QTest::addColumn<QVariant>("value");
         QTest::newRow("invalid") << QVariant();
-        QTest::newRow("unregistered type") << QVariant::fromValue(Unregistered());
-        QTest::newRow("invalid in a map") << QVariant(QVariantMap{{"a", QVariant()}});
-        QTest::newRow("invalid in a list") << QVariant(QVariantList{1, QVariant()});
         QTest::newRow("unregistered in a variant")
             << QVariant::fromValue(QDBusVariant(QVariant::fromValue(Unregistered())));
-        QTest::newRow("invalid in an event") << QVariant::fromValue(VelEvent("inner", {{"a", QVariant()}}, QString()));
-        QTest::newRow("invalid object path") << QVariant::fromValue(QDBusObjectPath());
-        QTest::newRow("invalid in a hash") << QVariant(QVariantHash{{"a", QVariant()}});
         QTest::newRow("more bytes than an array may hold") << QVariant(QByteArray(70 * 1024 * 1024, 'a'));
         QVariant deep(1);
         for (int level = 0; level < 100; ++level)
@@ -175,61 +164,34 @@ private Q_SLOTS:
         QCOMPARE(m_module.syncRemoteCall(peer, echo, good).arguments(), good);
     }
 
-    void deepestArgumentTheBusAcceptsIsPublished() {
-        // The first depth that is refused is refused by the publisher, never by the bus: that would cost the connection.
-        QVariant value(1);
-        bool published = true;
-        int depth = 0;
-        for (; published; ++depth) {
-            published = m_module.notifyEvent(topic, {{"deep", value}});
-            value = QVariantList{value};
-        }
-        QVERIFY(depth > 20);
-        nextGoodEventArrives();
-        QCOMPARE(static_cast<int>(m_listener->events().size()), depth);
-    }
+    void deepestArgumentTheBusAcceptsIsPublished() { QVERIFY(publishUntilRefused(1) > 20); }
 
     void receivedContainerIsSentOn() {
         // What others nested counts, too: a module may put it into a container of its own.
-        constexpr int lists = 20;
-        QByteArray signature("i");
+        constexpr int lists = 10;
+        QVariant value(1);
         for (int level = 0; level < lists; ++level)
-            signature.prepend("a");
-        QVERIFY(m_hostile.sendSignal(hostile, topic, [&](DBusMessageIter& iterator) {
-            DBusMessageIter event, noTypes, arguments, entry, variant;
-            dbus_message_iter_open_container(&iterator, DBUS_TYPE_STRUCT, nullptr, &event);
-            appendBySignature(event, "ss");
-            const dbus_int32_t count = 1;
-            dbus_message_iter_append_basic(&event, DBUS_TYPE_INT32, &count);
-            dbus_message_iter_open_container(&event, DBUS_TYPE_ARRAY, "{ss}", &noTypes);
-            dbus_message_iter_close_container(&event, &noTypes);
-            dbus_message_iter_open_container(&event, DBUS_TYPE_ARRAY, "{sv}", &arguments);
-            dbus_message_iter_open_container(&arguments, DBUS_TYPE_DICT_ENTRY, nullptr, &entry);
-            appendBySignature(entry, "s");
-            dbus_message_iter_open_container(&entry, DBUS_TYPE_VARIANT, signature.constData(), &variant);
-            appendBySignature(variant, signature.constData());
-            dbus_message_iter_close_container(&entry, &variant);
-            dbus_message_iter_close_container(&arguments, &entry);
-            dbus_message_iter_close_container(&event, &arguments);
-            dbus_message_iter_close_container(&iterator, &event);
-        }));
-        m_hostile.flush();
-        QVERIFY(m_listener->waitForEvents(1));
-        QVariant value = m_listener->events().front().getArguments().first();
-        QCOMPARE(value.userType(), qMetaTypeId<QDBusArgument>());
-        bool published = true;
-        int depth = 0;
-        for (; published; ++depth) {
-            published = m_module.notifyEvent(topic, {{"sent on", value}});
             value = QVariantList{value};
-        }
-        // An event takes four of the 63 levels.
-        QCOMPARE(depth, 1 + (63 - 4 - lists) / 2 + 1);
-        nextGoodEventArrives();
-        QCOMPARE(static_cast<int>(m_listener->events().size()), 1 + depth);
+        QVERIFY(m_module.notifyEvent(topic, {{"value", value}}));
+        QVERIFY(m_listener->waitForEvents(1));
+        const QVariant received = m_listener->events().front().getArguments().first();
+        QCOMPARE(received.userType(), qMetaTypeId<QDBusArgument>());
+        // An event takes four of the 63 levels, a list of variants two.
+        QCOMPARE(publishUntilRefused(received), 1 + (63 - 4 - 2 * lists) / 2);
     }
 
 private:
+    // How often the value can be published, in one more list each time. The first that is refused is refused by the
+    // publisher, never by the bus: that would cost the connection.
+    int publishUntilRefused(QVariant value) {
+        const auto before = m_listener->events().size();
+        int published = 0;
+        for (; m_module.notifyEvent(topic, {{"value", value}}); ++published)
+            value = QVariantList{value};
+        nextGoodEventArrives();
+        return m_listener->events().size() == before + static_cast<unsigned>(published) + 1 ? published : -1;
+    }
+
     void nextGoodEventArrives() {
         const QVariantMap good{{"good", 7}};
         QVERIFY(m_module.notifyEvent(topic, good));

@@ -11,21 +11,12 @@ class ModuleNamesTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void impossibleNameGivesAnInvalidProxy_data() { names(); }
-    void impossibleNameGivesAnInvalidProxy() {
+    void nothingIsCalledUnderAnImpossibleName_data() { names(); }
+    void nothingIsCalledUnderAnImpossibleName() {
         QFETCH(QString, name);
         const VelDBusInterface proxy(name, QDBusConnection::sessionBus(), nullptr);
         QVERIFY(!proxy.isValid());
-        const VelDBusInterface copy(proxy, nullptr);
-        QVERIFY(!copy.isValid());
-        const VelDBusInterface introspectable(name, "org.freedesktop.DBus.Introspectable",
-                                              QDBusConnection::sessionBus(), nullptr);
-        QVERIFY(!introspectable.isValid());
-    }
-
-    void callsToAnImpossibleNameThrow_data() { names(); }
-    void callsToAnImpossibleNameThrow() {
-        QFETCH(QString, name);
+        QVERIFY(!VelDBusInterface(proxy, nullptr).isValid());
         QVERIFY(!m_module.isModuleConnected(name));
         const QString method = "echo";
         const QString expected = QString("Invalid interface: is module '%1' started ?").arg(name);
@@ -58,7 +49,7 @@ private Q_SLOTS:
     void impossibleEventNamesAreRefused_data() {
         QTest::addColumn<QString>("event");
         QTest::addColumn<bool>("meansEveryEvent");
-        for (const char* event : {"stop_module_\u00e9", "a-b", "a b", "a.b", "9x", "/"})
+        for (const char* event : {"stop_module_\u00e9", "a-b", "a.b", "9x"})
             QTest::newRow(event) << QString::fromUtf8(event) << false;
         QTest::newRow("too long") << QString(256, 'a') << false;
         QTest::newRow("zero inside") << QString(QString("a") + QChar(0) + "b") << false;
@@ -82,7 +73,7 @@ private Q_SLOTS:
 
     void impossibleMethodNamesThrow_data() {
         QTest::addColumn<QString>("method");
-        for (const char* method : {"f%3", "", "a b", ".s", "9x", "\u00e9", "-"})
+        for (const char* method : {"f%3", "", "a b", "\u00e9"})
             QTest::newRow(method) << QString::fromUtf8(method);
     }
 
@@ -133,7 +124,7 @@ private Q_SLOTS:
 private:
     void names() {
         QTest::addColumn<QString>("name");
-        for (const char* name : {"A-B", "A B", "a.b", "\u00e9", "9x", "", "/", "a/b", "..", "\u20ac\u20ac"})
+        for (const char* name : {"A-B", "A B", "a.b", "\u00e9", "9x", "", "a/b"})
             QTest::newRow(name) << QString::fromUtf8(name);
         QTest::newRow("too long") << QString(300, 'a');
         QTest::newRow("zero inside") << QString(QString("A") + QChar(0) + "B");
