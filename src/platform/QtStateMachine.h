@@ -18,8 +18,8 @@ namespace automatonZeta {
 /// Handle of a transition that QtState::addTransition() made; only QtState::removeTransition() takes it.
 class QtAbstractTransition;
 
-/// What all states have in common. A state belongs to whoever made it with `new`; deleting it takes it out of its
-/// parent state and its machine.
+/// What all states have in common. A state belongs to whoever made it with `new`. It is taken out of its machine with
+/// removeState() before it is deleted; what is still inside of a machine or a state ends with that.
 ///
 /// Thread:   states and machines are made, used and deleted on one thread, that of its event loop.
 class VEL_EXPORT QtAbstractState {
@@ -87,7 +87,7 @@ public:
     void addState(QtAbstractState* state);
 
     /// Takes `state` out of the machine and out of its parent state: the caller alone owns it then, and deleting a
-    /// former parent does not delete it.
+    /// former parent does not delete it. After stop(), or before start().
     void removeState(QtAbstractState* state);
 
     /// The state entered when the machine starts.
@@ -97,7 +97,7 @@ public:
     /// inside this call (the module whose slots are the entry actions may still be under construction).
     void start();
 
-    /// Stops processing transitions.
+    /// Stops processing transitions, for good: no entry action runs from here on.
     void stop();
 
 private:

@@ -4,7 +4,6 @@
 #include "Machine.h"
 
 #include <QAbstractState>
-#include <QPointer>
 
 #include <array>
 #include <cxxabi.h>
@@ -24,8 +23,7 @@ void invoke(QObject* object, const char* method, const QList<QVariant>& args) {
 }
 
 void rethrowFromEventLoop(const std::exception_ptr& exception) {
-    // An object of its own: the state, the machine or the invoked object may be gone before the loop comes to it, and
-    // with them the exception.
+    // An object of its own: the invoked object may be gone before the loop comes to it, and with it the exception.
     auto* const carrier = new QObject;
     QMetaObject::invokeMethod(
         carrier,
@@ -54,21 +52,13 @@ void addEntryAction(QAbstractState* state, QObject* object, const char* method, 
                  maxArguments);
         return;
     }
-    const auto action = [state, guarded = QPointer<QObject>(object), name = QByteArray(method), args] {
-        auto* const machine = static_cast<Machine*>(state->machine());
-        // Qt completes a step that is under way when the machine is halted or a state taken out; the actions do not.
-        if (!machine || !machine->isOn() || !guarded)
-            return;
-        const Machine::Entering entering(*machine);
-        invokeGuarded(guarded, name.constData(), args);
-        if (state->machine() != machine)
-            machine->halt(); // the action has taken the state out that the machine is now in
+    const auto action = [state, object, name = QByteArray(method), args] {
+        // Qt completes a step that is under way when the machine is stopped; the actions do not.
+        const auto* machine = static_cast<Machine*>(state->machine());
+        if (machine && !machine->isHalted())
+            invokeGuarded(object, name.constData(), args);
     };
-    QObject::connect(state, &QAbstractState::entered, state, action, Qt::DirectConnection);
-}
-
-void removeEntryActions(QAbstractState* state) {
-    QObject::disconnect(state, &QAbstractState::entered, nullptr, nullptr);
+    QObject::connect(state, &QAbstractState::entered, object, action, Qt::DirectConnection);
 }
 
 } // namespace automatonZeta

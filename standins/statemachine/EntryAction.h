@@ -18,7 +18,4 @@ namespace automatonZeta {
 /// Invokes the slot `method` of `object` with `args` on each entry into `state`, as long as `object` exists.
 void addEntryAction(QAbstractState* state, QObject* object, const char* method, const QList<QVariant>& args);
 
-/// Removes all entry actions of `state`.
-void removeEntryActions(QAbstractState* state);
-
 } // namespace automatonZeta

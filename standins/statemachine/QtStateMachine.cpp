@@ -2,7 +2,6 @@
 #include "platform/QtStateMachine.h"
 
 #include "Machine.h"
-#include "MachineMembership.h"
 #include "StateData.h"
 
 #include <QPointer>
@@ -17,33 +16,27 @@ struct QtStateMachine::Private {
 QtStateMachine::QtStateMachine(QObject* parent) : d(new Private{new Machine(parent)}) {}
 
 QtStateMachine::~QtStateMachine() {
-    if (!d->machine)
-        return;
-    takeOutSubStates(d->machine);
-    d->machine->halt();
-    d->machine->abandon();
+    delete d->machine;
 }
 
 void QtStateMachine::addState(QtAbstractState* state) {
-    if (!d->machine || !state || !state->d->state || state->d->state->parentState() == d->machine)
-        return;
-    takeOut(state->d->state);
-    state->d->state->setParent(d->machine);
+    if (d->machine && state && state->d->state)
+        state->d->state->setParent(d->machine);
 }
 
 void QtStateMachine::removeState(QtAbstractState* state) {
     if (state && state->d->state)
-        takeOut(state->d->state);
+        state->d->state->setParent(nullptr);
 }
 
 void QtStateMachine::setInitialState(QtAbstractState* state) {
     if (d->machine)
-        d->machine->setInitialState(state ? state->d->state.data() : nullptr);
+        d->machine->setInitialState(QtAbstractState::Private::stateOf(state));
 }
 
 void QtStateMachine::start() {
     if (d->machine)
-        d->machine->begin();
+        d->machine->start();
 }
 
 void QtStateMachine::stop() {

@@ -1,10 +1,11 @@
 // The wrappers around Qt's states.
 #include "EntryAction.h"
-#include "MachineMembership.h"
-#include "SignalTransition.h"
 #include "StateData.h"
 
+#include <QFinalState>
 #include <QMetaMethod>
+#include <QSignalTransition>
+#include <QState>
 
 namespace automatonZeta {
 namespace {
@@ -27,8 +28,7 @@ QState* asQState(QAbstractState* state) {
 QtAbstractState::QtAbstractState(std::unique_ptr<Private> data) : d(std::move(data)) {}
 
 QtAbstractState::~QtAbstractState() {
-    if (d->state)
-        dispose(d->state);
+    delete d->state;
 }
 
 void QtActionState::invokeMethodOnEntry(QObject* object, const char* method, const QList<QVariant>& args) {
@@ -37,8 +37,7 @@ void QtActionState::invokeMethodOnEntry(QObject* object, const char* method, con
 }
 
 QtState::QtState(QtState* parent)
-    : QtActionState(
-          std::unique_ptr<Private>(new Private{new MemberState<QState>(asQState(Private::stateOf(parent)))})) {}
+    : QtActionState(std::unique_ptr<Private>(new Private{new QState(asQState(Private::stateOf(parent)))})) {}
 
 void QtState::setInitialState(QtAbstractState* state) {
     if (d->state)
@@ -48,7 +47,8 @@ void QtState::setInitialState(QtAbstractState* state) {
 QtAbstractTransition* QtState::addTransition(QObject* sender, const char* signal, QtAbstractState* target) {
     if (!d->state || !hasSignal(sender, signal))
         return nullptr;
-    auto* const transition = new SignalTransition(sender, signal, Private::stateOf(target));
+    auto* const transition = new QSignalTransition(sender, signal);
+    transition->setTargetState(Private::stateOf(target));
     asQState(d->state)->addTransition(transition);
     if (transition->sourceState() != d->state) {
         delete transition; // Qt has refused it, and said why
@@ -61,7 +61,7 @@ void QtState::removeTransition(QtAbstractTransition* transition) {
     // Without the Qt state its transitions are gone as well, and the handle points nowhere.
     if (!transition || !d->state)
         return;
-    auto* const signalTransition = reinterpret_cast<SignalTransition*>(transition);
+    auto* const signalTransition = reinterpret_cast<QSignalTransition*>(transition);
     if (signalTransition->sourceState() != d->state)
         return;
     asQState(d->state)->removeTransition(signalTransition);
@@ -70,7 +70,6 @@ void QtState::removeTransition(QtAbstractTransition* transition) {
 }
 
 QtFinalState::QtFinalState(QtState* parent)
-    : QtActionState(
-          std::unique_ptr<Private>(new Private{new MemberState<QFinalState>(asQState(Private::stateOf(parent)))})) {}
+    : QtActionState(std::unique_ptr<Private>(new Private{new QFinalState(asQState(Private::stateOf(parent)))})) {}
 
 } // namespace automatonZeta

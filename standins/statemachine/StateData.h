@@ -9,7 +9,7 @@
 namespace automatonZeta {
 
 struct QtAbstractState::Private {
-    /// Null once the machine was deleted by its QObject parent, and its states with it.
+    /// Null once the machine or a parent state was deleted, and what was in it.
     QPointer<QAbstractState> state;
 
     static QAbstractState* stateOf(const QtAbstractState* wrapper) {
