@@ -24,8 +24,8 @@ TARGETS = [
     frame.Target(CROWD, "Vel module", "Qt program", "private dirty/kB", 1.10),
 ]
 PLOTS = []
-NOTES = ["Who is alone has what it maps to itself, and its memory is its RSS: a PSS would be divided by whoever else "
-         "on the machine happens to use Qt. As one of ten it is its PSS."]  # the run adds the table of a start's messages
+NOTES = ["The memory of a lone process is its RSS, because its PSS depends on how many other programs of the machine use "
+         "Qt. The memory of one of ten is its PSS."]  # the run adds the table of a start's messages
 
 _numbers = itertools.count(1)
 
