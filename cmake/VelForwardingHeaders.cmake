@@ -14,7 +14,7 @@ set(VEL_PUBLIC_HEADERS
     platform/QtStateMachine.h
     platform/VelLogger.h
 )
-set(VEL_SUPPORTING_HEADERS # installed because the public ones include them; nobody includes them by name
+set(VEL_SUPPORTING_HEADERS # installed because the public headers include them
     platform/VelExport.h
 )
 set(VEL_FORWARDING_DIR ${PROJECT_BINARY_DIR}/include)

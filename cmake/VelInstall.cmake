@@ -5,7 +5,7 @@
 
 set(vel_headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/vel)
 install(FILES ${VEL_FORWARDING_HEADERS} DESTINATION ${vel_headers_dir} COMPONENT development)
-# The headers include each other with their folder.
+# With their folders, because the headers include each other by them.
 foreach(header IN LISTS VEL_PUBLIC_HEADERS VEL_SUPPORTING_HEADERS)
     get_filename_component(folder ${header} DIRECTORY)
     install(FILES src/${header} DESTINATION ${vel_headers_dir}/${folder} COMPONENT development)
@@ -34,7 +34,7 @@ configure_file(cmake/vel.pc.in ${PROJECT_BINARY_DIR}/installed/vel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/installed/vel.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# As in the source tree, so that their links to each other hold.
+# In the folders of the source tree, so that the pages' links to each other work.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc
     FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")

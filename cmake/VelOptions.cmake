@@ -1,4 +1,4 @@
-# What a build may decide: the bus-name prefix, the version stamp, warnings and sanitizers.
+# The options of a build: the bus-name prefix, the version stamp, warnings, sanitizers. docs/configuration.md explains them.
 
 set(VEL_BUS_PREFIX "org.vel.module" CACHE STRING
     "Bus-name prefix of three elements, the same in every module of a system")
@@ -33,12 +33,12 @@ if(VEL_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# How a sanitized program is to run, for every test that starts one. Qt is not built with ThreadSanitizer: what its own
-# code does to memory is not looked at, and what its mutexes order is told by VisibleMutex.cpp; there are no suppressions.
-# Beware of QThread::create(): Qt runs its function from inside of such code, so that it is not looked at either; a
-# class with a run() of its own, and std::thread, are.
-# A program with threads waits at its end for late races, by default a second, which is most of the time of those tests
-# that start hundreds.
+# The environment of every test that starts a sanitized program. Qt is not built with ThreadSanitizer, so its own memory
+# accesses are not checked; VisibleMutex.cpp tells the sanitizer the order that Qt's mutexes make. There are no suppressions.
+# Beware of QThread::create(): Qt calls its function from unchecked code, so the function is not checked either. A class with
+# a run() of its own is checked, and so is std::thread.
+# At its end a program with threads waits for late races, by default for a second. In tests that start hundreds of programs
+# that would be most of the time.
 set(VEL_SANITIZER_ENVIRONMENT)
 if(VEL_SANITIZE MATCHES thread)
     set(VEL_SANITIZER_ENVIRONMENT

@@ -1,4 +1,4 @@
-// Calls a method it knows nothing about and shows the typed answer: --call=Tuner.reception
+// Calls the method that --call names, about which it knows nothing else, and shows the typed answer: --call=Tuner.reception
 #include <VelApplication>
 #include <VelLogger>
 #include <VelModule>
@@ -21,7 +21,7 @@ public:
         } catch (const QString& text) {
             logger("")->error("the call failed: " + text);
         }
-        exit(); // the work is done: ask to be stopped
+        exit(); // the work is done: asks to be stopped
         return true;
     }
 

@@ -1,4 +1,4 @@
-// A display: has something to deploy first, calls other modules, and takes part in the presentation.
+// A display: deploys its data first, calls other modules, and takes part in the presentation.
 #include <VelApplication>
 #include <VelException>
 #include <VelExceptionNet>

@@ -18,7 +18,7 @@ public:
         return false;
     }
 
-    // Throwing is failing, too; the text becomes an error line.
+    // An exception counts as false; its text becomes an error line.
     bool init() override {
         if (failsIn("init"))
             throw QString("the disk is full");

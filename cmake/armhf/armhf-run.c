@@ -1,15 +1,14 @@
 /* armhf-run PROGRAM [ARGUMENT...]: runs a 32-bit ARM program of this build on this machine, under qemu-arm.
  *
- * Why not qemu-arm itself. Qt 5.15's QProcess asks clone() for a process descriptor and waits for the child with
- * waitid(P_PIDFD). qemu-arm 7.2 does not know the flag, gives no child's number back, and hands the waiting on to the
- * kernel, which finds nothing wrong with it: so QProcess believes in a child whose number is -1, and when it ends that
- * child it calls kill(-1, SIGKILL), which is the end of every process that this user may signal.
+ * Why not qemu-arm itself: Qt 5.15's QProcess asks clone() for a process descriptor and waits for the child with
+ * waitid(P_PIDFD). qemu-arm 7.2 does not know the flag of clone(), returns no child number, and passes the wait on to the
+ * kernel, which accepts it. So QProcess works with the child number -1. When it kills that child, it calls
+ * kill(-1, SIGKILL), which kills every process that this user may signal.
  *
- * So the kernel is told to refuse two system calls, to this program and to all its children, whatever they are:
- * waitid(P_PIDFD) fails with EINVAL, as on a Linux before 5.4, where QProcess falls back on fork(); and kill(-1, ...)
- * fails with EPERM, should anything ever come to it again.
+ * So the kernel refuses two system calls to this program and to all its children: waitid(P_PIDFD) fails with EINVAL, as
+ * before Linux 5.4, where QProcess uses fork() instead; and kill(-1, ...) fails with EPERM, in case another program calls it.
  *
- * Built for one sysroot and one place of qemu-arm, which are given to the compiler.
+ * The compiler gets the sysroot and the path of qemu-arm, so each build serves one of them.
  */
 #include <errno.h>
 #include <linux/audit.h>
@@ -71,7 +70,7 @@ int main(int count, char** arguments) {
         perror("armhf-run: cannot protect this machine from '" EMULATOR "'; nothing was started");
         return noFilter;
     }
-    line = calloc((size_t)(startCount + count), sizeof *line); /* ends with a null, for this program's name goes */
+    line = calloc((size_t)(startCount + count), sizeof *line); /* this program's own name is left out: room for the null */
     if (!line) {
         perror("armhf-run");
         return noEmulator;

@@ -1,7 +1,7 @@
 # Builds for 32-bit ARM Linux with hardware floating point, with Debian's cross-compiler, against a sysroot.
 #
-# For a board of one's own, copy it and change the triplet, the sysroot and the emulator; docs/porting.md tells what the
-# sysroot must have.
+# For another board, copy it and change the triplet, the sysroot and the emulator; docs/porting.md tells what the sysroot
+# must hold.
 
 get_filename_component(made ${CMAKE_CURRENT_LIST_DIR}/../../build ABSOLUTE) # CMake compares folders by their names
 
@@ -16,19 +16,19 @@ if(NOT IS_DIRECTORY ${VEL_SYSROOT})
         "scripts/test-armhf makes one, and so does cmake/armhf/make-sysroot")
 endif()
 
-# Where CMake tries the compiler, it reads this file again, but not the cache.
+# When CMake tries the compiler, it reads this file again, but not the cache.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VEL_SYSROOT VEL_EMULATOR)
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
-set(CMAKE_CXX_FLAGS_INIT -Wno-psabi) # about calls between what GCC 6 built and what later ones did: nothing is mixed here
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi) # warns of calls between code of GCC 6 and of later ones; here is only one
 set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
 set(CMAKE_SYSROOT ${VEL_SYSROOT})
 set(CMAKE_CROSSCOMPILING_EMULATOR ${VEL_EMULATOR})
 
-# Programs such as moc are this machine's; whatever is linked or included is the target's.
+# Programs such as moc come from this machine, libraries and headers from the sysroot.
 set(CMAKE_FIND_ROOT_PATH ${VEL_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -1,4 +1,4 @@
-# Makes of the folders that cpack has filled what Debian expects of packages. Run by cpack before it packs them.
+# Adds to the folders that cpack has filled what Debian expects of packages. cpack runs this before it packs them.
 
 set(times --no-dereference)
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
@@ -25,8 +25,8 @@ foreach(package IN LISTS packages)
         file(RENAME ${root}/usr/share/zsh/site-functions ${root}/usr/share/zsh/vendor-completions)
     endif()
 
-    # Which packages its libraries come from, those made here included. cpack would ask dpkg-shlibdeps as well, but knows
-    # no relation between packages that it is making, and calls ldconfig in a script where a trigger is wanted.
+    # The packages that its libraries come from, also those made here. cpack can call dpkg-shlibdeps by itself, but then finds
+    # no dependencies between packages of one run, and calls ldconfig in a script where Debian wants a trigger.
     file(GLOB binaries ${root}/usr/bin/* ${root}/usr/lib/*/*.so.*)
     if(binaries)
         file(MAKE_DIRECTORY ${root}/DEBIAN) # by which dpkg-shlibdeps knows a package's folder

@@ -1,8 +1,8 @@
-# Which Debian packages cpack makes of the install components. What cpack cannot do itself is in Finish.cmake.
+# The Debian packages that cpack makes of the install components. Finish.cmake does what cpack cannot do.
 
 set(vel_debian ${CMAKE_CURRENT_LIST_DIR})
 
-# The changelog is the one place of the packages' version and maintainer.
+# Version and maintainer of the packages stand in the changelog only.
 function(vel_changelog_field variable field)
     execute_process(COMMAND dpkg-parsechangelog --file ${vel_debian}/changelog --show-field ${field}
         OUTPUT_VARIABLE value OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
@@ -32,8 +32,8 @@ set(CPACK_VEL_DEBIAN ${vel_debian})
 set(CPACK_VEL_SHLIBS ${PROJECT_BINARY_DIR}/shlibs)
 set(CPACK_VEL_LIBRARIES ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 
-# DEPENDS is what stands in no library: the libraries' packages are added to it. SHLIBS is the shlibs(5) line of the
-# library that is in the package.
+# DEPENDS: dependencies other than libraries, whose packages are found and added. SHLIBS: the shlibs(5) line of the package's
+# own library.
 function(vel_package name)
     cmake_parse_arguments(arg "" "SECTION;SHLIBS;DEPENDS;RECOMMENDS;SYNOPSIS;DESCRIPTION" "COMPONENTS" ${ARGN})
     string(TOUPPER ${name} NAME)
@@ -56,7 +56,7 @@ function(vel_package name)
     endif()
 endfunction()
 
-# dpkg-shlibdeps runs in a source package's folder, of which it wants to see this much.
+# dpkg-shlibdeps runs in the folder of a source package, and needs these two files of it.
 file(WRITE ${CPACK_VEL_SHLIBS}/debian/control "")
 file(WRITE ${CPACK_VEL_SHLIBS}/debian/shlibs.local "")
 
@@ -64,7 +64,7 @@ vel_package(libvel1
     COMPONENTS runtime
     SECTION libs
     SHLIBS "libvel 1 libvel1 (>= ${PROJECT_VERSION})"
-    DEPENDS "procps" # the program kill, with which a module freezes itself
+    DEPENDS "procps" # the program kill: a module freezes itself with it
     SYNOPSIS "library for systems of cooperating processes on D-Bus"
     DESCRIPTION "Vel gives each process of a system a name on the D-Bus session bus, one
 lifecycle, named events, calls to other processes, and a part in saves and
