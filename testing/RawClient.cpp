@@ -5,53 +5,33 @@
 
 namespace {
 
-struct Unref {
-    void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, Unref>;
-
-void appendText(DBusMessageIter& iterator, const QByteArray& text) {
-    const char* bytes = text.constData();
-    dbus_message_iter_append_basic(&iterator, DBUS_TYPE_STRING, &bytes);
-}
-
 void appendWrapped(DBusMessageIter& iterator, int wrapping, qint32 value) {
-    DBusMessageIter inner;
-    dbus_message_iter_open_container(&iterator, DBUS_TYPE_VARIANT, wrapping > 0 ? "v" : "i", &inner);
+    RawContainer inner(iterator, DBUS_TYPE_VARIANT, wrapping > 0 ? "v" : "i");
     if (wrapping > 0)
         appendWrapped(inner, wrapping - 1, value);
     else
-        dbus_message_iter_append_basic(&inner, DBUS_TYPE_INT32, &value);
-    dbus_message_iter_close_container(&iterator, &inner);
+        inner.number(value);
 }
 
 void appendDefaultOf(DBusMessageIter& iterator, DBusSignatureIter& type) {
     const int kind = dbus_signature_iter_get_current_type(&type);
     if (dbus_type_is_basic(kind)) {
-        static const DBusBasicValue zero{};
-        const char* text = kind == DBUS_TYPE_OBJECT_PATH ? "/" : "";
-        const void* value = kind == DBUS_TYPE_STRING || kind == DBUS_TYPE_OBJECT_PATH || kind == DBUS_TYPE_SIGNATURE
-                                ? static_cast<const void*>(&text)
-                                : static_cast<const void*>(&zero);
-        dbus_message_iter_append_basic(&iterator, kind, value);
-        return;
-    }
-    DBusMessageIter inner;
-    if (kind == DBUS_TYPE_VARIANT) {
-        const dbus_bool_t yes = TRUE;
-        dbus_message_iter_open_container(&iterator, kind, "b", &inner);
-        dbus_message_iter_append_basic(&inner, DBUS_TYPE_BOOLEAN, &yes);
+        DBusBasicValue value{};
+        if (kind == DBUS_TYPE_STRING || kind == DBUS_TYPE_OBJECT_PATH || kind == DBUS_TYPE_SIGNATURE)
+            value.str = const_cast<char*>(kind == DBUS_TYPE_OBJECT_PATH ? "/" : "");
+        dbus_message_iter_append_basic(&iterator, kind, &value);
+    } else if (kind == DBUS_TYPE_VARIANT) {
+        RawContainer(iterator, kind, "b").flag(true);
     } else {
         DBusSignatureIter element;
         dbus_signature_iter_recurse(&type, &element);
-        char* contained = kind == DBUS_TYPE_ARRAY ? dbus_signature_iter_get_signature(&element) : nullptr;
-        dbus_message_iter_open_container(&iterator, kind, contained, &inner);
-        dbus_free(contained);
+        const std::unique_ptr<char, void (*)(void*)> contained(
+            kind == DBUS_TYPE_ARRAY ? dbus_signature_iter_get_signature(&element) : nullptr, dbus_free);
+        RawContainer inner(iterator, kind, contained.get());
         do {
             appendDefaultOf(inner, element);
         } while (kind != DBUS_TYPE_ARRAY && dbus_signature_iter_next(&element));
     }
-    dbus_message_iter_close_container(&iterator, &inner);
 }
 
 } // namespace
@@ -69,9 +49,9 @@ RawClient::RawClient() {
 
 bool RawClient::sendSignal(const QString& sender, const QString& member,
                            const std::function<void(DBusMessageIter&)>& fill) {
-    const Message message(dbus_message_new_signal(vel::bus::objectPath(sender).toUtf8().constData(),
-                                                  vel::bus::commonInterface().toUtf8().constData(),
-                                                  member.toUtf8().constData()));
+    const RawMessage message(dbus_message_new_signal(vel::bus::objectPath(sender).toUtf8().constData(),
+                                                     vel::bus::commonInterface().toUtf8().constData(),
+                                                     member.toUtf8().constData()));
     DBusMessageIter iterator;
     dbus_message_iter_init_append(message.get(), &iterator);
     fill(iterator);
@@ -87,35 +67,33 @@ QString RawClient::uniqueName() const {
 }
 
 void RawClient::flush() {
-    const Message question(
+    const RawMessage question(
         dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "GetId"));
-    const Message answer(dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, nullptr));
+    const RawMessage answer(dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, nullptr));
 }
 
 bool RawClient::waitForModule(const QString& name) {
     // A module answers this one from its event loop, as it delivers events. Others are answered by Qt's thread.
-    const Message question(dbus_message_new_method_call(vel::bus::serviceName(name).toUtf8().constData(),
-                                                        vel::bus::objectPath(name).toUtf8().constData(),
-                                                        "org.freedesktop.DBus.Introspectable", "Introspect"));
-    const Message answer(
+    const RawMessage question(dbus_message_new_method_call(vel::bus::serviceName(name).toUtf8().constData(),
+                                                           vel::bus::objectPath(name).toUtf8().constData(),
+                                                           "org.freedesktop.DBus.Introspectable", "Introspect"));
+    const RawMessage answer(
         dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), DBUS_TIMEOUT_INFINITE, nullptr));
-    while (const Message other{dbus_connection_pop_message(m_connection.get())}) {
+    while (const RawMessage other{dbus_connection_pop_message(m_connection.get())}) {
     }
     return answer != nullptr;
 }
 
 bool RawClient::becomeMonitor() {
-    const Message question(
+    const RawMessage question(
         dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_MONITORING, "BecomeMonitor"));
     DBusMessageIter iterator;
     dbus_message_iter_init_append(question.get(), &iterator);
-    DBusMessageIter noRules;
-    dbus_message_iter_open_container(&iterator, DBUS_TYPE_ARRAY, "s", &noRules);
-    dbus_message_iter_close_container(&iterator, &noRules);
+    { const RawContainer noRules(iterator, DBUS_TYPE_ARRAY, "s"); }
     const dbus_uint32_t noFlags = 0;
     dbus_message_iter_append_basic(&iterator, DBUS_TYPE_UINT32, &noFlags);
     DBusError error = DBUS_ERROR_INIT;
-    const Message answer(dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, &error));
+    const RawMessage answer(dbus_connection_send_with_reply_and_block(m_connection.get(), question.get(), -1, &error));
     dbus_error_free(&error);
     return answer != nullptr;
 }
@@ -123,7 +101,7 @@ bool RawClient::becomeMonitor() {
 QStringList RawClient::seenUntilSignal(const QString& member) {
     QStringList seen;
     while (dbus_connection_read_write(m_connection.get(), -1)) {
-        while (const Message message{dbus_connection_pop_message(m_connection.get())}) {
+        while (const RawMessage message{dbus_connection_pop_message(m_connection.get())}) {
             const QString name = QString::fromUtf8(dbus_message_get_member(message.get()));
             switch (dbus_message_get_type(message.get())) {
             case DBUS_MESSAGE_TYPE_METHOD_CALL:
@@ -147,29 +125,20 @@ QStringList RawClient::seenUntilSignal(const QString& member) {
 }
 
 void appendEvent(DBusMessageIter& iterator, const QByteArray& name, int count, int arguments, int types, int wrapping) {
-    DBusMessageIter structure;
-    dbus_message_iter_open_container(&iterator, DBUS_TYPE_STRUCT, nullptr, &structure);
-    appendText(structure, name);
-    appendText(structure, QByteArray());
-    const qint32 countField = count;
-    dbus_message_iter_append_basic(&structure, DBUS_TYPE_INT32, &countField);
-
+    RawContainer structure(iterator, DBUS_TYPE_STRUCT);
+    structure.text(name.constData());
+    structure.text("");
+    structure.number(count);
     const auto appendMap = [&structure](const char* entrySignature, int entries, auto appendValue) {
-        DBusMessageIter map;
-        dbus_message_iter_open_container(&structure, DBUS_TYPE_ARRAY, entrySignature, &map);
+        RawContainer map(structure, DBUS_TYPE_ARRAY, entrySignature);
         for (int entry = 0; entry < entries; ++entry) {
-            DBusMessageIter pair;
-            dbus_message_iter_open_container(&map, DBUS_TYPE_DICT_ENTRY, nullptr, &pair);
-            appendText(pair, "key" + QByteArray::number(entry));
+            RawContainer pair(map, DBUS_TYPE_DICT_ENTRY);
+            pair.text(("key" + QByteArray::number(entry)).constData());
             appendValue(pair, entry);
-            dbus_message_iter_close_container(&map, &pair);
         }
-        dbus_message_iter_close_container(&structure, &map);
     };
-    appendMap("{ss}", types, [](DBusMessageIter& pair, int) { appendText(pair, "int"); });
-    appendMap("{sv}", arguments,
-              [wrapping](DBusMessageIter& pair, int entry) { appendWrapped(pair, wrapping, entry); });
-    dbus_message_iter_close_container(&iterator, &structure);
+    appendMap("{ss}", types, [](RawContainer& pair, int) { pair.text("int"); });
+    appendMap("{sv}", arguments, [wrapping](RawContainer& pair, int entry) { appendWrapped(pair, wrapping, entry); });
 }
 
 void appendBySignature(DBusMessageIter& iterator, const char* signature) {

@@ -2,11 +2,11 @@
 // carries.
 #pragma once
 
+#include "testing/RawMessage.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
-
-#include <dbus/dbus.h>
 
 #include <functional>
 #include <memory>

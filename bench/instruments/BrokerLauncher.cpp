@@ -6,14 +6,13 @@
 // connection that it was given at its start, and it ends when that connection does. Here the program itself becomes the
 // broker, so that its process is the bus, and a child of it plays the controller: it prints the bus's address once
 // clients are served, and dies with the broker.
-#include <dbus/dbus.h>
+#include "testing/RawMessage.h"
 
 #include <array>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -41,30 +40,6 @@ int listenOn(const char* path) {
     return listener;
 }
 
-// Writes the broker's policy argument; a container is open as long as its object lives.
-class Container {
-public:
-    Container(DBusMessageIter& parent, int kind, const char* contents = nullptr) : m_parent(parent) {
-        dbus_message_iter_open_container(&m_parent, kind, contents, &m_iterator);
-    }
-    ~Container() { dbus_message_iter_close_container(&m_parent, &m_iterator); }
-    Container(const Container&) = delete;
-
-    operator DBusMessageIter&() { return m_iterator; }
-
-    void flag(bool value) {
-        const dbus_bool_t flag = value;
-        dbus_message_iter_append_basic(&m_iterator, DBUS_TYPE_BOOLEAN, &flag);
-    }
-    void number(dbus_uint32_t value) { dbus_message_iter_append_basic(&m_iterator, DBUS_TYPE_UINT32, &value); }
-    void large(dbus_uint64_t value) { dbus_message_iter_append_basic(&m_iterator, DBUS_TYPE_UINT64, &value); }
-    void text(const char* value) { dbus_message_iter_append_basic(&m_iterator, DBUS_TYPE_STRING, &value); }
-
-private:
-    DBusMessageIter& m_parent;
-    DBusMessageIter m_iterator;
-};
-
 // Sets of rules: who may connect, own a name, send, receive.
 #define OWN_RULE "(btbs)"
 #define TRAFFIC_RULE "(btssssuutt)"
@@ -76,32 +51,32 @@ private:
 constexpr dbus_uint64_t priority = 1;
 
 void allowTraffic(DBusMessageIter& rules) {
-    Container list(rules, DBUS_TYPE_ARRAY, TRAFFIC_RULE);
-    Container rule(list, DBUS_TYPE_STRUCT);
+    RawContainer list(rules, DBUS_TYPE_ARRAY, TRAFFIC_RULE);
+    RawContainer rule(list, DBUS_TYPE_STRUCT);
     rule.flag(true);
     rule.large(priority);
     for (int anything = 0; anything < 4; ++anything) // name, path, interface, member
         rule.text("");
-    rule.number(0); // any type
-    rule.number(0); // broadcasts or not
-    rule.large(0);  // any number of file descriptors
+    rule.natural(0); // any type
+    rule.natural(0); // broadcasts or not
+    rule.large(0);   // any number of file descriptors
     rule.large(UINT64_MAX);
 }
 
 // Everybody may do everything.
 void appendPolicy(DBusMessageIter& arguments) {
-    Container variant(arguments, DBUS_TYPE_VARIANT, POLICY);
-    Container policy(variant, DBUS_TYPE_STRUCT);
+    RawContainer variant(arguments, DBUS_TYPE_VARIANT, POLICY);
+    RawContainer policy(variant, DBUS_TYPE_STRUCT);
     {
-        Container users(policy, DBUS_TYPE_ARRAY, RULES_OF_A_USER);
-        Container user(users, DBUS_TYPE_STRUCT);
-        user.number(UINT32_MAX); // the default for all users
-        Container rules(user, DBUS_TYPE_STRUCT);
+        RawContainer users(policy, DBUS_TYPE_ARRAY, RULES_OF_A_USER);
+        RawContainer user(users, DBUS_TYPE_STRUCT);
+        user.natural(UINT32_MAX); // the default for all users
+        RawContainer rules(user, DBUS_TYPE_STRUCT);
         rules.flag(true); // connecting
         rules.large(priority);
         {
-            Container list(rules, DBUS_TYPE_ARRAY, OWN_RULE);
-            Container rule(list, DBUS_TYPE_STRUCT);
+            RawContainer list(rules, DBUS_TYPE_ARRAY, OWN_RULE);
+            RawContainer rule(list, DBUS_TYPE_STRUCT);
             rule.flag(true);
             rule.large(priority);
             rule.flag(true); // every name that begins with
@@ -110,19 +85,15 @@ void appendPolicy(DBusMessageIter& arguments) {
         allowTraffic(rules); // sending
         allowTraffic(rules); // receiving
     }
-    { const Container none(policy, DBUS_TYPE_ARRAY, RULES_OF_A_RANGE); }
-    { const Container none(policy, DBUS_TYPE_ARRAY, "(ss)"); } // SELinux contexts
-    policy.flag(false);                                        // no AppArmor
+    { const RawContainer none(policy, DBUS_TYPE_ARRAY, RULES_OF_A_RANGE); }
+    { const RawContainer none(policy, DBUS_TYPE_ARRAY, "(ss)"); } // SELinux contexts
+    policy.flag(false);                                           // no AppArmor
     policy.text("session");
 }
 
-struct Unref {
-    void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, Unref>;
-
-Message addListener(int listener) {
-    Message call(dbus_message_new_method_call(nullptr, "/org/bus1/DBus/Broker", "org.bus1.DBus.Broker", "AddListener"));
+RawMessage addListener(int listener) {
+    RawMessage call(
+        dbus_message_new_method_call(nullptr, "/org/bus1/DBus/Broker", "org.bus1.DBus.Broker", "AddListener"));
     DBusMessageIter arguments;
     dbus_message_iter_init_append(call.get(), &arguments);
     const char* name = "/org/bus1/DBus/Listener/0";
@@ -134,7 +105,7 @@ Message addListener(int listener) {
 }
 
 // libdbus cannot take over a connection that is open already, so the controller's few bytes are written here.
-void send(int connection, const Message& message, int descriptor) {
+void send(int connection, const RawMessage& message, int descriptor) {
     constexpr char handshake[] = "\0AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n";
     constexpr ssize_t length = sizeof handshake - 1;
     if (write(connection, handshake, length) != length)
@@ -161,7 +132,7 @@ void send(int connection, const Message& message, int descriptor) {
 }
 
 // The answer follows the handshake's own lines, of which the third is the last.
-Message answerOf(int connection) {
+RawMessage answerOf(int connection) {
     std::vector<char> received;
     std::array<char, 4096> chunk{};
     for (;;) {
@@ -177,13 +148,13 @@ Message answerOf(int connection) {
         const int size = static_cast<int>(received.size() - at);
         const int needed = lines == 3 && size > 0 ? dbus_message_demarshal_bytes_needed(bytes, size) : 0;
         if (needed > 0 && size >= needed)
-            return Message(dbus_message_demarshal(bytes, needed, nullptr));
+            return RawMessage(dbus_message_demarshal(bytes, needed, nullptr));
     }
 }
 
 [[noreturn]] void control(int connection, int listener, const char* path) {
     send(connection, addListener(listener), listener);
-    const Message answer = answerOf(connection);
+    const RawMessage answer = answerOf(connection);
     if (!answer || dbus_message_get_type(answer.get()) != DBUS_MESSAGE_TYPE_METHOD_RETURN) {
         std::fprintf(stderr, "broker-launcher: cannot hand over the socket: %s; there is no bus\n",
                      answer ? dbus_message_get_error_name(answer.get()) : "no message came back");

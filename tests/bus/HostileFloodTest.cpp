@@ -89,9 +89,9 @@ private:
         });
     }
 
-    fuzz::Message signalOf(const QByteArray& member) {
+    RawMessage signalOf(const QByteArray& member) {
         for (;;) {
-            if (fuzz::Message message = fuzz::signalOf(m_mutator.next(), member))
+            if (RawMessage message = fuzz::signalOf(m_mutator.next(), member))
                 return message;
         }
     }
@@ -115,7 +115,7 @@ private:
                                                  "no.such.interface"};
         const QString module = m_mutator.below(2) ? display : scripted;
         const QByteArray path = m_mutator.below(5) ? vel::bus::objectPath(module).toUtf8() : "/no/such";
-        const fuzz::Message call(dbus_message_new_method_call(
+        const RawMessage call(dbus_message_new_method_call(
             vel::bus::serviceName(module).toUtf8().constData(), path.constData(),
             interfaces[m_mutator.below(std::size(interfaces))], methods[m_mutator.below(std::size(methods))]));
         dbus_message_set_no_reply(call.get(), m_mutator.below(2) ? TRUE : FALSE);

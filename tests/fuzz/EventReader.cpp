@@ -85,7 +85,7 @@ struct Listening {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static auto* listening = new Listening; // for the life of the process: Qt's thread ends with it
-    if (const fuzz::Message message = fuzz::signalOf(fuzz::bytesOf(data, size), "event"))
+    if (const RawMessage message = fuzz::signalOf(fuzz::bytesOf(data, size), "event"))
         listening->peer.deliver(message.get());
     return 0;
 }

@@ -1,4 +1,4 @@
-// The other end of a Qt D-Bus connection.
+// The other end of a Qt D-Bus connection, made of libdbus.
 #include "Peer.h"
 
 #include "Target.h"
@@ -6,44 +6,14 @@
 #include "bus/BusNames.h"
 
 #include <QCoreApplication>
-#include <QFile>
-
-#include <algorithm>
-#include <cerrno>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace fuzz {
 
 namespace {
 
-constexpr int fixedHeaderSize = 16; // where a message's length can be told
-
 // On an interface that no target connects to.
 const char lastInterface[] = "org.vel.fuzz.Peer";
 const char lastMember[] = "last";
-
-void writeAll(int socket, const char* bytes, int size) {
-    while (size > 0) {
-        const ssize_t written = ::send(socket, bytes, static_cast<std::size_t>(size), MSG_NOSIGNAL);
-        require(written > 0 || errno == EINTR, "Qt's end takes what is sent");
-        bytes += std::max<ssize_t>(written, 0);
-        size -= static_cast<int>(std::max<ssize_t>(written, 0));
-    }
-}
-
-int listenAt(const QByteArray& path) {
-    const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    require(path.size() < static_cast<int>(sizeof address.sun_path), "the socket's path is short enough");
-    std::copy(path.cbegin(), path.cend(), address.sun_path);
-    require(bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-                listen(listening, 1) == 0,
-            "there can be a socket");
-    return listening;
-}
 
 // Numbers and texts in the byte order of the message.
 class Header {
@@ -74,12 +44,8 @@ private:
 
 } // namespace
 
-Message messageOf(const QByteArray& bytes) {
-    return Message(dbus_message_demarshal(bytes.constData(), bytes.size(), nullptr));
-}
-
 // The header is ours, since nothing but libdbus reads it: what the reader of an event sees is the signature and the body.
-Message signalOf(const QByteArray& input, const QByteArray& member) {
+RawMessage signalOf(const QByteArray& input, const QByteArray& member) {
     const int end = input.indexOf('\0', 1);
     const QByteArray signature = input.mid(1, end - 1);
     const QByteArray body = input.mid(end + 1);
@@ -102,85 +68,42 @@ Message signalOf(const QByteArray& input, const QByteArray& member) {
     header.number(static_cast<quint32>(fields.m_bytes.size()));
     header.m_bytes.append(fields.m_bytes);
     header.align(8);
-    return messageOf(header.m_bytes + body);
+    header.m_bytes.append(body);
+    return RawMessage(dbus_message_demarshal(header.m_bytes.constData(), header.m_bytes.size(), nullptr));
+}
+
+void Peer::Close::operator()(DBusConnection* connection) const {
+    dbus_connection_close(connection);
+    dbus_connection_unref(connection);
 }
 
 Peer::Peer() : m_connection(QString()) {
-    const QByteArray path = QFile::encodeName(m_folder.filePath("peer"));
-    const int listening = listenAt(path);
-    m_connection = QDBusConnection::connectToPeer(QString("unix:path=") + QFile::decodeName(path), "fuzz");
-    m_socket = accept(listening, nullptr, nullptr);
-    close(listening);
-    require(m_socket >= 0, "Qt connects");
-    authenticate();
-    require(m_connection.connect(QString(), QString(), QLatin1String(lastInterface), QLatin1String(lastMember), this,
-                                 SLOT(heardLast())),
+    connect(&m_server, &QDBusServer::newConnection, this,
+            [this](const QDBusConnection& qtsEnd) { m_connection = qtsEnd; });
+    m_socket.reset(dbus_connection_open_private(m_server.address().toLatin1().constData(), nullptr));
+    require(m_socket != nullptr, "Qt listens");
+    dbus_connection_set_exit_on_disconnect(m_socket.get(), FALSE);
+    dbus_connection_flush(m_socket.get());
+    while (!m_connection.isConnected())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    require(m_connection.connect(QString(), QString(), lastInterface, lastMember, this, SLOT(heardLast())),
             "Qt hears signals");
 }
 
-Peer::~Peer() {
-    QDBusConnection::disconnectFromPeer(m_connection.name());
-    close(m_socket);
-}
-
-// The server's part: whoever asks is let in. Descriptors are agreed to, as a bus does, for Qt to read their type at
-// all; none is ever sent.
-void Peer::authenticate() {
-    for (QByteArray line; line != "BEGIN";) {
-        while (m_received.indexOf("\r\n") < 0)
-            m_received += readSome();
-        const int end = m_received.indexOf("\r\n");
-        line = m_received.left(end);
-        m_received.remove(0, end + 2);
-        if (line.startsWith('\0'))
-            line.remove(0, 1);
-        const QByteArray answer = line.startsWith("AUTH EXTERNAL ")      ? "OK 0123456789abcdef0123456789abcdef\r\n"
-                                  : line.startsWith("NEGOTIATE_UNIX_FD") ? "AGREE_UNIX_FD\r\n"
-                                                                         : "ERROR\r\n";
-        if (line != "BEGIN")
-            writeAll(m_socket, answer.constData(), answer.size());
+RawMessage Peer::receive() {
+    for (;;) {
+        if (RawMessage message{dbus_connection_pop_message(m_socket.get())})
+            return message;
+        require(dbus_connection_read_write(m_socket.get(), -1), "Qt keeps the connection");
     }
 }
 
-QByteArray Peer::readSome() {
-    QByteArray bytes(64 * 1024, Qt::Uninitialized);
-    ssize_t size = -1;
-    do {
-        size = recv(m_socket, bytes.data(), static_cast<std::size_t>(bytes.size()), 0);
-    } while (size < 0 && errno == EINTR);
-    require(size > 0, "Qt keeps the connection");
-    return bytes.left(static_cast<int>(size));
-}
-
-void Peer::send(DBusMessage* message) {
-    char* bytes = nullptr;
-    int size = 0;
-    require(dbus_message_marshal(message, &bytes, &size), "a message has bytes");
-    writeAll(m_socket, bytes, size);
-    dbus_free(bytes);
-}
-
-Message Peer::receive() {
-    const auto sizeOfNext = [this] {
-        return m_received.size() < fixedHeaderSize
-                   ? fixedHeaderSize
-                   : dbus_message_demarshal_bytes_needed(m_received.constData(), m_received.size());
-    };
-    while (m_received.size() < sizeOfNext())
-        m_received += readSome();
-    const int size = sizeOfNext();
-    Message message = messageOf(m_received.left(size));
-    require(message != nullptr, "what Qt sends is a valid message");
-    m_received.remove(0, size);
-    return message;
-}
-
 void Peer::deliver(DBusMessage* message) {
-    send(message);
     // The slots are called in the order of the messages: when the last one has been heard, so were all before.
-    const Message last(dbus_message_new_signal("/Fuzz", lastInterface, lastMember));
-    dbus_message_set_serial(last.get(), 1);
-    send(last.get());
+    const RawMessage last(dbus_message_new_signal("/Fuzz", lastInterface, lastMember));
+    for (DBusMessage* each : {message, last.get()})
+        require(dbus_connection_send(m_socket.get(), each, nullptr), "a message is sent");
+    dbus_connection_flush(m_socket.get());
     for (m_hasHeardLast = false; !m_hasHeardLast;) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         require(m_connection.isConnected(), "Qt keeps the connection");

@@ -1,39 +1,29 @@
-// The other end of a Qt D-Bus connection, made of a socket: what it sends has gone through Qt and libdbus as any
-// received message has, with no bus between, which would cost two more processes' turns for each.
+// The other end of a Qt D-Bus connection, without a bus between, which would cost two more processes' turns for each
+// message. What it sends goes through Qt and libdbus as any received message does.
 //
 // A QDBusArgument that can be read is made by Qt alone, from a message that came over a connection. There is no other
 // way to one that does not take Qt's private parts.
 #pragma once
 
+#include "testing/RawMessage.h"
+
 #include <QByteArray>
 #include <QDBusConnection>
-#include <QObject>
-#include <QTemporaryDir>
-
-#include <dbus/dbus.h>
+#include <QDBusServer>
 
 #include <memory>
 
 namespace fuzz {
 
-struct Unref {
-    void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, Unref>;
-
-/// The message that the bytes are; null when libdbus says that they are none.
-Message messageOf(const QByteArray& bytes);
-
 /// A signal of the common interface: a byte whose lowest bit is the byte order, the signature up to a zero, and the body.
 /// Null when it is none that a bus would carry: not of the signature, or too deep.
-Message signalOf(const QByteArray& input, const QByteArray& member);
+RawMessage signalOf(const QByteArray& input, const QByteArray& member);
 
 class Peer : public QObject {
     Q_OBJECT
 public:
     /// Connects; ends the process when that fails. There must be a QCoreApplication.
     Peer();
-    ~Peer() override;
 
     /// Qt's end. Read and written by Qt's own thread, as every connection is.
     QDBusConnection& connection() { return m_connection; }
@@ -42,19 +32,18 @@ public:
     void deliver(DBusMessage* message);
 
     /// The next message from Qt's end, where it has been sent before.
-    Message receive();
+    RawMessage receive();
 
 private Q_SLOTS:
     void heardLast() { m_hasHeardLast = true; }
 
 private:
-    QByteArray readSome();
-    void authenticate();
-    void send(DBusMessage* message);
+    struct Close {
+        void operator()(DBusConnection* connection) const;
+    };
 
-    QTemporaryDir m_folder;
-    int m_socket = -1;
-    QByteArray m_received;
+    QDBusServer m_server;
+    std::unique_ptr<DBusConnection, Close> m_socket;
     bool m_hasHeardLast = false;
     QDBusConnection m_connection;
 };
