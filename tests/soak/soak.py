@@ -232,23 +232,13 @@ def growth_faults(samples, others):
 
 
 def draw(samples, path):
-    width, height, margin = 720, 300, 50
-    longest = max(seconds for seconds, _ in samples.rows) or 1
-    largest = max(memory for _, row in samples.rows for memory, _ in row.values())
-    x = lambda seconds: margin + seconds / longest * (width - 2 * margin)
-    y = lambda memory: height - margin - memory / largest * (height - 2 * margin)
-    parts = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" font-family="sans-serif" '
-             'font-size="12"><rect width="100%" height="100%" fill="#fff"/>',
-             f'<text x="{margin}" y="24">Private memory (kB) over {longest:.0f} s: the bus daemon in red, modules in '
-             'blue</text>',
-             f'<path d="M{margin},{margin} V{height - margin} H{width - margin}" fill="none" stroke="#888"/>',
-             f'<text x="4" y="{y(largest) + 4:.0f}">{largest}</text><text x="30" y="{y(0) + 4:.0f}">0</text>']
-    for name in samples.processes:
-        points = " ".join(f"{x(seconds):.1f},{y(row[name][0]):.1f}" for seconds, row in samples.rows)
-        colour = "#c33" if name == "bus daemon" else "#36a"
-        parts.append(f'<polyline points="{points}" fill="none" stroke="{colour}"><title>{name}</title></polyline>')
-    with open(path, "w", encoding="ascii") as file:
-        file.write("\n".join([*parts, "</svg>", ""]))
+    names = list(samples.processes)
+    rows = "\n".join(" ".join(map(str, [seconds, *(row[name][0] for name in names)])) for seconds, row in samples.rows)
+    lines = ", ".join(f"$samples using 1:{column} title '{name}' with lines" for column, name in enumerate(names, 2))
+    script = f"""set terminal svg size 720,400 font 'sans-serif,13' background '#ffffff'; set output '{path}'
+        set xlabel 'seconds'; set ylabel 'private memory (kB)'; set yrange [0:*]; set key outside noenhanced
+        $samples << END\n{rows}\nEND\nplot {lines}"""
+    subprocess.run(["gnuplot"], input=script, text=True, check=True)
     print(f"The picture is {path}")
 
 
