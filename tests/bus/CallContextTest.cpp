@@ -16,7 +16,6 @@
 #include <QTimer>
 
 #include <memory>
-#include <stdexcept>
 #include <thread>
 
 namespace {
@@ -81,62 +80,33 @@ private Q_SLOTS:
         clearRecordedLines();
     }
 
-    void errorTypeReachesTheCaller_data() {
-        QTest::addColumn<int>("type");
+    void callerIsToldAndContextIsBack_data() {
+        QTest::addColumn<int>("type"); // -2: no VelException
         QTest::addColumn<QString>("errorName");
-        const QString prefix = "org.freedesktop.DBus.Error.";
-        const char* names[] = {"ServiceUnknown", "AccessDenied", "Timeout", "InvalidArgs", "UnknownMethod"};
-        for (int type = 0; type < 5; ++type)
-            QTest::newRow(names[type]) << type << prefix + QLatin1String(names[type]);
-        QTest::newRow("InvalidSignature") << 5 << prefix + "InvalidSignature";
-        QTest::newRow("first unknown") << 6 << prefix + "Failed";
-        QTest::newRow("negative") << -1 << prefix + "Failed";
-        QTest::newRow("largest") << INT_MAX << prefix + "Failed";
+        QTest::newRow("ServiceUnknown") << 0 << "ServiceUnknown";
+        QTest::newRow("AccessDenied") << 1 << "AccessDenied";
+        QTest::newRow("Timeout") << 2 << "Timeout";
+        QTest::newRow("InvalidArgs") << 3 << "InvalidArgs";
+        QTest::newRow("UnknownMethod") << 4 << "UnknownMethod";
+        QTest::newRow("InvalidSignature") << 5 << "InvalidSignature";
+        QTest::newRow("first unknown") << 6 << "Failed";
+        QTest::newRow("negative") << -1 << "Failed";
+        QTest::newRow("something else") << -2 << "UnknownObject";
     }
 
-    void errorTypeReachesTheCaller() {
+    void callerIsToldAndContextIsBack() {
         QFETCH(int, type);
         QFETCH(QString, errorName);
         m_module->onCall = [&]() -> QString {
+            if (type == -2)
+                throw 42;
             throw new VelException(m_module.get(), static_cast<VelException::ErrorType>(type), boom);
         };
         const QDBusMessage answer = answerOf(callFromOutside());
-        QCOMPARE(answer.errorName(), errorName);
-        QCOMPARE(answer.errorMessage(), boom);
-        QCOMPARE(recordedLines(), QStringList{"error: VelException catch in VelApplication: boom"});
-        m_module->onCall = [] { return "fine"; };
-        QCOMPARE(answerOf(callFromOutside()).arguments(), QVariantList{"fine"});
-    }
-
-    void contextIsBackAfterASlotThrew_data() {
-        QTest::addColumn<int>("kind");
-        QTest::addColumn<QString>("line");
-        QTest::newRow("VelException") << 0 << "error: VelException catch in VelApplication: boom";
-        QTest::newRow("std::exception") << 1 << "error: std exception catch in VelApplication: boom";
-        QTest::newRow("QString") << 2 << "error: QString exception catch in VelApplication: boom";
-        QTest::newRow("int") << 3 << "error: Unknown exception catch in VelApplication: int";
-    }
-
-    void contextIsBackAfterASlotThrew() {
-        QFETCH(int, kind);
-        QFETCH(QString, line);
-        m_module->onCall = [&]() -> QString {
-            switch (kind) {
-            case 0:
-                throw new VelException(m_module.get(), VelException::Timeout, boom);
-            case 1:
-                throw std::runtime_error("boom");
-            case 2:
-                throw boom;
-            default:
-                throw 42;
-            }
-        };
-        const QDBusMessage answer = answerOf(callFromOutside());
-        QCOMPARE(answer.type(), QDBusMessage::ErrorMessage);
-        QCOMPARE(answer.errorName(),
-                 kind == 0 ? "org.freedesktop.DBus.Error.Timeout" : "org.freedesktop.DBus.Error.UnknownObject");
-        QCOMPARE(recordedLines(), QStringList{line});
+        QCOMPARE(answer.errorName(), "org.freedesktop.DBus.Error." + errorName);
+        QCOMPARE(answer.errorMessage() == boom, type != -2);
+        QCOMPARE(recordedLines(), QStringList{type == -2 ? "error: Unknown exception catch in VelApplication: int"
+                                                         : "error: VelException catch in VelApplication: boom"});
 
         // A context left behind would lead into the dead stack frame of that delivery here.
         bool wasInsideACall = true;

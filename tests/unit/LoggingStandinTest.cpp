@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 // gcc and clang tell of their sanitizers in different ways; Qt's headers define __has_feature() for gcc, as false.
@@ -126,34 +127,23 @@ private slots:
         QVERIFY(lines == expected);
     }
 
-    void theLevelIsTheOneRule_data() {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<QString>("written");
-        QTest::newRow("2") << 2 << "";
-        QTest::newRow("3") << 3 << "e";
-        QTest::newRow("4") << 4 << "ew";
-        QTest::newRow("6") << 6 << "ewi";
-        QTest::newRow("7") << 7 << "ewidd";
-    }
-
     void theLevelIsTheOneRule() {
-        QFETCH(int, level);
-        QFETCH(QString, written);
-        setLevelOf("", level);
+        const QMap<int, QString> writtenAt{{2, ""}, {3, "e"}, {4, "ew"}, {6, "ewi"}, {7, "ewidd"}};
         QLoggingCategory::setFilterRules("vel.*=false\nvel.clock.debug=false");
-        const Collecting collecting;
-
-        defaultLogger()->error("e");
-        defaultLogger()->warning("w");
-        defaultLogger()->info("i");
-        defaultLogger()->debug(QString("d"));
-        defaultLogger()->debug("d");
+        for (auto row = writtenAt.cbegin(); row != writtenAt.cend(); ++row) {
+            setLevelOf("", row.key());
+            const Collecting collecting;
+            defaultLogger()->error("e");
+            defaultLogger()->warning("w");
+            defaultLogger()->info("i");
+            defaultLogger()->debug(QString("d"));
+            defaultLogger()->debug("d");
+            QString texts;
+            for (const Line& line : lines)
+                texts += line.text;
+            QCOMPARE(texts, *row);
+        }
         QLoggingCategory::setFilterRules(QString());
-
-        QString texts;
-        for (const Line& line : lines)
-            texts += line.text;
-        QCOMPARE(texts, written);
     }
 
     void lookingUpCreatesNothing() {
@@ -168,25 +158,19 @@ private slots:
         QCOMPARE(logger("clock"), defaultLogger());
     }
 
-    void updatesReachTheLoggersTheyName_data() {
-        QTest::addColumn<QByteArray>("facility");
-        QTest::addColumn<int>("ofDefault");
-        QTest::addColumn<int>("ofAlarm");
-        QTest::addColumn<int>("ofLater");
-        QTest::newRow("all") << QByteArray("") << 6 << 6 << 6;
-        QTest::newRow("module") << QByteArray("clock") << 6 << 3 << 3;
-        QTest::newRow("named") << QByteArray("alarm") << 3 << 6 << 3;
-        QTest::newRow("unknown") << QByteArray("later") << 3 << 3 << 3;
-        QTest::newRow("category") << QByteArray("vel.alarm") << 3 << 3 << 3;
-    }
-
     void updatesReachTheLoggersTheyName() {
-        QFETCH(QByteArray, facility);
-        VelLogger* alarm = logger("alarm");
-        setLevelOf(facility, 6);
-        QTEST(defaultLogger()->level(), "ofDefault");
-        QTEST(alarm->level(), "ofAlarm");
-        QTEST(logger("later")->level(), "ofLater");
+        // A logger made later has the starting level, or the one given to all.
+        const std::tuple<const char*, int, int, int> rows[]{
+            {"", 6, 6, 6}, {"clock", 6, 3, 3}, {"alarm", 3, 6, 3}, {"later", 3, 3, 3}, {"vel.alarm", 3, 3, 3}};
+        for (const auto& [facility, ofDefault, ofAlarm, ofLater] : rows) {
+            clearLoggerList();
+            initLoggerList("clock");
+            VelLogger* alarm = logger("alarm");
+            setLevelOf(facility, 6);
+            QCOMPARE(defaultLogger()->level(), ofDefault);
+            QCOMPARE(alarm->level(), ofAlarm);
+            QCOMPARE(logger("later")->level(), ofLater);
+        }
     }
 
     void loggersOutliveTheList() {
