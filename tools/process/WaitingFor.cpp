@@ -91,3 +91,16 @@ QString waitingFor(qint64 pid) {
         return QString("waits in system call %1").arg(number) + kernelFunction(pid);
     return "sleeps" + kernelFunction(pid);
 }
+
+QString whySilent(qint64 pid) {
+    const ProcessInfo process = processInfo(pid);
+    if (process.isSaved)
+        return QString("it is saved: it has stopped its process %1 itself").arg(pid);
+    if (process.isStopped())
+        return QString("its process %1 was stopped from outside").arg(pid);
+    if (process.isTraced())
+        return QString("a debugger holds its process %1").arg(pid);
+    if (process.hasEnded())
+        return QString("its process %1 has ended").arg(pid);
+    return QString("it does not answer: its process %1 %2").arg(pid).arg(waitingFor(pid));
+}

@@ -2,31 +2,38 @@
 // is answered later.
 #include "ApplicationManager.h"
 
+#include "Bus.h"
 #include "Log.h"
 #include "SupervisorAdaptor.h"
+
+#include "bus/BusNames.h"
 
 #include <QDBusConnectionInterface>
 #include <QEventLoop>
 
+#include <algorithm>
+#include <csignal>
+#include <unistd.h>
 #include <utility>
 
 namespace {
 
 const QString upEventPrefix = QStringLiteral("end_of_init_");
 
+// Of calls that wait for their answer. Somebody who calls without end is refused, and not remembered.
+constexpr std::size_t mostWaiting = 1000;
+
+constexpr int longestNames = highestModuleCount * 256; // characters: every module once
+
 } // namespace
 
 ApplicationManager::ApplicationManager(const Configuration& configuration, Guardian& guardian)
     : VelModule("ApplicationManager"), m_fleet(configuration, guardian),
-      m_saveRestore(configuration, m_fleet, guardian, *this), m_progress(m_fleet) {
+      m_saveRestore(configuration, m_fleet, guardian), m_progress(m_fleet) {
     new SupervisorAdaptor(this);
     connect(&m_fleet, &Fleet::changed, this, &ApplicationManager::answerRequests);
-    connect(&m_fleet, &Fleet::stopEventWanted, this,
-            [this](const QString& module) { notifyEvent("stop_module_" + module); });
-    connect(&m_saveRestore, &SaveRestore::finished, this, [this] {
-        for (const auto& work : std::exchange(m_postponed, {}))
-            work();
-    });
+    connect(&m_saveRestore, &SaveRestore::finished, this, &ApplicationManager::doPostponed);
+    connect(&m_saveRestore, &SaveRestore::released, this, &ApplicationManager::suspendIfNotNeeded);
 }
 
 ApplicationManager::~ApplicationManager() = default;
@@ -68,6 +75,10 @@ bool ApplicationManager::stop() {
     m_saveRestore.abandon("the supervisor is told to end");
     if (!m_fleet.isDown())
         loop.exec();
+    doPostponed();
+    for (const Request& request : std::exchange(m_requests, {}))
+        request.answer.refuse(QString("cannot %1 '%2': the supervisor ends")
+                                  .arg(request.wantsUp ? "start" : "stop", request.module->name()));
     return !m_isBusLost;
 }
 
@@ -98,9 +109,9 @@ void ApplicationManager::noteSaveAnswer(VelEvent) {
 void ApplicationManager::startModule(const QString& name) {
     const LateAnswer answer = answerLater();
     if (SupervisedModule* module = findOrRefuse("start", name, answer)) {
-        whenIdle([=] {
+        whenIdle(QString("start '%1'").arg(name), answer, [=] {
             module->want();
-            request(module, true, answer);
+            request(module, true, module->ends(), answer);
         });
     }
 }
@@ -111,36 +122,55 @@ void ApplicationManager::stopModule(const QString& name) {
         answer.give("ends all modules, then itself");
         return askToEnd();
     }
-    if (!m_fleet.find(name) && notifyEvent("stop_module_" + name)) {
-        // One that somebody else has started, and that asks for its own end, must find it here.
+    SupervisedModule* module = m_fleet.find(name);
+    if (!module)
+        return stopStranger(name, answer);
+    whenIdle(QString("stop '%1'").arg(name), answer, [=] {
+        const int endsBefore = module->ends();
+        module->stop();
+        request(module, false, endsBefore, answer);
+    });
+}
+
+// One that somebody else has started, and that asks for its own end, must find it here.
+void ApplicationManager::stopStranger(const QString& name, const LateAnswer& answer) {
+    const auto refuse = [name, answer] {
+        answer.refuse(QString("cannot stop %1: there is no such module, neither in the configuration nor on the bus; "
+                              "nothing was done")
+                          .arg(quotedName(name)));
+    };
+    if (!vel::bus::isReachable(name))
+        return refuse();
+    askBus("GetNameOwner", vel::bus::serviceName(name), this, [name, answer, refuse](const QVariant& owner) {
+        if (!owner.isValid())
+            return refuse();
+        publish("stop_module_" + name);
         logInfo(QString("asks '%1' to stop, which is not in the configuration").arg(name));
-        return answer.give(QString("'%1' is asked to stop; it is not in the configuration").arg(name));
-    }
-    if (SupervisedModule* module = findOrRefuse("stop", name, answer)) {
-        whenIdle([=] {
-            module->stop();
-            request(module, false, answer);
-        });
-    }
+        answer.give(QString("'%1' is asked to stop; it is not in the configuration").arg(name));
+    });
 }
 
 void ApplicationManager::restartModule(const QString& name) {
     const LateAnswer answer = answerLater();
     if (SupervisedModule* module = findOrRefuse("restart", name, answer)) {
-        whenIdle([=] {
+        whenIdle(QString("restart '%1'").arg(name), answer, [=] {
             module->stop();
             module->want();
-            request(module, true, answer);
+            request(module, true, module->ends(), answer);
         });
     }
 }
 
-void ApplicationManager::saveOrRestore(SaveRestore::Operation operation, const QStringList& names) {
+void ApplicationManager::saveOrRestore(SaveRestore::Operation operation, const QString& text) {
     const LateAnswer answer = answerLater();
-    if (getState() == "STOP")
-        answer.refuse("cannot save or restore: the supervisor is told to end; nothing was done");
-    else
-        m_saveRestore.begin(operation, names, answer);
+    const QString what = operation == SaveRestore::Save ? "save" : "restore";
+    if (text.size() > longestNames)
+        return answer.refuse(
+            QString("cannot %1: the names of all modules are shorter than these %2 characters; nothing was done")
+                .arg(what)
+                .arg(text.size()));
+    const QStringList names = text.simplified().split(' ', Qt::SkipEmptyParts);
+    whenIdle(what, answer, [=] { m_saveRestore.begin(operation, names, answer); });
 }
 
 QStringList ApplicationManager::listModules() const {
@@ -148,6 +178,29 @@ QStringList ApplicationManager::listModules() const {
     for (const auto& module : m_fleet.modules())
         lines += module->description();
     return lines;
+}
+
+QList<QVariantMap> ApplicationManager::modules() const {
+    QList<QVariantMap> details;
+    for (const auto& module : m_fleet.modules())
+        details += module->details();
+    return details;
+}
+
+void ApplicationManager::suspend() {
+    m_isToSuspend = true;
+    suspendIfNotNeeded();
+}
+
+void ApplicationManager::goOn() {
+    m_isToSuspend = false;
+}
+
+void ApplicationManager::suspendIfNotNeeded() {
+    if (!m_isToSuspend || m_saveRestore.isNeeded())
+        return;
+    m_isToSuspend = false;
+    ::kill(getpid(), SIGSTOP);
 }
 
 LateAnswer ApplicationManager::answerLater() {
@@ -160,59 +213,70 @@ LateAnswer ApplicationManager::answerLater() {
 SupervisedModule* ApplicationManager::findOrRefuse(const QString& verb, const QString& name, const LateAnswer& answer) {
     SupervisedModule* module = m_fleet.find(name);
     if (!module)
-        answer.refuse(
-            QString("cannot %1 '%2': there is no such module in the configuration; nothing was done").arg(verb, name));
+        answer.refuse(QString("cannot %1 %2: there is no such module in the configuration; nothing was done")
+                          .arg(verb, quotedName(name)));
     return module;
 }
 
 // A module that is frozen, or whose data is being copied, is left alone until that is over.
-void ApplicationManager::whenIdle(std::function<void()> work) {
-    if (m_saveRestore.isBusy())
-        m_postponed.push_back(std::move(work));
-    else
-        work();
+void ApplicationManager::whenIdle(const QString& what, const LateAnswer& answer, std::function<void()> work) {
+    const auto refuse = [what, answer](const char* reason) {
+        answer.refuse(QString("cannot %1: %2; nothing was done").arg(what, reason));
+    };
+    if (m_postponed.size() + m_requests.size() >= mostWaiting)
+        return refuse("too many calls wait for their answer already");
+    m_postponed.push_back([this, refuse, work = std::move(work)] {
+        getState() == "STOP" ? refuse("the supervisor is told to end") : work();
+    });
+    doPostponed();
 }
 
-void ApplicationManager::request(SupervisedModule* module, bool wantsUp, const LateAnswer& answer) {
-    m_requests.push_back({module, wantsUp, answer});
-    answerRequests();
+// Each of them may begin what the next one has to wait for.
+void ApplicationManager::doPostponed() {
+    while (!m_postponed.empty() && (!m_saveRestore.isBusy() || getState() == "STOP")) {
+        const std::function<void()> work = std::move(m_postponed.front());
+        m_postponed.pop_front();
+        work();
+    }
+}
+
+void ApplicationManager::request(SupervisedModule* module, bool wantsUp, int endsBefore, const LateAnswer& answer) {
+    const Request request{module, wantsUp, endsBefore, answer};
+    if (!isAnswered(request))
+        m_requests.push_back(request);
 }
 
 void ApplicationManager::answerRequests() {
-    for (std::size_t index = 0; index < m_requests.size();) {
-        if (isAnswered(m_requests[index]))
-            m_requests.erase(m_requests.begin() + static_cast<std::ptrdiff_t>(index));
-        else
-            ++index;
-    }
+    m_requests.erase(std::remove_if(m_requests.begin(), m_requests.end(),
+                                    [this](const Request& request) { return isAnswered(request); }),
+                     m_requests.end());
 }
 
 bool ApplicationManager::isAnswered(const Request& request) const {
     using State = SupervisedModule::State;
     const SupervisedModule& module = *request.module;
-    const QString verb = request.wantsUp ? "start" : "stop";
     const auto refuse = [&](const QString& reason, const QString& consequence) {
-        request.answer.refuse(QString("cannot %1 '%2': %3; %4").arg(verb, module.name(), reason, consequence));
+        request.answer.refuse(QString("cannot start '%1': %2; %3").arg(module.name(), reason, consequence));
     };
+    if (!request.wantsUp) {
+        // Somebody may have it started again at once: its end counts all the same.
+        const bool hasEnded = module.state() == State::Down || module.ends() > request.endsBefore;
+        if (hasEnded)
+            request.answer.give(QString("'%1' %2").arg(module.name(), module.lastEnd()));
+        return hasEnded;
+    }
     switch (module.state()) {
     case State::Up:
-        if (request.wantsUp)
-            request.answer.give(QString("'%1' is up, process %2").arg(module.name()).arg(module.processId()));
-        else
-            refuse("somebody else has started it again", "it is up");
+        request.answer.give(QString("'%1' is up, process %2").arg(module.name()).arg(module.processId()));
         return true;
     case State::Down:
-        if (request.wantsUp)
-            refuse("it " + module.lastEnd(), "it stays down");
-        else
-            request.answer.give(QString("'%1' %2").arg(module.name(), module.lastEnd()));
+        refuse("it " + module.lastEnd(), "it stays down");
         return true;
     case State::Pausing:
-        if (request.wantsUp)
-            refuse("it " + module.lastEnd(), "it is tried again");
-        return request.wantsUp;
+        refuse("it " + module.lastEnd(), "it is tried again");
+        return true;
     case State::Waiting:
-        if (!request.wantsUp || m_fleet.downAmongNeeded(module).isEmpty())
+        if (m_fleet.downAmongNeeded(module).isEmpty())
             return false;
         refuse(QString("it waits for '%1', which is down").arg(m_fleet.downAmongNeeded(module)),
                "it starts when that is up");

@@ -8,6 +8,7 @@
 
 #include <VelModule>
 
+#include <deque>
 #include <functional>
 #include <vector>
 
@@ -32,9 +33,15 @@ public:
     void startModule(const QString& name);
     void stopModule(const QString& name);
     void restartModule(const QString& name);
-    void save(const QStringList& names) { saveOrRestore(SaveRestore::Save, names); }
-    void restore(const QStringList& names) { saveOrRestore(SaveRestore::Restore, names); }
+    void save(const QString& names) { saveOrRestore(SaveRestore::Save, names); }
+    void restore(const QString& names) { saveOrRestore(SaveRestore::Restore, names); }
     QStringList listModules() const;
+    QList<QVariantMap> modules() const;
+
+    /// Stops this process, as a terminal's Ctrl-Z does, once nobody is frozen who would wait for it; not when it was told to
+    /// go on before that.
+    void suspend();
+    void goOn();
 
 public Q_SLOTS:
     void noteModuleUp(VelEvent event);
@@ -46,22 +53,27 @@ private:
     struct Request {
         SupervisedModule* module;
         bool wantsUp;
+        int endsBefore; // of the module, when it was asked for
         LateAnswer answer;
     };
 
     LateAnswer answerLater();
     SupervisedModule* findOrRefuse(const QString& verb, const QString& name, const LateAnswer& answer);
-    void whenIdle(std::function<void()> work);
-    void request(SupervisedModule* module, bool wantsUp, const LateAnswer& answer);
+    void whenIdle(const QString& what, const LateAnswer& answer, std::function<void()> work);
+    void doPostponed();
+    void stopStranger(const QString& name, const LateAnswer& answer);
+    void suspendIfNotNeeded();
+    void request(SupervisedModule* module, bool wantsUp, int endsBefore, const LateAnswer& answer);
     bool isAnswered(const Request& request) const;
     void answerRequests();
-    void saveOrRestore(SaveRestore::Operation operation, const QStringList& names);
+    void saveOrRestore(SaveRestore::Operation operation, const QString& text);
 
     Fleet m_fleet;
     SaveRestore m_saveRestore;
     ProgressLine m_progress;
     std::vector<Request> m_requests;
-    std::vector<std::function<void()>> m_postponed; // until a save or a restore is over
+    std::deque<std::function<void()>> m_postponed; // until a save or a restore is over
+    bool m_isToSuspend = false;
     bool m_isAskedToEnd = false;
     bool m_isBusLost = false;
 };

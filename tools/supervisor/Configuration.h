@@ -11,11 +11,12 @@ constexpr int highestModuleCount = 1000;
 
 /// When and how often a module that has ended is started again.
 struct RestartPolicy {
-    QSet<QString> causes = {"signal"}; ///< exit statuses as numbers, "signal", "slowStart", "failedStart", "unresponsive"
-    int attempts = 5;                  ///< so many in a row, then the supervisor gives up
-    int firstDelayMs = 1000;           ///< doubled at each attempt
-    int longestDelayMs = 60000;        ///< up to this
-    int steadyMs = 60000;              ///< once a module was up for so long, its earlier ends are forgotten
+    QSet<QString> causes = {
+        "signal"};              ///< exit statuses as numbers, "signal", "slowStart", "failedStart", "unresponsive"
+    int attempts = 5;           ///< so many in a row, then the supervisor gives up
+    int firstDelayMs = 1000;    ///< doubled at each attempt
+    int longestDelayMs = 60000; ///< up to this
+    int steadyMs = 60000;       ///< once a module was up for so long, its earlier ends are forgotten
 };
 
 /// A program that works on modules; the path is empty when there is none.

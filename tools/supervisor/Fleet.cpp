@@ -14,16 +14,12 @@ Fleet::Fleet(const Configuration& configuration, Guardian& guardian) {
     for (const ModuleConfiguration& one : configuration.modules) {
         m_modules.push_back(std::make_unique<SupervisedModule>(one, configuration.folder, guardian, slot++));
         connect(m_modules.back().get(), &SupervisedModule::changed, this, &Fleet::goOn);
-        connect(m_modules.back().get(), &SupervisedModule::stopEventWanted, this, &Fleet::stopEventWanted);
+        m_byName.insert(one.name, m_modules.back().get());
     }
 }
 
 SupervisedModule* Fleet::find(const QString& name) const {
-    for (const auto& module : m_modules) {
-        if (module->name() == name)
-            return module.get();
-    }
-    return nullptr;
+    return m_byName.value(name);
 }
 
 void Fleet::start() {
@@ -97,11 +93,13 @@ QString Fleet::downAmongNeeded(const SupervisedModule& module) const {
 }
 
 void Fleet::stopWhatMay() {
+    QSet<QString> needed;
     for (const auto& module : m_modules) {
-        const bool isNeeded = std::any_of(m_modules.begin(), m_modules.end(), [&module](const auto& other) {
-            return other->waitsFor().contains(module->name()) && other->hasProcess();
-        });
-        if (!isNeeded)
+        if (module->hasProcess())
+            needed.unite(QSet<QString>(module->waitsFor().begin(), module->waitsFor().end()));
+    }
+    for (const auto& module : m_modules) {
+        if (!needed.contains(module->name()))
             module->stop();
     }
 }

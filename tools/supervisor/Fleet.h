@@ -3,6 +3,8 @@
 
 #include "SupervisedModule.h"
 
+#include <QHash>
+
 #include <memory>
 #include <vector>
 
@@ -37,7 +39,6 @@ public:
 Q_SIGNALS:
     /// A module is in another state.
     void changed();
-    void stopEventWanted(const QString& module);
 
 private:
     void goOn();
@@ -46,6 +47,7 @@ private:
     void stopWhatMay();
 
     std::vector<std::unique_ptr<SupervisedModule>> m_modules;
+    QHash<QString, SupervisedModule*> m_byName;
     QSet<QString> m_stuck; // those that wait for one that is down, as far as that was logged
     bool m_isHeld = false;
     bool m_isStopping = false;

@@ -18,53 +18,38 @@
 // is resumed once it is seen stopped without one.
 #include "FreezeWatch.h"
 
+#include "Bus.h"
+
+#include "bus/BusNames.h"
 #include "process/ThreadStates.h"
-
-#include <VelEvent>
-
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
 
 #include <algorithm>
 #include <csignal>
-#include <limits>
 #include <utility>
 
 namespace {
 
 constexpr int shortestLookMs = 2;
 constexpr int longestLookMs = 250;
-constexpr int noLimit = std::numeric_limits<int>::max();
+constexpr int mostProbes = 2; // one behind the announcement and one behind the answer; a module may answer without end
 
 } // namespace
 
-FreezeWatch::FreezeWatch(const Address& address, const QDBusConnection& connection)
-    : m_address(address), m_connection(connection) {
+FreezeWatch::FreezeWatch(const QString& module) : m_module(module) {
     m_look.setSingleShot(true);
     connect(&m_look, &QTimer::timeout, this, &FreezeWatch::look);
 }
 
 void FreezeWatch::ask(bool save) {
     m_save = save;
-    askBus("GetNameOwner", m_address.service, &FreezeWatch::takeOwner);
-}
-
-void FreezeWatch::askBus(const QString& method, const QString& name, void (FreezeWatch::*take)(const QVariant&)) {
-    QDBusMessage question =
-        QDBusMessage::createMethodCall("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method);
-    question << name;
-    auto* reply = new QDBusPendingCallWatcher(m_connection.asyncCall(question), this);
-    connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, take] {
-        reply->deleteLater();
-        (this->*take)(reply->isError() ? QVariant() : reply->reply().arguments().value(0));
-    });
+    askBus("GetNameOwner", vel::bus::serviceName(m_module), this, [this](const QVariant& owner) { takeOwner(owner); });
 }
 
 void FreezeWatch::takeOwner(const QVariant& owner) {
     m_owner = owner.toString();
     if (m_owner.isEmpty() || m_isReleased)
         return enter(State::Gone);
-    askBus("GetConnectionUnixProcessID", m_owner, &FreezeWatch::takeProcess);
+    askBus("GetConnectionUnixProcessID", m_owner, this, [this](const QVariant& process) { takeProcess(process); });
 }
 
 void FreezeWatch::takeProcess(const QVariant& process) {
@@ -75,35 +60,31 @@ void FreezeWatch::takeProcess(const QVariant& process) {
 }
 
 void FreezeWatch::announce() {
-    const QString list = QString("%1:%2").arg(m_address.module).arg(m_process);
-    sendEvent("prepare_save_restore", {{"ModulesPidsList", list}, {"Save", m_save}});
+    const QString list = QString("%1:%2").arg(m_module).arg(m_process);
+    publish("prepare_save_restore", {{"ModulesPidsList", list}, {"Save", m_save}}, m_owner);
     probe();
 }
 
 void FreezeWatch::announceRestored() const {
-    sendEvent("restore_done", {{"modules", m_address.module}});
-}
-
-void FreezeWatch::sendEvent(const QString& name, const QVariantMap& arguments) const {
-    QDBusMessage signal = QDBusMessage::createTargetedSignal(m_owner, "/ApplicationManager", m_address.interface, name);
-    signal << QVariant::fromValue(VelEvent(name, arguments, QString("")));
-    m_connection.send(signal);
+    publish("restore_done", {{"modules", m_module}}, m_owner);
 }
 
 void FreezeWatch::probe() {
+    m_needsProbe = m_openProbes == mostProbes;
+    if (m_needsProbe)
+        return;
     const int number = ++m_probe;
-    const QDBusMessage question =
-        QDBusMessage::createMethodCall(m_owner, m_address.path, "org.freedesktop.DBus.Introspectable", "Introspect");
-    auto* reply = new QDBusPendingCallWatcher(m_connection.asyncCall(question, noLimit), this);
-    connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, number] {
-        reply->deleteLater();
-        if (number == m_probe)
-            takeProbe(reply);
+    ++m_openProbes;
+    askEventLoop(m_owner, vel::bus::objectPath(m_module), this, [this, number](Answer answer) {
+        --m_openProbes;
+        if (m_needsProbe)
+            probe();
+        else if (number == m_probe)
+            takeProbe(answer == Answer::FromTheLoop);
     });
 }
 
-void FreezeWatch::takeProbe(QDBusPendingCallWatcher* reply) {
-    const bool isAnswered = !reply->isError();
+void FreezeWatch::takeProbe(bool isAnswered) {
     if (!isAnswered && stateOf(m_process) != ThreadStates::Gone) {
         // Its connection, or the whole bus, is lost, and the process is still there: it may freeze yet, without a word.
         if (m_state == State::Asking)
@@ -200,8 +181,10 @@ void FreezeWatch::resume() {
 
 void FreezeWatch::finishUnlessDormant() {
     m_look.stop();
-    if (m_state == State::Passed && !m_hasAnswered)
+    if (m_state == State::Passed && !m_hasAnswered) {
+        Q_EMIT fellAsleep();
         return;
+    }
     m_isProven = true;
     if (!std::exchange(m_isOver, true))
         Q_EMIT over(this);

@@ -1,15 +1,12 @@
 // One module during a save or a restore, from the announcement until it is certain not to be frozen any more.
 #pragma once
 
-#include <QDBusConnection>
 #include <QObject>
 #include <QString>
 #include <QTimer>
-#include <QVariantMap>
+#include <QVariant>
 
 #include <sys/types.h>
-
-class QDBusPendingCallWatcher;
 
 /// Freezes the process of one module, says how far that has come, and resumes it.
 ///
@@ -26,14 +23,7 @@ public:
         Gone      ///< it is not on the bus, or no more
     };
 
-    struct Address {
-        QString module;
-        QString service;
-        QString path;
-        QString interface;
-    };
-
-    FreezeWatch(const Address& address, const QDBusConnection& connection);
+    explicit FreezeWatch(const QString& module);
 
     /// Announces a save or, when not, a restore to the module.
     void ask(bool save);
@@ -41,7 +31,7 @@ public:
     /// A module said that it is about to freeze; `sender` is its unique name on the bus.
     void takeAnswer(const QString& sender);
 
-    const QString& module() const { return m_address.module; }
+    const QString& module() const { return m_module; }
     State state() const { return m_state; }
 
     /// Whether the module is frozen now, as it was when state() became that.
@@ -65,21 +55,21 @@ Q_SIGNALS:
     /// Nothing can freeze the process any more.
     void over(FreezeWatch* self);
 
+    /// It was released, and nothing is expected of the module; it might still freeze, if it answers after all.
+    void fellAsleep();
+
 private:
-    void askBus(const QString& method, const QString& name, void (FreezeWatch::*take)(const QVariant&));
     void takeOwner(const QVariant& owner);
     void takeProcess(const QVariant& process);
     void announce();
-    void sendEvent(const QString& name, const QVariantMap& arguments) const;
     void probe();
-    void takeProbe(QDBusPendingCallWatcher* reply);
+    void takeProbe(bool isAnswered);
     void look();
     void enter(State state);
     void resume();
     void finishUnlessDormant();
 
-    const Address m_address;
-    QDBusConnection m_connection;
+    const QString m_module;
     State m_state = State::Asking;
     bool m_save = false;
     bool m_hasAnswered = false;
@@ -87,7 +77,9 @@ private:
     bool m_isOver = false;
     bool m_isProven = false; // that the module is past its freeze
     int m_probe = 0;         // the number of the last one
-    QString m_owner;         // the module's unique name on the bus
+    int m_openProbes = 0;
+    bool m_needsProbe = false; // as soon as one of the open ones is answered
+    QString m_owner;           // the module's unique name on the bus
     pid_t m_process = 0;
     QTimer m_look;
 };

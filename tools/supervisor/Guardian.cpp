@@ -8,16 +8,24 @@
 // those need rights or a system manager that a device may not give.
 #include "Guardian.h"
 
-#include <QSocketNotifier>
+#include "Log.h"
 
+#include <VelUnixSignals>
+
+#include <QTimer>
+
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
+
+constexpr int retryMs = 1000;
 
 struct Entry {
     int slot;
@@ -26,7 +34,7 @@ struct Entry {
 
 [[noreturn]] void guard(int channel, pid_t* groups) {
     setpgid(0, 0); // a terminal's Ctrl-C is not for it
-    for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGQUIT})
+    for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGTSTP, SIGTTIN, SIGTTOU})
         signal(signalNumber, SIG_IGN);
     prctl(PR_SET_NAME, "vel-guardian");
     Entry entry;
@@ -48,53 +56,79 @@ struct Entry {
 } // namespace
 
 Guardian::Guardian() {
-    spawn();
+    if (!spawn())
+        qFatal("cannot start a guardian: %s; nothing was started", qPrintable(qt_error_string()));
 }
 
+// Everything has ended, so it has nothing to do any more; it may be stopped, so it is not asked to end.
 Guardian::~Guardian() {
-    m_notifier.reset();
+    kill(m_process, SIGKILL);
     close(m_channel);
-    waitpid(m_process, nullptr, 0);
 }
 
-void Guardian::spawn() {
+bool Guardian::spawn() {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
-        qFatal("cannot open a socket: %s; nothing was started", qPrintable(qt_error_string()));
+        return false;
     m_process = fork();
-    if (m_process < 0)
-        qFatal("cannot fork: %s; nothing was started", qPrintable(qt_error_string()));
     if (m_process == 0) {
         close(ends[0]);
         guard(ends[1], m_groups);
     }
     close(ends[1]);
     m_channel = ends[0];
+    if (m_process < 0)
+        close(std::exchange(m_channel, -1));
+    return m_process > 0;
 }
 
 void Guardian::enrol(int slot) const {
     setpgid(0, 0);
     // Nothing is lost when the guardian has just been killed: note() tells the next one.
     const Entry entry{slot, getpid()};
-    send(m_channel, &entry, sizeof entry, MSG_NOSIGNAL);
+    send(m_channel, &entry, sizeof entry, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 void Guardian::note(int slot, pid_t group) {
     m_groups[slot] = group;
     const Entry entry{slot, group};
-    send(m_channel, &entry, sizeof entry, MSG_NOSIGNAL);
+    if (send(m_channel, &entry, sizeof entry, MSG_NOSIGNAL | MSG_DONTWAIT) != sizeof entry && errno == EAGAIN)
+        kill(m_process, SIGKILL); // its end is told by the kernel
 }
 
 void Guardian::keepAlive() {
-    m_notifier = std::make_unique<QSocketNotifier>(m_channel, QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this,
-            &Guardian::replace); // it never writes: this is its end
+    velOnSignals({SIGCHLD}, this, [this](int) { lookAfterIt(); });
+    lookAfterIt();
 }
 
-void Guardian::replace() {
-    m_notifier.release()->deleteLater(); // it is the one that called
-    close(m_channel);
-    waitpid(m_process, nullptr, 0);
-    spawn();
-    keepAlive();
+void Guardian::lookAfterIt() {
+    siginfo_t info{};
+    if (m_process <= 0 ||
+        waitid(P_PID, static_cast<id_t>(m_process), &info, WEXITED | WSTOPPED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid == 0)
+        return removeEnded();
+    logWarning(QString("the guardian, process %1, was %2: another one takes its place")
+                   .arg(m_process)
+                   .arg(info.si_code == CLD_STOPPED ? "stopped" : "killed"));
+    kill(m_process, SIGKILL);
+    m_ended.push_back(std::exchange(m_process, -1));
+    close(std::exchange(m_channel, -1));
+    removeEnded();
+    spawnOrRetry();
+}
+
+void Guardian::removeEnded() {
+    m_ended.erase(
+        std::remove_if(m_ended.begin(), m_ended.end(), [](pid_t one) { return waitpid(one, nullptr, WNOHANG) != 0; }),
+        m_ended.end());
+}
+
+void Guardian::spawnOrRetry() {
+    if (spawn())
+        return;
+    logError(
+        QString("cannot start a guardian: %1; until there is one, nobody ends the modules' helpers when the supervisor "
+                "is killed")
+            .arg(qt_error_string()));
+    QTimer::singleShot(retryMs, this, &Guardian::spawnOrRetry);
 }

@@ -5,15 +5,13 @@
 
 #include <QObject>
 
-#include <memory>
 #include <sys/types.h>
-
-class QSocketNotifier;
+#include <vector>
 
 /// A small process of its own that knows every process group in use and kills all of them once the supervisor is gone.
 ///
-/// Each program runs in a group of its own, under a slot number of the caller's choice. When the guardian is killed,
-/// another one takes its place.
+/// Each program runs in a group of its own, under a slot number of the caller's choice. When the guardian is killed
+/// or stopped, or does not take what it is told, another one takes its place.
 class Guardian : public QObject {
     Q_OBJECT
 public:
@@ -38,11 +36,13 @@ public:
     void keepAlive();
 
 private:
-    void spawn();
-    void replace();
+    bool spawn();
+    void spawnOrRetry();
+    void lookAfterIt();
+    void removeEnded();
 
     pid_t m_groups[slotCount] = {};
     int m_channel = -1;
     pid_t m_process = -1;
-    std::unique_ptr<QSocketNotifier> m_notifier;
+    std::vector<pid_t> m_ended; // replaced ones, until the kernel has taken them away
 };

@@ -1,6 +1,8 @@
 // The answer to a call from the bus, given when the work is done and not when the called method returns.
 #pragma once
 
+#include "Shown.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QVariant>
@@ -19,10 +21,12 @@ public:
     /// Answers with an error of that text.
     void refuse(const QString& text) const {
         if (m_call.isReplyRequired())
-            m_connection.send(m_call.createErrorReply("org.freedesktop.DBus.Error.Failed", text));
+            m_connection.send(m_call.createErrorReply("org.freedesktop.DBus.Error.Failed", shown(text, longest)));
     }
 
 private:
+    static constexpr int longest = 256 * 1024; // characters: a reason for each of the modules that there can be
+
     QDBusMessage m_call;
     QDBusConnection m_connection{QString()};
 };

@@ -3,9 +3,9 @@
 #include "ProgressLine.h"
 
 #include "Fleet.h"
+#include "Output.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <utility>
@@ -54,12 +54,13 @@ void ProgressLine::refresh() {
     if (m_isSettled && !isSettled)
         m_clock.restart();
     m_isSettled = isSettled;
+    if (tcgetpgrp(STDOUT_FILENO) != getpgrp())
+        return; // it runs in the background: the line is somebody else's
     const QString line = text(isSettled).left(terminalWidth() - 1);
     if (std::exchange(m_shown, line) == line)
         return;
     // Erases what stood there, and stays at the beginning of the line until the last text.
-    std::printf("\r\033[K%s%s", qPrintable(line), isSettled ? "\n" : "\r");
-    std::fflush(stdout);
+    Output::progress().write("\r\033[K" + line.toUtf8() + (isSettled ? "\n" : "\r"));
     if (isSettled && m_isEnding)
         m_second.stop();
 }

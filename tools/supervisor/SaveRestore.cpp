@@ -5,11 +5,14 @@
 // without a process. The supervisor starts none meanwhile.
 #include "SaveRestore.h"
 
+#include "Bus.h"
 #include "Fleet.h"
 #include "Guardian.h"
 #include "Log.h"
 
-#include <VelModule>
+#include "bus/BusNames.h"
+
+#include <QSet>
 
 #include <algorithm>
 #include <utility>
@@ -32,9 +35,11 @@ QString participle(SaveRestore::Operation operation) {
 
 } // namespace
 
-SaveRestore::SaveRestore(const Configuration& configuration, Fleet& fleet, Guardian& guardian,
-                         const VelModule& supervisor)
-    : m_configuration(configuration), m_fleet(fleet), m_supervisor(supervisor), m_command(guardian, commandSlot) {
+SaveRestore::SaveRestore(const Configuration& configuration, Fleet& fleet, Guardian& guardian)
+    : m_configuration(configuration), m_fleet(fleet), m_command(guardian, commandSlot) {
+    m_newcomers.setConnection(QDBusConnection::sessionBus());
+    m_newcomers.setWatchMode(QDBusServiceWatcher::WatchForRegistration);
+    connect(&m_newcomers, &QDBusServiceWatcher::serviceRegistered, this, &SaveRestore::noteAppeared);
     m_limit.setSingleShot(true);
     connect(&m_limit, &QTimer::timeout, this, [this] {
         if (m_step == Step::Freezing)
@@ -53,7 +58,8 @@ void SaveRestore::begin(Operation operation, const QStringList& names, const Lat
     const QStringList wanted = names.isEmpty() ? everyoneWithData() : names;
     const QString reason = refusal(operation, wanted);
     if (!reason.isEmpty()) {
-        const QString text = QString("cannot %1 %2: %3; nothing was done").arg(verb(operation), quoted(wanted), reason);
+        const QString text =
+            QString("cannot %1 %2: %3; nothing was done").arg(verb(operation), shown(quoted(wanted)), reason);
         logError(text);
         return answer.refuse(text);
     }
@@ -64,11 +70,14 @@ void SaveRestore::begin(Operation operation, const QStringList& names, const Lat
     m_quiet.clear();
     m_troubles.clear();
     m_commandRan = false;
+    m_late.clear();
+    ++m_number;
+    m_questions = 0;
     m_fleet.hold(true);
     logInfo(QString("%1: freezes %2").arg(verb(operation), m_names.join(", ")));
     m_limit.start(m_configuration.answerLimitMs);
     for (const QString& name : qAsConst(m_names))
-        freeze(name);
+        takeIn(name);
     goOnWhenSettled(); // there may be nobody to wait for
 }
 
@@ -82,41 +91,77 @@ QStringList SaveRestore::everyoneWithData() const {
 }
 
 QString SaveRestore::refusal(Operation operation, const QStringList& names) const {
-    if (isBusy() || m_command.isRunning())
-        return "a save or a restore is going on";
     if (command(operation).program.isEmpty())
         return QString("the configuration has no key '%1'").arg(verb(operation));
     if (names.isEmpty())
         return "no module has a data folder";
+    QSet<QString> seen;
     for (const QString& name : names) {
         const SupervisedModule* module = m_fleet.find(name);
         if (!module)
-            return QString("there is no module '%1' in the configuration").arg(name);
+            return QString("there is no module %1 in the configuration").arg(quotedName(name));
         if (module->dataFolder().isEmpty())
             return QString("'%1' has no data folder").arg(name);
-        if (names.count(name) > 1)
+        if (seen.contains(name))
             return QString("'%1' is named twice").arg(name);
+        seen.insert(name);
     }
     return QString();
 }
 
-void SaveRestore::freeze(const QString& name) {
-    const SupervisedModule* module = m_fleet.find(name);
-    if (!module->hasProcess()) {
-        m_quiet += name;
-        return;
-    }
+void SaveRestore::takeIn(const QString& name) {
+    SupervisedModule* module = m_fleet.find(name);
+    module->alive().excuse(true); // it may prepare for as long as the operation lets it
+    if (!module->hasProcess())
+        return takeInQuiet(name);
     if (module->state() != SupervisedModule::State::Up)
         return exclude(name, "is neither up nor down");
-    const auto earlier =
-        std::find_if(m_alive.begin(), m_alive.end(), [&name](const auto& watch) { return watch->module() == name; });
-    if (earlier != m_alive.end() && !(*earlier)->isDormant())
-        return exclude(name, "has not yet come through the last save or restore");
-    if (earlier != m_alive.end())
-        m_alive.erase(earlier);
-    FreezeWatch::Address address{name, {}, {}, {}};
-    m_supervisor.getDBusServiceInfos(name, address.path, address.service, address.interface);
-    m_alive.push_back(std::make_unique<FreezeWatch>(address, QDBusConnection::sessionBus()));
+    if (earlierWatch(name))
+        m_late += name;
+    else
+        freeze(name);
+}
+
+// No process of the supervisor's: there may be one that somebody else has started. That one is not frozen, since nobody would
+// resume it when the supervisor is killed.
+void SaveRestore::takeInQuiet(const QString& name) {
+    const QString service = vel::bus::serviceName(name);
+    m_quiet += name;
+    m_newcomers.addWatchedService(service); // before the question: nobody can appear unseen
+    ++m_questions;
+    askBus("GetConnectionUnixProcessID", service, this, [this, name, number = m_number](const QVariant& process) {
+        if (number != m_number || m_step != Step::Freezing)
+            return; // the limit has passed
+        --m_questions;
+        if (process.isValid() && m_quiet.removeOne(name))
+            exclude(name, QString("runs as process %1, which the supervisor did not start").arg(process.toUInt()));
+        goOnWhenSettled();
+    });
+}
+
+void SaveRestore::noteAppeared(const QString& service) {
+    for (const QString& name : qAsConst(m_quiet)) {
+        if (vel::bus::serviceName(name) != service)
+            continue;
+        exclude(name, "was started meanwhile, by somebody else");
+        m_quiet.removeOne(name);
+        return;
+    }
+}
+
+FreezeWatch* SaveRestore::earlierWatch(const QString& name) const {
+    for (const auto& watch : m_alive) {
+        if (watch->module() == name && !watch->isDormant())
+            return watch.get();
+    }
+    return nullptr;
+}
+
+void SaveRestore::freeze(const QString& name) {
+    m_alive.erase(
+        std::remove_if(m_alive.begin(), m_alive.end(), [&name](const auto& watch) { return watch->module() == name; }),
+        m_alive.end()); // one that is dormant
+    m_alive.push_back(std::make_unique<FreezeWatch>(name));
     FreezeWatch* watch = m_alive.back().get();
     m_watches.push_back(watch);
     connect(watch, &FreezeWatch::changed, this, &SaveRestore::goOnWhenSettled);
@@ -125,8 +170,31 @@ void SaveRestore::freeze(const QString& name) {
             std::find_if(m_alive.begin(), m_alive.end(), [ended](const auto& one) { return one.get() == ended; });
         place->release()->deleteLater(); // it is the one that called
         m_alive.erase(place);
+        freezeThoseThatCameThrough();
+        Q_EMIT released();
+    });
+    connect(watch, &FreezeWatch::fellAsleep, this, [this] {
+        freezeThoseThatCameThrough();
+        Q_EMIT released();
     });
     watch->ask(m_operation == Save);
+}
+
+void SaveRestore::freezeThoseThatCameThrough() {
+    if (m_step != Step::Freezing)
+        return;
+    for (const QString& name : QStringList(m_late)) {
+        if (earlierWatch(name))
+            continue;
+        m_late.removeOne(name);
+        takeIn(name); // it may also have ended
+    }
+    goOnWhenSettled();
+}
+
+bool SaveRestore::isNeeded() const {
+    return m_step != Step::Idle ||
+           std::any_of(m_alive.begin(), m_alive.end(), [](const auto& watch) { return !watch->isDormant(); });
 }
 
 void SaveRestore::takeAnswer(const QString& sender) {
@@ -138,12 +206,16 @@ void SaveRestore::goOnWhenSettled() {
     const bool isSettled = std::none_of(m_watches.begin(), m_watches.end(), [](const FreezeWatch* watch) {
         return watch->state() == FreezeWatch::State::Asking || watch->state() == FreezeWatch::State::Answered;
     });
-    if (m_step == Step::Freezing && isSettled)
+    if (m_step == Step::Freezing && isSettled && m_questions == 0 && m_late.isEmpty())
         copy();
 }
 
 void SaveRestore::copy() {
     m_step = Step::Copying;
+    if (m_questions > 0) { // the bus has not answered: any of them may run
+        for (const QString& name : std::exchange(m_quiet, {}))
+            exclude(name, "could not be asked for on the bus");
+    }
     QStringList participants = m_quiet;
     std::vector<FreezeWatch*> frozen;
     for (FreezeWatch* watch : m_watches) {
@@ -157,6 +229,9 @@ void SaveRestore::copy() {
         }
     }
     m_watches = frozen;
+    for (const QString& name : qAsConst(m_late))
+        exclude(name, "has not yet come through the last save or restore");
+    m_late.clear();
     if (participants.isEmpty())
         return finish();
 
@@ -173,8 +248,10 @@ void SaveRestore::copy() {
 }
 
 void SaveRestore::takeCommandEnd() {
-    if (m_step != Step::Copying)
-        return; // it was abandoned
+    if (m_step != Step::Copying) {
+        Q_EMIT finished(); // it was abandoned: its command has ended only now
+        return;
+    }
     const SupervisedProcess::End& end = m_command.end();
     if (!m_limit.isActive())
         finish(QString("the command '%1' was killed: it did not end in time").arg(command(m_operation).program));
@@ -187,7 +264,7 @@ void SaveRestore::takeCommandEnd() {
 }
 
 void SaveRestore::abandon(const QString& reason) {
-    if (!isBusy())
+    if (m_step == Step::Idle)
         return;
     m_command.killGroup();
     finish(reason);
@@ -221,8 +298,13 @@ void SaveRestore::finish(const QString& failure) {
         m_answer.refuse(text);
     }
     m_answer = LateAnswer();
+    m_newcomers.setWatchedServices({});
+    for (const QString& name : qAsConst(m_names))
+        m_fleet.find(name)->alive().excuse(false);
     m_fleet.hold(false);
-    Q_EMIT finished();
+    Q_EMIT released();
+    if (!isBusy())
+        Q_EMIT finished();
 }
 
 void SaveRestore::exclude(const QString& module, const QString& reason) {

@@ -1,11 +1,14 @@
 // One module's life under the supervisor: started, watched, ended, started again.
 #pragma once
 
+#include "AliveWatch.h"
 #include "Configuration.h"
+#include "LastError.h"
 #include "SupervisedProcess.h"
 
 #include <QElapsedTimer>
 #include <QTimer>
+#include <QVariant>
 
 class SupervisedModule : public QObject {
     Q_OBJECT
@@ -32,8 +35,16 @@ public:
     /// How it last went down, in words; empty before that.
     const QString& lastEnd() const { return m_lastEnd; }
 
+    /// How often it has ended or was not started, since the supervisor runs.
+    int ends() const { return m_ends; }
+
     /// One line for people: name, state and what belongs to it.
     QString description() const;
+
+    /// The same for programs, and its last end; the keys are those of the method "modules".
+    QVariantMap details() const;
+
+    AliveWatch& alive() { return m_alive; }
 
     /// To be started from Down or Pausing, with its attempts counted from new; from Stopping, when it has ended.
     void want();
@@ -53,15 +64,17 @@ public:
 Q_SIGNALS:
     void changed();
 
-    /// Asks whoever can publish events to publish the module's stop event.
-    void stopEventWanted(const QString& module);
-
 private:
     void enter(State state);
     void takeEnd();
     void takeLimit();
+    void takeSilence(const QString& reason);
+    void takeDumpEnd();
+    void killUnlessItAnswers();
     void wentDown(const QString& cause, const QString& text);
     void tryAgainOrGiveUp();
+    void askToStop() const;
+    void noteEnd(const QString& text, bool isNormal);
 
     const ModuleConfiguration m_configuration;
     const QString m_folder;
@@ -69,6 +82,14 @@ private:
     State m_state = State::Down;
     QElapsedTimer m_inState;
     QString m_lastEnd;
+    QVariantMap m_endDetails; // the same for programs
+    int m_ends = 0;
+    int m_restarts = 0; // by itself, since somebody asked for a start
+    LastError m_lastError;
+    AliveWatch m_alive;
+    QString m_silence; // why it does not answer; empty while it does
+    SupervisedProcess m_dump;
+    QTimer m_dumpLimit;
     QTimer m_limit;     // of starting and of stopping
     QTimer m_stopAgain; // a module that is not in RUN yet takes no notice of its stop event
     QTimer m_pause;
@@ -76,5 +97,6 @@ private:
     int m_attempt = 0; // in a row
     bool m_isTooSlow = false;
     bool m_isKilledByLimit = false;
+    bool m_isKilledInSilence = false;
     bool m_startAfterStop = false;
 };

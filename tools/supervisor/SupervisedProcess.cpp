@@ -7,9 +7,9 @@
 #include "SupervisedProcess.h"
 
 #include "Guardian.h"
-#include "UnixSignals.h"
 
 #include <VelExitCodes>
+#include <VelUnixSignals>
 
 #include <QFile>
 #include <QProcess>
@@ -44,17 +44,14 @@ private:
 } // namespace
 
 SupervisedProcess::SupervisedProcess(Guardian& guardian, int slot) : m_guardian(guardian), m_slot(slot) {
-    connect(&UnixSignals::instance(), &UnixSignals::childChanged, this, &SupervisedProcess::takeEnd);
+    velOnSignals({SIGCHLD}, this, [this](int) { takeEnd(); });
 }
 
 SupervisedProcess::~SupervisedProcess() {
     if (!isRunning())
         return;
-    killGroup();
-    siginfo_t info;
-    waitid(P_PID, static_cast<id_t>(m_process), &info, WEXITED);
-    blockSignals(true);
-    finish({End::Killed, SIGKILL});
+    killGroup(); // and not waited for: it may be in the hands of a device
+    close(m_failure);
 }
 
 void SupervisedProcess::run(const QString& program, const QStringList& arguments,

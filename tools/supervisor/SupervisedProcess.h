@@ -22,7 +22,7 @@ public:
     /// `slot` is the process's place with the guardian; no two that run at the same time share one.
     SupervisedProcess(Guardian& guardian, int slot);
 
-    /// Kills the group and waits for the end.
+    /// Kills the group.
     ~SupervisedProcess() override;
 
     /// Starts a program, with the supervisor's environment and the variables given; its output goes where the supervisor's

@@ -3,16 +3,11 @@
 
 #include "ApplicationManager.h"
 
-namespace {
+#include <QDBusMetaType>
 
-QStringList namesIn(const QString& text) {
-    return text.simplified().split(' ', Qt::SkipEmptyParts);
+SupervisorAdaptor::SupervisorAdaptor(ApplicationManager* manager) : QDBusAbstractAdaptor(manager), m_manager(*manager) {
+    qDBusRegisterMetaType<QList<QVariantMap>>();
 }
-
-} // namespace
-
-SupervisorAdaptor::SupervisorAdaptor(ApplicationManager* manager)
-    : QDBusAbstractAdaptor(manager), m_manager(*manager) {}
 
 QString SupervisorAdaptor::startModule(const QString& module) {
     m_manager.startModule(module);
@@ -33,22 +28,26 @@ QStringList SupervisorAdaptor::listModules() {
     return m_manager.listModules();
 }
 
+QList<QVariantMap> SupervisorAdaptor::modules() {
+    return m_manager.modules();
+}
+
 QStringList SupervisorAdaptor::save() {
-    m_manager.save({});
+    m_manager.save(QString());
     return {};
 }
 
 QStringList SupervisorAdaptor::save(const QString& modules) {
-    m_manager.save(namesIn(modules));
+    m_manager.save(modules);
     return {};
 }
 
 QStringList SupervisorAdaptor::restore() {
-    m_manager.restore({});
+    m_manager.restore(QString());
     return {};
 }
 
 QStringList SupervisorAdaptor::restore(const QString& modules) {
-    m_manager.restore(namesIn(modules));
+    m_manager.restore(modules);
     return {};
 }

@@ -1,11 +1,15 @@
-// What the supervisor offers on the bus. Every method but listModules() answers when its work is done, which may take longer
+// What the supervisor offers on the bus. Every method but listModules() and modules() answers when its work is done, which may take longer
 // than a caller's usual limit; every refusal is an error with a text that says why.
 #pragma once
 
 #include <QDBusAbstractAdaptor>
+#include <QList>
 #include <QStringList>
+#include <QVariantMap>
 
 class ApplicationManager;
+
+Q_DECLARE_METATYPE(QList<QVariantMap>)
 
 class SupervisorAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
@@ -25,6 +29,13 @@ public Q_SLOTS:
 
     /// One line for each module: its name, its state, and its process or its last end.
     QStringList listModules();
+
+    /// A dictionary for each module: "ModuleName" s, "State" s (down, waiting, starting, up, unresponsive, stopping,
+    /// pausing), "InState" d (seconds), "Restarts" i (by the supervisor itself, since somebody asked for a start), "Ends" i
+    /// and "WaitsFor" as. While it has a process: "Process" i. While it does not answer: "Silence" s, why. Before its next
+    /// attempt: "NextStart" d (seconds from now). Once it has ended: "Reason" s, "EndedAt" x (milliseconds since 1970), and
+    /// "Status" i with "StatusName" s, or "Signal" i, or neither when its program could not be started.
+    QList<QVariantMap> modules();
 
     /// Names with blanks between them; none means every module with a data folder. Answers with the names of those whose
     /// data was saved or restored, when that is all of them.

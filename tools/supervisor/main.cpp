@@ -1,16 +1,20 @@
 // The reference supervisor: starts, watches, saves and ends the modules that its configuration file names.
 #include "ApplicationManager.h"
 #include "Guardian.h"
-#include "UnixSignals.h"
+#include "Output.h"
 
 #include <VelApplication>
 #include <VelExitCodes>
+#include <VelUnixSignals>
 
 #include <QCommandLineParser>
 
+#include <csignal>
 #include <cstdio>
 
 namespace {
+
+constexpr int longestFlushMs = 1000;
 
 const QString ownName = QStringLiteral("ApplicationManager");
 
@@ -20,10 +24,13 @@ int fail(const QString& text) {
 }
 
 int supervise(const Configuration& configuration) {
+    Output::takeOverLog();
     Guardian guardian; // before the first thread, which the module's connection to the bus is
     ApplicationManager manager(configuration, guardian);
     guardian.keepAlive();
-    QObject::connect(&UnixSignals::instance(), &UnixSignals::endRequested, &manager, &ApplicationManager::askToEnd);
+    velOnSignals({SIGTERM, SIGINT, SIGHUP}, &manager, [&manager](int) { manager.askToEnd(); });
+    velOnSignals({SIGTSTP, SIGTTIN, SIGTTOU}, &manager, [&manager](int) { manager.suspend(); });
+    velOnSignals({SIGCONT}, &manager, [&manager](int) { manager.goOn(); });
     return QCoreApplication::exec();
 }
 
@@ -61,5 +68,9 @@ int main(int argc, char** argv) {
     const Configuration configuration = Configuration::read(parser.positionalArguments().first(), mistakes);
     if (!mistakes.isEmpty())
         return fail(mistakes.join('\n'));
-    return parser.isSet(check) ? 0 : supervise(configuration);
+    if (parser.isSet(check))
+        return 0;
+    const int status = supervise(configuration);
+    Output::log().flush(longestFlushMs);
+    return status;
 }
