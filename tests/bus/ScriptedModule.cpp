@@ -1,18 +1,25 @@
-// A module that does in each hook what its command line says, for tests that look at a whole process.
+// A module that does in each hook what its command line says, for tests that look at a whole process, alone or under the
+// supervisor.
 //
-//     --HOOK=ACTION     what the hook of that name does: false, QString, std, int, VelException, exit, coreLimit, or
-//                       wait (for a line on standard input)
+//     --HOOK=false|QString|std|int|VelException|exit|coreLimit    what the hook of that name does
+//     --HOOK=hold       it waits, with the event loop, for a byte in the pipe that --gate names
+//     --HOOK=loop       the same, while an event loop of its own goes on
 //     --stdin=exit      asks for its own stop when its standard input ends
-//     --signals=stop    is stopped by SIGTERM and SIGINT
+//     --says=WORD       what it prints before a hook's name; "hook" unless said
+//     --deaf            takes no part in saves and restores
+//     --helper          starts a process of its own, and prints "helper PID"
 //
-// It prints "hook NAME" for each hook it enters, and what its adaptor's slots are told to print.
+// It prints "WORD HOOK" for each hook it enters, and what its adaptor's slots are told to print.
 #include <Vel>
 
 #include <QDBusAbstractAdaptor>
+#include <QEventLoop>
+#include <QProcess>
 #include <QSocketNotifier>
 
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
 #include <future>
 #include <iostream>
 #include <stdexcept>
@@ -66,7 +73,7 @@ public:
 
 private:
     bool act(const QString& hook) {
-        say(QString("hook ") + hook);
+        say(getParameters().value("says", "hook") + ' ' + hook);
         const QString action = getParameters().value(hook);
         if (action == "QString")
             throw QString("thrown text");
@@ -80,10 +87,33 @@ private:
             exit();
         if (action == "coreLimit")
             sayCoreLimit();
+        if (action == "hold")
+            waitAtGate();
+        if (action == "loop")
+            loopAtGate();
         if (action == "wait")
             waitForInput();
         return action != "false";
     }
+
+    void waitAtGate() {
+        const int gate = open(qPrintable(getParameters().value("gate")), O_RDONLY | O_CLOEXEC);
+        char byte;
+        while (read(gate, &byte, 1) != 1) {
+        }
+        close(gate);
+    }
+
+    void loopAtGate() {
+        const int gate = open(qPrintable(getParameters().value("gate")), O_RDWR | O_CLOEXEC);
+        QEventLoop loop;
+        QSocketNotifier notifier(gate, QSocketNotifier::Read);
+        QObject::connect(&notifier, &QSocketNotifier::activated, &loop, &QEventLoop::quit);
+        loop.exec();
+        close(gate);
+    }
+
+    QProcess m_helper;
 };
 
 class ScriptedAdaptor : public QDBusAbstractAdaptor {
@@ -99,8 +129,6 @@ public Q_SLOTS:
         velGuarded([&] { throw new VelException(m_module, static_cast<VelException::ErrorType>(errorType), text); });
         return QString();
     }
-
-    QString throwInt() { throw 42; }
 
     QString state() { return m_module->getState(); }
 
@@ -142,8 +170,17 @@ ScriptedModule::ScriptedModule() : VelModule("Scripted") {
             exit();
         });
     }
-    subscribeEvent("test_save", this, SLOT(stopForSaveRestore(VelEvent)));
-    subscribeEvent("test_restored", this, SLOT(postOperationForRestore(VelEvent)));
+    if (getParameters().contains("helper")) {
+        m_helper.start("sleep", {"3600"});
+        m_helper.waitForStarted();
+        say(QString("helper %1").arg(m_helper.processId()));
+    }
+    if (getParameters().contains("deaf"))
+        return;
+    for (const char* save : {"test_save", "prepare_save_restore"})
+        subscribeEvent(save, this, SLOT(stopForSaveRestore(VelEvent)));
+    for (const char* restored : {"test_restored", "restore_done"})
+        subscribeEvent(restored, this, SLOT(postOperationForRestore(VelEvent)));
 }
 
 int main(int argc, char** argv) {

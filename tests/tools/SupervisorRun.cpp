@@ -39,9 +39,12 @@ SupervisorRun::~SupervisorRun() {
 void SupervisorRun::addModule(const QString& name, const QStringList& arguments, const QJsonObject& values) {
     QJsonObject module = values;
     module["name"] = name;
-    if (!module.contains("command"))
-        module["command"] = builtProgram("supervised-peer");
-    module["arguments"] = QJsonArray::fromStringList(arguments);
+    QStringList words = arguments;
+    if (!module.contains("command")) {
+        module["command"] = builtProgram("scripted-module");
+        words += "--says=" + name;
+    }
+    module["arguments"] = QJsonArray::fromStringList(words);
     QJsonArray modules = m_root["modules"].toArray();
     modules.append(module);
     m_root["modules"] = modules;

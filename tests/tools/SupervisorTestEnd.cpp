@@ -96,7 +96,7 @@ void SupervisorTestEnd::nothingOutlivesAKilledSupervisor() {
     SupervisorRun run;
     run.addModule("A", {"--helper"});
     run.addModule("Frozen");
-    run.addModule("Wrapped", {"-c", builtProgram("supervised-peer") + " \"$@\"; exit $?", "sh"}, {{"command", "sh"}});
+    run.addModule("Wrapped", {"-c", builtProgram("scripted-module") + " \"$@\"; exit $?", "sh"}, {{"command", "sh"}});
     QVERIFY(run.start());
     QVERIFY(run.waitUntilUp({"A", "Frozen", "Wrapped"}));
     const pid_t supervisor = static_cast<pid_t>(run.process().processId());

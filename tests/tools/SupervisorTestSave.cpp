@@ -177,7 +177,7 @@ void SupervisorTestSave::impossibleSaveIsRefused() {
 void SupervisorTestSave::moduleThatTakesNoPartIsNamed_data() {
     QTest::addColumn<QStringList>("options");
     QTest::newRow("not subscribed") << QStringList{"--deaf"};
-    QTest::newRow("failing preparation") << QStringList{"--preSave=throw"};
+    QTest::newRow("failing preparation") << QStringList{"--preSave=QString"};
 }
 
 void SupervisorTestSave::moduleThatTakesNoPartIsNamed() {
