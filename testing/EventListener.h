@@ -14,10 +14,7 @@ public:
     /// The events heard so far.
     const std::list<VelEvent>& events() const { return m_events; }
 
-    /// How often the slot without parameters was called.
-    int bareCalls() const { return m_bareCalls; }
-
-    /// Runs the event loop until that many events, or bare calls, were heard. False when the test's time limit
+    /// Runs the event loop until that many events, or calls of the slot without parameters, were heard. False when the test's time limit
     /// passes.
     [[nodiscard]] bool waitForEvents(int count);
     [[nodiscard]] bool waitForBareCalls(int count);
