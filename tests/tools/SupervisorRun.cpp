@@ -60,13 +60,31 @@ void SupervisorRun::setCommand(const QString& key, const QString& shellText, dou
         QJsonObject{{"command", "sh"}, {"arguments", QJsonArray{"-c", shellText, "sh"}}, {"limit", limitSeconds}};
 }
 
-bool SupervisorRun::start() {
+void SupervisorRun::setOfModule(const QString& name, const QString& key, const QJsonValue& value) {
+    QJsonArray modules = m_root["modules"].toArray();
+    for (int index = 0; index < modules.size(); ++index) {
+        QJsonObject module = modules.at(index).toObject();
+        if (module["name"] == name)
+            module[key] = value;
+        modules[index] = module;
+    }
+    m_root["modules"] = modules;
+}
+
+bool SupervisorRun::start(const QString& log) {
     QFile file(path("supervisor.json"));
     if (!file.open(QIODevice::WriteOnly))
         return false;
     file.write(QJsonDocument(m_root).toJson());
     file.close();
-    return m_process.run(builtProgram("vel-supervisor"), {file.fileName()});
+    if (log.isEmpty())
+        return m_process.run(builtProgram("vel-supervisor"), {file.fileName()});
+    return m_process.run(
+        "sh", {"-c", "exec \"$0\" \"$1\" 2>\"$2\"", builtProgram("vel-supervisor"), file.fileName(), path(log)});
+}
+
+bool SupervisorRun::startByHand(ChildProcess& process, const QString& name) const {
+    return process.run(builtProgram("supervised-peer"), {"--moduleName=" + name}) && process.waitForLine(name + " run");
 }
 
 bool SupervisorRun::waitUntilUp(const QStringList& modules) {

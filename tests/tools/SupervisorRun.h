@@ -32,8 +32,14 @@ public:
     /// Sets the command of a save or a restore to this text for the shell.
     void setCommand(const QString& key, const QString& shellText, double limitSeconds = 600);
 
-    /// Writes the configuration and starts the supervisor on it.
-    [[nodiscard]] bool start();
+    /// Adds a key to a module that was added.
+    void setOfModule(const QString& name, const QString& key, const QJsonValue& value);
+
+    /// Writes the configuration and starts the supervisor on it. With the name of a file, its log goes there.
+    [[nodiscard]] bool start(const QString& log = QString());
+
+    /// Starts a module of the configuration as somebody else would, and waits until it runs.
+    [[nodiscard]] bool startByHand(ChildProcess& process, const QString& name) const;
 
     /// The supervisor's process: its lines are its own and its modules'.
     ChildProcess& process() { return m_process; }

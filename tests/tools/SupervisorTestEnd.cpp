@@ -86,13 +86,14 @@ void SupervisorTestEnd::secondRequestKillsAtOnce() {
 }
 
 void SupervisorTestEnd::nothingOutlivesAKilledSupervisor_data() {
-    QTest::addColumn<bool>("guardianDiesFirst");
-    QTest::newRow("with its first guardian") << false;
-    QTest::newRow("with another guardian") << true;
+    QTest::addColumn<int>("signalToGuardian");
+    QTest::newRow("with its first guardian") << 0;
+    QTest::newRow("whose guardian was killed") << SIGKILL;
+    QTest::newRow("whose guardian was stopped") << SIGSTOP;
 }
 
 void SupervisorTestEnd::nothingOutlivesAKilledSupervisor() {
-    QFETCH(bool, guardianDiesFirst);
+    QFETCH(int, signalToGuardian);
     SupervisorRun run;
     run.addModule("A", {"--helper"});
     run.addModule("Frozen");
@@ -101,12 +102,13 @@ void SupervisorTestEnd::nothingOutlivesAKilledSupervisor() {
     QVERIFY(run.waitUntilUp({"A", "Frozen", "Wrapped"}));
     const pid_t supervisor = static_cast<pid_t>(run.process().processId());
     kill(run.processOf("Frozen"), SIGSTOP);
-    if (guardianDiesFirst) {
+    if (signalToGuardian) {
         pid_t first = 0;
         for (const pid_t child : childrenOf(supervisor))
             first = nameOf(child) == guardianName ? child : first;
         QVERIFY(first > 0);
-        kill(first, SIGKILL);
+        kill(first, signalToGuardian);
+        QVERIFY(run.waitForLine(QString("warning: the guardian, process %1, was ").arg(first)));
         QVERIFY(QTest::qWaitFor([&] {
             for (const pid_t child : childrenOf(supervisor)) {
                 if (nameOf(child) == guardianName && child != first && processState(child) == 'S')

@@ -15,6 +15,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -232,6 +233,7 @@ void SaveRestore::copy() {
     for (const QString& name : qAsConst(m_late))
         exclude(name, "has not yet come through the last save or restore");
     m_late.clear();
+    participants = inOrder(participants);
     if (participants.isEmpty())
         return finish();
 
@@ -285,6 +287,7 @@ void SaveRestore::finish(const QString& failure) {
             watch->announceRestored(); // heard once it goes on
         watch->release();
     }
+    done = inOrder(done);
     if (!failure.isEmpty())
         m_troubles.prepend(failure);
     if (m_troubles.isEmpty()) {
@@ -305,6 +308,15 @@ void SaveRestore::finish(const QString& failure) {
     Q_EMIT released();
     if (!isBusy())
         Q_EMIT finished();
+}
+
+// As they were asked for, and not as they became ready.
+QStringList SaveRestore::inOrder(const QStringList& names) const {
+    const QSet<QString> wanted(names.begin(), names.end());
+    QStringList ordered;
+    std::copy_if(m_names.begin(), m_names.end(), std::back_inserter(ordered),
+                 [&wanted](const QString& name) { return wanted.contains(name); });
+    return ordered;
 }
 
 void SaveRestore::exclude(const QString& module, const QString& reason) {

@@ -63,6 +63,7 @@ private:
     void copy();
     void takeCommandEnd();
     void finish(const QString& failure = QString());
+    QStringList inOrder(const QStringList& names) const;
     void exclude(const QString& module, const QString& reason);
     QString consequence(bool commandFailed, const QStringList& done) const;
 
