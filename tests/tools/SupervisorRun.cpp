@@ -84,7 +84,8 @@ bool SupervisorRun::start(const QString& log) {
 }
 
 bool SupervisorRun::startByHand(ChildProcess& process, const QString& name) const {
-    return process.run(builtProgram("supervised-peer"), {"--moduleName=" + name}) && process.waitForLine(name + " run");
+    return process.run(builtProgram("scripted-module"), {"--says=" + name, "--moduleName=" + name}) &&
+           process.waitForLine(name + " run");
 }
 
 bool SupervisorRun::waitUntilUp(const QStringList& modules) {
