@@ -13,7 +13,7 @@ and between blocks:
 """
 import re
 
-PREPARED = "terminals are prepared"
+PREPARED = "<!-- terminals are prepared -->"
 MARK = re.compile(r"(run)$|(saved as|from|checked by|not run)\b:?\s*(.*)", re.DOTALL)
 NOT_LOOKED_AT = {"checked by", "not run"}
 KNOWN_MARKS = {  # by the language of the block
@@ -72,7 +72,7 @@ class Page:
 
     def __init__(self, text):
         self.text_lines = text.splitlines()
-        self.is_prepared = f"<!-- {PREPARED} -->" in text
+        self.is_prepared = PREPARED in self.text_lines
         self.parts, self.indented = [], []
         comment, item, blank_before, at = "", 0, True, 0
         while at < len(self.text_lines):

@@ -18,6 +18,7 @@ CHANGING = [(re.compile(pattern), word) for pattern, word in [
     (r"^(\[\d+\]) \d+$", r"\1 PROCESS"),  # the shell has put a job into the background
     (r"^(\w+ +)\d+(?= +[a-z]+ +\d+\.\d MB )", r"\1PROCESS"),  # a row of `velctl list`
     (r"(?<=\"pid\":)\d+", "PROCESS"),
+    (r"^\[\d+/\d+\]", "[STEP]"),  # of a build
     (r"(?<= )(:1\.\d+)\b|(?<=\":)1\.\d+(?=\")", "CONNECTION"),  # the bus numbers them as they come
     (r"\b\d+(\.\d+)? [kM]B\b", "SIZE"),
     (r"(?<=\"memory\":)\d+", "SIZE"),

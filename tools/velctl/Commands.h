@@ -1,7 +1,6 @@
 // The table of commands.
 #pragma once
 
-#include "Status.h"
 #include "TimeLimit.h"
 
 #include <QStringList>
@@ -21,9 +20,6 @@ struct Request {
     QString context;
     QString running;
     QString gone;
-    QString from; ///< the publishing module; empty is any
-    bool rate = false;
-    QString address; ///< of the bus
     TimeLimit limit;
 };
 

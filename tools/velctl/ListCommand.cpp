@@ -1,13 +1,14 @@
 // velctl list: every module on the bus.
 #include "Bus.h"
 #include "Commands.h"
+#include "Failure.h"
 #include "ModuleReport.h"
-#include "Output.h"
+#include "Table.h"
 
 namespace velctl {
 
 int runList(const Request& request) {
-    Bus bus(request.limit, request.address);
+    Bus bus(request.limit);
     const QStringList modules = bus.modules();
     if (request.namesOnly) {
         for (const QString& module : modules)

@@ -5,10 +5,10 @@
 #include "ModuleReport.h"
 
 #include "ModuleNames.h"
-
+#include "Suggestion.h"
 #include "process/WaitingFor.h"
 
-#include <algorithm>
+#include <QDBusPendingCall>
 
 namespace velctl {
 
@@ -66,50 +66,38 @@ QJsonObject ModuleReport::toJson() const {
             {"uniqueName", uniqueName}};
 }
 
-wire::Message signOfLifeFrom(const ModuleReport& report) {
-    return callTo(report.uniqueName, pathOf(report.module), DBUS_INTERFACE_INTROSPECTABLE, "Introspect");
-}
-
-bool isSignOfLife(DBusMessage* answer) {
-    // An error of its own is an answer, too: the object is hidden, but somebody is at home. The bus daemon's says
-    // that nobody is.
-    return answer && !isFromBusDaemon(answer);
-}
-
-QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, const QDeadlineTimer& end) {
+QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, int patienceMs) {
     QList<ModuleReport> reports;
-    QVector<quint32> calls;
+    QList<QDBusPendingCall> calls;
     for (const QString& module : modules) {
-        ModuleReport report;
-        report.module = module;
-        report.uniqueName = bus.ownerOf(module);
+        ModuleReport report{module, bus.ownerOf(module), {}, ModuleState::Running, QString()};
         if (report.uniqueName.isEmpty())
             continue; // it has left since its name was read
         report.process = processInfo(bus.processOf(report.uniqueName));
         report.state = stateOf(report.process, true);
         reports += report;
-        calls += report.state == ModuleState::Running ? bus.send(signOfLifeFrom(report)) : 0;
     }
-    const auto areAllThere = [&] {
-        return std::all_of(calls.begin(), calls.end(),
-                           [&](quint32 call) { return call == 0 || bus.answerTo(call) != nullptr; });
-    };
-    (void)bus.waitUntil(areAllThere, end);
+    for (const ModuleReport& report : qAsConst(reports)) {
+        const QDBusMessage question = Bus::callTo(report.module, "org.freedesktop.DBus.Introspectable", "Introspect");
+        calls += report.state == ModuleState::Running ? bus.connection().asyncCall(question, patienceMs)
+                                                      : QDBusPendingCall::fromError(QDBusError());
+    }
     for (int index = 0; index < reports.size(); ++index) {
         ModuleReport& report = reports[index];
         if (report.state != ModuleState::Running)
             continue;
-        DBusMessage* const answer = bus.answerTo(calls.at(index));
-        if (!isSignOfLife(answer))
+        QDBusPendingCall& call = calls[index];
+        call.waitForFinished();
+        const QDBusMessage answer = call.reply();
+        // An error of its own is an answer, too: the object is hidden, but somebody is at home. The bus daemon's
+        // says that nobody is.
+        const bool answers = answer.type() == QDBusMessage::ReplyMessage ||
+                             (!answer.service().isEmpty() && !Bus::isFromBusDaemon(answer));
+        if (!answers)
             report.process = processInfo(report.process.pid); // it may have been stopped meanwhile
-        report.state = stateOf(report.process, isSignOfLife(answer));
-        if (isSignOfLife(answer) && !isError(answer))
-            report.introspection = firstText(answer);
-        if (report.introspection.size() >= longestText)
-            report.introspection.clear();
+        report.state = stateOf(report.process, answers);
+        report.introspection = answer.arguments().value(0).toString();
     }
-    for (const quint32 call : qAsConst(calls))
-        bus.forget(call);
     return reports;
 }
 
@@ -145,12 +133,12 @@ Status statusFor(ModuleState state) {
 }
 
 ModuleReport requireModule(Bus& bus, const QString& verb, const QString& object, const QString& module,
-                           const QDeadlineTimer& end) {
+                           int patienceMs) {
     requireValidName(verb, "a module", module);
-    const QList<ModuleReport> reports = lookAt(bus, {module}, end);
+    const QList<ModuleReport> reports = lookAt(bus, {module}, patienceMs);
     if (reports.isEmpty())
         throw Failure{NotRunning, QString("cannot %1 '%2': there is no module '%3' on the bus; %4")
-                                      .arg(verb, object, module, knownNames(bus.modules()))};
+                                      .arg(verb, object, module, suggestion(module, bus.modules()))};
     const ModuleReport& report = reports.first();
     if (report.state == ModuleState::Traced)
         throw Failure{NotRunning, QString("cannot %1 '%2': %3; nothing was sent").arg(verb, object, whySilent(report))};

@@ -2,8 +2,10 @@
 #include "Bus.h"
 #include "Commands.h"
 #include "Event.h"
+#include "Failure.h"
 #include "ModuleReport.h"
-#include "Output.h"
+#include "OwnerWatch.h"
+#include "Table.h"
 
 namespace velctl {
 
@@ -22,18 +24,18 @@ QString whyStillThere(const ModuleReport& report, bool hasLeftBus) {
 
 int runStop(const Request& request) {
     const QString module = request.arguments.first();
-    Bus bus(request.limit, request.address);
+    Bus bus(request.limit);
     const ModuleReport report = requireModule(bus, "stop", module, module, request.limit.forSignsOfLife());
     const OwnerWatch watch(bus, module);
-    bus.publish(makeEvent(request.publisher, "stop_module_" + module, QString(), {}).get());
+    bus.send(Event::make(request.publisher, "stop_module_" + module, QString(), {}).toMessage());
 
     // Another instance may take the name at once: this one has left when the name's owner is another.
     bool hasLeftBus = false;
-    const auto hasEnded = [&] {
+    const bool hasEnded = request.limit.waitUntil([&] {
         hasLeftBus = hasLeftBus || watch.owner() != report.uniqueName;
         return hasLeftBus && processInfo(report.process.pid).hasEnded();
-    };
-    if (!bus.waitUntil(hasEnded, request.limit.end(), lookEveryMs))
+    });
+    if (!hasEnded)
         throw Failure{TimeLimitReached, QString("cannot stop '%1': %2; gave up after %3")
                                             .arg(module, whyStillThere(report, hasLeftBus), request.limit.text())};
     if (request.json)
