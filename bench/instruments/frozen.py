@@ -13,11 +13,11 @@ import os
 import re
 import shutil
 import signal
-import subprocess
 import sys
 import tempfile
 
-LIMIT_S = 60
+from system import System, daemon
+
 SMALL_LIMIT = 2_000_000  # bytes that may wait: for a receiver, or with dbus-broker for all of a user's processes
 
 parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -36,10 +36,6 @@ def small_configuration(folder):
     return path
 
 
-def daemon(*arguments):
-    return ["dbus-daemon", *arguments, "--nofork", "--print-address=1", "--address=unix:tmpdir=/tmp"]
-
-
 def buses(folder):
     yield "dbus-daemon", daemon("--session")
     yield f"dbus-daemon, {SMALL_LIMIT:,} bytes a receiver", daemon(f"--config-file={small_configuration(folder)}")
@@ -51,19 +47,13 @@ def buses(folder):
         print("There is no dbus-broker here; it is left out.")
 
 
-class System:
+class Pair(System):
     """A bus with a publisher and a receiver."""
 
-    def __init__(self, command):
-        self.bus = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        self.environment = dict(os.environ, DBUS_SESSION_BUS_ADDRESS=self.bus.stdout.readline().strip(), VEL_LOG_LEVEL="0")
-        self.modules = {name: subprocess.Popen([f"{programs}/burst-module", f"--moduleName={name}", *more],
-                                               env=self.environment)
+    def __init__(self, programs, command):
+        super().__init__(programs, command)
+        self.modules = {name: self.module("burst-module", name, *more)
                         for name, more in (("Publisher", ["--deaf=1"]), ("Receiver", []))}
-
-    def velctl(self, *words):
-        return subprocess.run([f"{programs}/velctl", *words, "--timeout", str(LIMIT_S)], env=self.environment, text=True,
-                              capture_output=True, check=False)
 
     def call(self, *words):
         """The number that a module answers, or None."""
@@ -81,7 +71,7 @@ class System:
 
 
 def measure(command):
-    system = System(command)
+    system = Pair(options.programs, command)
     try:
         for name in system.modules:
             if system.velctl("wait", "--running", name).returncode != 0:

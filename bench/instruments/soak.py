@@ -20,11 +20,12 @@ import sys
 import threading
 import time
 
+from system import LONGEST_WAIT_S, System, daemon
+
 NEIGHBOURS = (1, 2, 3, 5)  # by how many places in the ring: so many receivers has each event
 SAMPLE_S = 2
 SETTLED_S = 60  # from when on nothing may grow
 GROWTH_KB = 1024  # the allocator's page or two are no leak; a leak of a byte a message would be more in a minute
-LONGEST_WAIT_S = 60
 BUS = "bus daemon"  # its name among those that are measured
 
 parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -34,16 +35,8 @@ parser.add_argument("--modules", type=int, default=20)
 parser.add_argument("--seed", type=int, default=1, help="of what happens to the peers")
 parser.add_argument("--output", help="a folder for the picture, soak.svg")
 options = parser.parse_args()
-programs = os.path.abspath(options.programs)
 chance = random.Random(options.seed)
 pause = threading.Event().wait  # nothing sets it: it waits for its time limit
-
-
-class Bus:
-    def __init__(self):
-        self.process = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
-                                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        self.address = self.process.stdout.readline().strip()
 
 
 class Module:
@@ -59,10 +52,8 @@ class Module:
 
     def start(self):
         self.incarnation += 1
-        environment = dict(os.environ, DBUS_SESSION_BUS_ADDRESS=self.bus.address, VEL_LOG_LEVEL="0")
-        self.process = subprocess.Popen(
-            [f"{programs}/soak-module", f"--moduleName={self.name}", f"--incarnation={self.incarnation}",
-             f"--neighbours={','.join(self.neighbours)}"], env=environment)
+        self.process = self.bus.module("soak-module", self.name, f"--incarnation={self.incarnation}",
+                                       f"--neighbours={','.join(self.neighbours)}")
 
     def stream(self):
         return f"{self.name}/{self.incarnation}"
@@ -76,8 +67,7 @@ class Module:
 
 
 def velctl(bus, *words):
-    result = subprocess.run([f"{programs}/velctl", *words, "--timeout", str(LONGEST_WAIT_S)], text=True,
-                            env=dict(os.environ, DBUS_SESSION_BUS_ADDRESS=bus.address), capture_output=True, check=False)
+    result = bus.velctl(*words)
     if result.returncode != 0:
         raise RuntimeError(f"velctl {' '.join(words)}: status {result.returncode}, {result.stderr.strip()}")
     return result.stdout.strip()
@@ -146,7 +136,7 @@ class Samples:
 def run(bus, modules):
     """The traffic; what was done to the modules, and the samples."""
     steady = {module.name: module.process for module in modules if module.is_steady}
-    samples = Samples({BUS: bus.process, **steady})
+    samples = Samples({BUS: bus.bus, **steady})
     chaos = Chaos(bus, [module for module in modules if not module.is_steady])
     begin = time.monotonic()
     next_sample = 0.0
@@ -244,8 +234,8 @@ def draw(samples, path):
 
 def end_with_the_bus(bus, modules):
     """Who does not end by itself when the bus daemon is killed."""
-    bus.process.kill()
-    bus.process.wait()
+    bus.bus.kill()
+    bus.bus.wait()
     faults = []
     for module in modules:
         try:
@@ -258,7 +248,7 @@ def end_with_the_bus(bus, modules):
 
 
 def main():
-    bus = Bus()
+    bus = System(options.programs, daemon("--session"))
     modules = [Module(bus, index, index % 3 == 0) for index in range(options.modules)]
     try:
         for module in modules:
@@ -281,7 +271,7 @@ def main():
         for module in modules:
             if module.process:
                 module.kill()
-        bus.process.kill()
+        bus.bus.kill()
     for fault in faults:
         print("fault:", fault)
     print("nothing was lost" if not faults else f"{len(faults)} faults")
