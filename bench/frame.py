@@ -191,13 +191,16 @@ def cpu_seconds(pid):
     return total / 1e9
 
 
+def memory_fields(pid):
+    """What the kernel tells of a process's memory, in kB by its own names."""
+    lines = Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()[1:]
+    return {name.rstrip(":"): float(size) for name, size, _ in map(str.split, lines)}
+
+
 def memory_kb(pid):
     """PSS (what is shared, divided by those who share it) and private dirty memory."""
-    fields = {}
-    for line in Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()[1:]:
-        name, size, _ = line.split()
-        fields[name] = float(size)
-    return {"PSS/kB": fields["Pss:"], "private dirty/kB": fields["Private_Dirty:"]}
+    fields = memory_fields(pid)
+    return {"PSS/kB": fields["Pss"], "private dirty/kB": fields["Private_Dirty"]}
 
 
 def take_rounds(cells, rounds, say=print):

@@ -4,7 +4,6 @@ import itertools
 import statistics
 import sys
 import time
-from pathlib import Path
 
 import frame
 
@@ -84,15 +83,10 @@ def start_times(bus, watch, program, environment):
     return {figure: min(values) for figure, values in taken.items()}
 
 
-def rss_kb(pid):
-    fields = [line.split() for line in Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()]
-    return next(float(words[1]) for words in fields if words[0] == "Rss:")
-
-
 def idle_alone(bus, program, environment):
     member = Member(bus, program, **environment)
     member.settle()
-    taken = {"RSS/kB": rss_kb(member.process.pid), **frame.memory_kb(member.process.pid)}
+    taken = {"RSS/kB": frame.memory_fields(member.process.pid)["Rss"], **frame.memory_kb(member.process.pid)}
     member.end()
     return taken
 

@@ -10,10 +10,10 @@
 
 #include "bus/BusNames.h"
 #include "module/VelModule.h"
+#include "process/ProcessInfo.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QFile>
 #include <QLoggingCategory>
 #include <QTest>
 
@@ -39,12 +39,9 @@ int messageCount() {
 
 // "1234 kB"
 QByteArray peakMemoryOf(qint64 process) {
-    QFile status(QString("/proc/%1/status").arg(process));
-    if (!status.open(QIODevice::ReadOnly))
-        return "unknown";
-    const QByteArray text = status.readAll();
-    const int start = text.indexOf("VmHWM:") + 6;
-    return text.mid(start, text.indexOf('\n', start) - start).trimmed();
+    const QByteArray status = procFile(process, "status");
+    const int start = status.indexOf("VmHWM:") + 6;
+    return status.mid(start, status.indexOf('\n', start) - start).trimmed();
 }
 
 QVariantMap numbered(int number) {

@@ -1,32 +1,47 @@
 // Any text as a value on velctl's command line: VALUE, or TYPE:VALUE.
 #include "Target.h"
 
-#include "Signature.h"
-#include "ValueJson.h"
-#include "ValueText.h"
+#include "wire/Json.h"
+#include "wire/Text.h"
+
+#include <QJsonDocument>
 
 namespace {
 
-using velctl::Value;
-
-// By what is written down: it has every type and every bit in it.
-bool areSame(const Value& one, const Value& other) {
-    return velctl::jsonText(velctl::toTypedJson(one)) == velctl::jsonText(velctl::toTypedJson(other));
+template <typename Append>
+wire::Message messageOf(Append append) {
+    wire::Message message = wire::made(dbus_message_new_signal("/Fuzz", "org.vel.Fuzz", "fuzz"));
+    wire::Appender to(message.get());
+    append(to);
+    return wire::fromBytes(wire::toBytes(message.get())); // which validates, as a bus does
 }
 
-void canBeWrittenAndRead(const Value& value) {
+template <typename Write>
+QByteArray written(const wire::Message& message, Write write) {
+    QByteArray text;
+    DBusMessageIter value;
+    dbus_message_iter_init(message.get(), &value);
+    write(&value, [&text](const QByteArray& piece) { text += piece; });
+    return text;
+}
+
+// By what is written down: it has every type and every bit in it.
+QByteArray typedJson(const wire::Message& message) {
+    return written(message, wire::writeTypedJson);
+}
+
+void canBeWrittenAndRead(const wire::Message& message) {
+    const QByteArray json = typedJson(message);
+    const QByteArray type = dbus_message_get_signature(message.get());
+    const QString text = QString::fromUtf8(' ' + written(message, wire::writeText)).mid(1);
     try {
-        fuzz::require(areSame(velctl::byType(value.type, velctl::plainText(value)), value),
-                      "a value comes back from its text");
-        fuzz::require(areSame(velctl::fromTypedJson(velctl::toTypedJson(value)), value),
-                      "a value comes back from its JSON");
-    } catch (const QString& reason) {
-        fuzz::require(false, qPrintable(reason));
-    }
-    try {
-        velctl::toSend(value);
-    } catch (const QString&) {
-        // deeper than the bus allows, or one container type too many
+        const wire::Message fromText = messageOf([&](wire::Appender& to) { wire::appendByType(to, type, text); });
+        fuzz::require(typedJson(fromText) == json, "a value comes back from its text");
+        const QJsonObject object = QJsonDocument::fromJson(json).object();
+        const wire::Message fromJson = messageOf([&](wire::Appender& to) { wire::appendTypedJson(to, object); });
+        fuzz::require(typedJson(fromJson) == json, "a value comes back from its JSON");
+    } catch (const wire::Error& error) {
+        fuzz::require(false, error.what());
     }
 }
 
@@ -34,20 +49,21 @@ void canBeWrittenAndRead(const Value& value) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const QString text = QString::fromUtf8(fuzz::bytesOf(data, size));
-    canBeWrittenAndRead(velctl::byForm(text));
-
     const int colon = text.indexOf(QLatin1Char(':'));
-    const QByteArray type = velctl::typeByName(text.left(colon));
-    if (colon < 0 || type.isEmpty())
-        return 0;
-    Value value;
-    try {
-        value = velctl::byType(type, text.mid(colon + 1));
-    } catch (const QString& reason) {
-        fuzz::require(!reason.isEmpty(), "a refusal has a reason");
-        return 0;
+    const QByteArray type = colon < 0 ? QByteArray() : wire::typeByName(text.left(colon));
+    const auto byForm = [&](wire::Appender& to) { wire::appendByForm(to, text); };
+    const auto byType = [&](wire::Appender& to) { wire::appendByType(to, type, text.mid(colon + 1)); };
+    for (const bool isTyped : {false, true}) {
+        if (isTyped && type.isEmpty())
+            continue;
+        try {
+            const wire::Message message = isTyped ? messageOf(byType) : messageOf(byForm);
+            fuzz::require((isTyped ? type : wire::typeByForm(text)) == dbus_message_get_signature(message.get()),
+                          "a value has the type that was asked for");
+            canBeWrittenAndRead(message);
+        } catch (const wire::Error& error) {
+            fuzz::require(!error.reason.isEmpty(), "a refusal has a reason");
+        }
     }
-    fuzz::require(value.type == type, "a value has the type that was asked for");
-    canBeWrittenAndRead(value);
     return 0;
 }

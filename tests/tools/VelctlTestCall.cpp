@@ -71,8 +71,10 @@ void VelctlTestCall::failureTellsWhy_data() {
     };
     row("error of the module", {"Peer", "refuse", "not today"}, 5,
         "'Peer.refuse': Peer answered org.freedesktop.DBus.Error.AccessDenied: not today");
-    row("unknown method", {"Peer", "ad", "1"}, 4, "'Peer.ad': Peer has no such method; did you mean 'add'");
-    row("no such module", {"Pear", "add"}, 3, "'Pear.add': there is no module 'Pear' on the bus; did you mean 'Peer'");
+    row("unknown method", {"Peer", "ad", "1"}, 4,
+        "'Peer.ad': Peer has no such method; there are add, twice, half, negated, joined, split, sameMap, sameList, "
+        "nothing, logLevel, refuse, block, vanish");
+    row("no such module", {"Pear", "add"}, 3, "'Pear.add': there is no module 'Pear' on the bus; there is only Peer");
     row("impossible name", {"a-b", "add"}, 2,
         "'a-b': that cannot be the name of a module; it is made of letters, digits and underscores, and does not "
         "begin with a digit");

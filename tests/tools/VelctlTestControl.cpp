@@ -24,15 +24,15 @@ void VelctlTestControl::logLevelReachesModulesAndTellsWhoIsMissing() {
     const auto one = startPeer("One");
     const auto stopped = startPeer("Two");
     QVERIFY(one && stopped);
-    QCOMPARE(velctl({"loglevel", "error"}).out, QStringList({"One  taken", "Two  taken"}));
+    QCOMPARE(velctl({"loglevel", "error"}).out, QStringList({"One  sent", "Two  sent"}));
     QVERIFY(stopFromOutside(*stopped));
     Background watch({"watch", "log_level_changed", "--count", "1"});
     const Outcome outcome = velctl({"loglevel", "debug", "--facility", "One", "--json"});
     QCOMPARE(outcome.status, 3);
     const QList<QJsonObject> modules = outcome.objects();
     QCOMPARE(modules.size(), 2);
-    QVERIFY(modules.at(0).value("taken").toBool());
-    QVERIFY(!modules.at(1).value("taken").toBool(true));
+    QVERIFY(modules.at(0).value("sent").toBool());
+    QVERIFY(!modules.at(1).value("sent").toBool(true));
     QVERIFY(modules.at(1).value("reason").toString().contains("was stopped from outside"));
     QVERIFY(watch.outcome().out.value(0).contains("syslog_facility:=text:One syslog_level:=int:7"));
     QCOMPARE(velctl({"call", "One", "logLevel"}).out, QStringList("int 7"));
@@ -46,7 +46,7 @@ void VelctlTestControl::tracingTellsWhatTheProcessWasStartedWithout() {
     const Outcome on = velctl({"mtrace", "on", "Bare"});
     QCOMPARE(on.status, 1);
     QVERIFY2(on.err.contains("was started without") && on.err.contains("MALLOC_TRACE=FILE"), qPrintable(on.err));
-    QCOMPARE(on.out, QStringList("Bare  taken"));
+    QCOMPARE(on.out, QStringList("Bare  sent"));
     QCOMPARE(velctl({"mtrace", "off", "Bare"}).status, 0);
     const QStringList published = watch.outcome().out;
     QVERIFY(published.value(0).endsWith("module:=text:Bare"));

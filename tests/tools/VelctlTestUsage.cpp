@@ -41,9 +41,12 @@ void VelctlTestUsage::misuseGetsOneLine_data() {
         QTest::newRow(qPrintable("velctl " + line.join(' '))) << line << QString("velctl: cannot ") + text + '\n';
     };
     row({}, "run without a command; 'velctl --help' shows all of them");
-    row({"lost"}, "run 'lost': there is no such command; did you mean 'list'");
+    row({"lost"},
+        "run 'lost': there is no such command; there are list, status, watch, publish, call, wait, loglevel, mtrace, "
+        "reset, stop");
     row({"list", "x"}, "run 'list': 'x' is one argument too many; right is: velctl list");
-    row({"list", "--jsn"}, "run 'list': there is no option '--jsn', did you mean '--json'; right is: velctl list");
+    row({"list", "--jsn"}, "run 'list': there is no option '--jsn', there are --names, --json, --timeout, "
+                           "--address, --help; right is: velctl list");
     row({"list", "--timeout"}, "run 'list': missing value after '--timeout'; right is: velctl list");
     row({"list", "--timeout", "-1"}, "run 'list': '-1' is no number of seconds; right is: velctl list");
     row({"watch", "--count", "0"}, "run 'watch': '0' is no number of events; right is: velctl watch [EVENT...]");
@@ -54,8 +57,9 @@ void VelctlTestUsage::misuseGetsOneLine_data() {
     row({"publish", "-"}, "publish '-': standard input is read as JSON; right is: velctl publish --json -");
     row({"watch", "a-b"}, "watch 'a-b': that cannot be the name of an event; it is made of letters, digits and "
                           "underscores, and does not begin with a digit");
-    row({"wait"}, "run 'wait': it waits for exactly one thing; right is: velctl wait EVENT, or velctl wait "
-                  "--running MODULE, or velctl wait --gone MODULE");
+    row({"wait"},
+        "run 'wait': it waits for exactly one thing; right is: velctl wait EVENT [NAME=VALUE...], or velctl wait "
+        "--running MODULE, or velctl wait --gone MODULE");
     row({"loglevel", "8"}, "set the log level '8': there is no such level; right is 0 to 7, or silent, error, "
                            "warning, info, debug");
     row({"mtrace", "up", "Tuner"},

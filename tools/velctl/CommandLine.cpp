@@ -1,11 +1,11 @@
 // Reading the command line: the options of each command, help, and what is wrong with a line.
 #include "CommandLine.h"
 
-#include "Failure.h"
 #include "ModuleNames.h"
-#include "Suggestion.h"
+#include "Status.h"
 
 #include <QCommandLineParser>
+#include <QFile>
 
 #include <algorithm>
 #include <cmath>
@@ -23,7 +23,9 @@ struct OptionRow {
 const OptionRow options[] = {
     {"json", "", "write one JSON object a line; for publish, read them"},
     {"timeout", "SECONDS", "end after that time, 5 unless given; 0 is without limit"},
+    {"address", "ADDRESS", "the bus's, instead of DBUS_SESSION_BUS_ADDRESS"},
     {"help", "", "show this help"},
+    {"version", "", "show the version"},
     {"names", "", "write only the names: of the modules, or of the module's methods"},
     {"count", "N", "end after N events"},
     {"facility", "F", "change only the loggers of this facility"},
@@ -31,8 +33,10 @@ const OptionRow options[] = {
     {"context", "TEXT", "the event's context text"},
     {"running", "MODULE", "wait until this module answers"},
     {"gone", "MODULE", "wait until this module has left the bus"},
+    {"from", "MODULE", "only events that this module publishes"},
+    {"rate", "", "tell every second how many events there were, by name"},
 };
-const std::vector<const char*> everywhere = {"json", "timeout", "help"};
+const std::vector<const char*> everywhere = {"json", "timeout", "address", "help"};
 
 constexpr double defaultTimeoutSeconds = 5;
 constexpr QChar minusOfANumber(0xE000); // of the private use area
@@ -68,7 +72,8 @@ QString generalHelp() {
                    "Shows and works on the modules of a running system, over the session bus.\n\nCommands:\n";
     for (const Command& command : commands())
         text += "  " + QString(command.name).leftJustified(10) + command.summary + '\n';
-    text += "\nEvery command takes --json, --timeout SECONDS (5 unless given) and --help.\n\n"
+    text += "\nEvery command takes --json, --timeout SECONDS (5 unless given), --address ADDRESS of the bus, and\n"
+            "--help, after the command or before it. 'velctl --version' shows the version.\n\n"
             "Statuses: 0 done, 1 failed, 2 usage, 3 module not running, 4 unknown method or event,\n"
             "5 the module answered an error, 7 no bus, 124 time limit, 130 interrupted.\n\n"
             "Example:\n  velctl status Tuner --help";
@@ -105,7 +110,7 @@ QString problemOf(const QCommandLineParser& parser, const Command& command) {
             known += QString("--") + name;
         const QString written = parser.unknownOptionNames().first();
         const QString form = (written.size() > 1 ? "--" : "-") + written;
-        return QString("there is no option '%1', %2").arg(form, suggestion(form, known));
+        return QString("there is no option '%1', %2").arg(form, knownNames(known));
     }
     QString text = parser.errorText();
     if (text.endsWith('.'))
@@ -127,6 +132,30 @@ double secondsOf(const QCommandLineParser& parser, const Command& command, const
     return command.endsByItself && !readsInput ? defaultTimeoutSeconds : 0;
 }
 
+// Those that every command takes may stand before it; they are taken off the line.
+QStringList optionsBeforeCommand(QStringList& arguments) {
+    QStringList taken;
+    while (!arguments.isEmpty() && arguments.first().startsWith("--")) {
+        const QString name = arguments.first().mid(2).section('=', 0, 0);
+        const bool isGeneral = name != "help" && std::any_of(everywhere.begin(), everywhere.end(),
+                                                             [&](const char* known) { return name == known; });
+        if (!isGeneral)
+            break;
+        const bool hasValue = *optionCalled(name.toLatin1().constData()).valueName && !arguments.first().contains('=');
+        taken += arguments.takeFirst();
+        if (hasValue && !arguments.isEmpty())
+            taken += arguments.takeFirst();
+    }
+    return taken;
+}
+
+// The same that libdbus takes, but for starting a bus where there is none.
+QString defaultAddress() {
+    const QString address = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
+    const QString path = qEnvironmentVariable("XDG_RUNTIME_DIR") + "/bus";
+    return address.isEmpty() && QFile::exists(path) ? "unix:path=" + path : address;
+}
+
 Request requestOf(const QCommandLineParser& parser, const Command& command) {
     const auto valueOf = [&](const char* name) {
         const bool isKnown = std::any_of(command.options.begin(), command.options.end(),
@@ -141,14 +170,22 @@ Request requestOf(const QCommandLineParser& parser, const Command& command) {
     request.context = valueOf("context");
     request.running = valueOf("running");
     request.gone = valueOf("gone");
+    request.from = valueOf("from");
+    request.rate = parser.optionNames().contains("rate");
+    request.address = parser.isSet("address") ? parser.value("address") : defaultAddress();
     request.publisher = valueOf("as");
     if (request.publisher.isEmpty())
         request.publisher = "velctl";
-    if (const QString count = valueOf("count"); !count.isEmpty()) {
+    if (parser.optionNames().contains("count")) {
+        const QString count = valueOf("count");
         bool isNumber = false;
         request.count = count.toInt(&isNumber);
         if (!isNumber || request.count < 1)
             refuse(command, QString("'%1' is no number of events").arg(count));
+    }
+    for (const char* name : {"as", "from", "running", "gone"}) {
+        if (parser.optionNames().contains(name) && valueOf(name).isEmpty())
+            refuse(command, QString("--%1 needs the name of a module").arg(name));
     }
     if (request.arguments.size() < command.fewest)
         refuse(command,
@@ -160,22 +197,31 @@ Request requestOf(const QCommandLineParser& parser, const Command& command) {
 
 } // namespace
 
-Errand readCommandLine(QStringList arguments) {
-    Errand errand;
+Invocation readCommandLine(QStringList arguments) {
+    Invocation invocation;
+    QStringList before = optionsBeforeCommand(arguments);
     if (arguments.isEmpty())
         throw Failure{Usage, "cannot run without a command; 'velctl --help' shows all of them"};
-    const QString name = arguments.takeFirst();
-    if (name == "--help" || name == "-h" || (name == "help" && arguments.isEmpty())) {
-        errand.text = generalHelp();
-        return errand;
+    QString name = arguments.takeFirst();
+    if (name == "--version") {
+        invocation.text = "velctl " VELCTL_VERSION;
+        return invocation;
+    }
+    if (name == "help" && !arguments.isEmpty()) {
+        name = arguments.takeFirst();
+        arguments = QStringList("--help");
+    }
+    if (name == "--help" || name == "-h" || name == "help") {
+        invocation.text = generalHelp();
+        return invocation;
     }
     const Command* command = commandCalled(name);
     if (!command) {
         QStringList known;
         for (const Command& one : commands())
             known += one.name;
-        throw Failure{Usage,
-                      QString("cannot run '%1': there is no such command; %2").arg(name, suggestion(name, known))};
+        const char* const kind = name.startsWith('-') ? "option" : "command";
+        throw Failure{Usage, QString("cannot run '%1': there is no such %2; %3").arg(name, kind, knownNames(known))};
     }
 
     QCommandLineParser parser;
@@ -183,17 +229,17 @@ Errand readCommandLine(QStringList arguments) {
         const OptionRow& row = optionCalled(option);
         parser.addOption(QCommandLineOption(QLatin1String(row.name), row.help, row.valueName));
     }
-    const bool isParsed = parser.parse(QStringList("velctl") + withNumbersHidden(arguments));
+    const bool isParsed = parser.parse(QStringList("velctl") + withNumbersHidden(before + arguments));
     if (arguments.contains("-h") || (parser.optionNames().contains("help"))) {
-        errand.text = helpOf(*command);
-        return errand;
+        invocation.text = helpOf(*command);
+        return invocation;
     }
     if (!isParsed)
         refuse(*command, problemOf(parser, *command));
-    errand.request = requestOf(parser, *command);
-    errand.command = command;
-    errand.request.limit = TimeLimit::start(secondsOf(parser, *command, errand.request));
-    return errand;
+    invocation.request = requestOf(parser, *command);
+    invocation.command = command;
+    invocation.request.limit = TimeLimit::start(secondsOf(parser, *command, invocation.request));
+    return invocation;
 }
 
 } // namespace velctl

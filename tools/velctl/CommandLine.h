@@ -6,13 +6,13 @@
 namespace velctl {
 
 /// What to do: run a command, or write a text and end.
-struct Errand {
+struct Invocation {
     const Command* command = nullptr;
     Request request;
     QString text; ///< the help, when there is no command to run
 };
 
 /// Throws a Failure with Usage for a line that means nothing.
-Errand readCommandLine(QStringList arguments);
+Invocation readCommandLine(QStringList arguments);
 
 } // namespace velctl

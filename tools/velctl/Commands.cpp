@@ -28,10 +28,12 @@ const std::vector<Command>& commands() {
          {"names"}, 1, 1, true, runStatus},
         {"watch", "[EVENT...]", "events as they are published",
          "Shows each event of those names, or every event: time, publishing module, name, context, arguments\n"
-         "with their types. Goes on until it is interrupted, unless a time limit or a count is given; without\n"
-         "a count, the end of a given time limit is success.",
-         "velctl watch station_changed",
-         {"count"}, 0, anyNumber, false, runWatch},
+         "with their types. In a name, * and ? stand for any characters and for one. --from takes the events\n"
+         "of one module only; --rate tells every second how many events there were, by name. Goes on until it\n"
+         "is interrupted, unless a time limit or a count is given; without a count, the end of a given time\n"
+         "limit is success. Events that come faster than the output is read are counted and not shown.",
+         "velctl watch 'station_*' --from Tuner",
+         {"count", "from", "rate"}, 0, anyNumber, false, runWatch},
         {"publish", "EVENT [NAME=VALUE...]", "publish an event",
          "A VALUE is typed by its form: 7, true, 2.5, [a,b], and else text. NAME:=TYPE:VALUE names the type:\n"
          "level:=int:7; a type is a name or a D-Bus signature. 'velctl publish --json -' publishes the lines\n"
@@ -44,25 +46,26 @@ const std::vector<Command>& commands() {
          "tells, containers from JSON or [a,b]; the answer is shown with its type.",
          "velctl call Tuner tune 2",
          {}, 2, anyNumber, true, runCall},
-        {"wait", "EVENT | --running MODULE | --gone MODULE", "wait for an event, a module's start or its end",
-         "Waits until the event is published; until the module is on the bus and answers; or until it has\n"
-         "left the bus.",
+        {"wait", "EVENT [NAME=VALUE...] | --running MODULE | --gone MODULE",
+         "wait for an event, a module's start or its end",
+         "Waits until the event is published, with arguments whose texts are those values, and by the module\n"
+         "that --from names; until the module is on the bus and answers; or until it has left the bus.",
          "velctl wait --running Tuner --timeout 30",
-         {"running", "gone"}, 0, 1, true, runWait},
+         {"running", "gone", "from"}, 0, anyNumber, true, runWait},
         {"loglevel", "LEVEL", "change the log level",
-         "Publishes log_level_changed and shows which modules have taken it. LEVEL is 0 to 7, or silent,\n"
+         "Publishes log_level_changed and shows to which modules it was sent. LEVEL is 0 to 7, or silent,\n"
          "error, warning, info, debug. Without a facility the level is for all loggers; with one, for those\n"
          "that the platform's logging library knows under it, as a rule those of the module of that name.",
          "velctl loglevel debug --facility Tuner",
          {"facility"}, 1, 1, true, runLogLevel},
         {"mtrace", "on|off MODULE", "switch memory tracing on or off",
-         "Publishes mtrace_on or mtrace_off for the module, and shows whether it has taken it. Says so when\n"
+         "Publishes mtrace_on or mtrace_off for the module, and shows whether it was sent to it. Says so when\n"
          "the module's process was started without what tracing needs.",
          "velctl mtrace on Tuner",
          {}, 2, 2, true, runMemoryTracing},
         {"reset", "default|factory", "reset the data of all modules",
          "Publishes the reset and waits for each module's answer. Shows who answered, who wants a reboot,\n"
-         "and who is missing and why.",
+         "and who is missing and why. An answer counts when it comes from the module of which it tells.",
          "velctl reset default --timeout 30",
          {}, 1, 1, true, runReset},
         {"stop", "MODULE", "stop a module",

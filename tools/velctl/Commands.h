@@ -1,6 +1,7 @@
 // The table of commands.
 #pragma once
 
+#include "Status.h"
 #include "TimeLimit.h"
 
 #include <QStringList>
@@ -20,6 +21,9 @@ struct Request {
     QString context;
     QString running;
     QString gone;
+    QString from; ///< the publishing module; empty is any
+    bool rate = false;
+    QString address; ///< of the bus
     TimeLimit limit;
 };
 

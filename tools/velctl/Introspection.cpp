@@ -1,7 +1,7 @@
 // What a module says of its methods.
 #include "Introspection.h"
 
-#include "Signature.h"
+#include "wire/Types.h"
 
 #include <QStringList>
 #include <QXmlStreamReader>
@@ -45,7 +45,7 @@ Method readMethod(QXmlStreamReader& xml, const QString& interface) {
 }
 
 QString argumentText(const MethodArgument& argument) {
-    QString type = typeName(argument.type);
+    QString type = wire::typeName(argument.type);
     if (type == QString::fromLatin1(argument.type) && !argument.qtType.isEmpty())
         type += " (" + argument.qtType + ')';
     return argument.name.isEmpty() ? type : type + ' ' + argument.name;
@@ -59,6 +59,14 @@ QString listText(const QList<MethodArgument>& arguments) {
 }
 
 } // namespace
+
+QByteArray Method::impossibleType() const {
+    for (const MethodArgument& argument : in) {
+        if (!wire::isCompleteType(argument.type))
+            return argument.type;
+    }
+    return QByteArray();
+}
 
 QString Method::text() const {
     return QString("%1(%2)").arg(name, listText(in)) + (out.isEmpty() ? QString() : " -> " + listText(out));

@@ -21,6 +21,9 @@ struct Method {
 
     /// "tune(int preset) -> text"
     QString text() const;
+
+    /// A type of an argument to be given that the bus does not know; null when there is none.
+    QByteArray impossibleType() const;
 };
 
 /// The methods in an introspection text, without those of the standard interfaces.

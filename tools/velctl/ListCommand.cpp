@@ -1,14 +1,13 @@
 // velctl list: every module on the bus.
 #include "Bus.h"
 #include "Commands.h"
-#include "Failure.h"
 #include "ModuleReport.h"
-#include "Table.h"
+#include "Output.h"
 
 namespace velctl {
 
 int runList(const Request& request) {
-    Bus bus(request.limit);
+    Bus bus(request.limit, request.address);
     const QStringList modules = bus.modules();
     if (request.namesOnly) {
         for (const QString& module : modules)

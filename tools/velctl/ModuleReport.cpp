@@ -5,10 +5,10 @@
 #include "ModuleReport.h"
 
 #include "ModuleNames.h"
-#include "Suggestion.h"
+
 #include "process/WaitingFor.h"
 
-#include <QDBusPendingCall>
+#include <algorithm>
 
 namespace velctl {
 
@@ -66,38 +66,50 @@ QJsonObject ModuleReport::toJson() const {
             {"uniqueName", uniqueName}};
 }
 
-QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, int patienceMs) {
+wire::Message signOfLifeFrom(const ModuleReport& report) {
+    return callTo(report.uniqueName, pathOf(report.module), DBUS_INTERFACE_INTROSPECTABLE, "Introspect");
+}
+
+bool isSignOfLife(DBusMessage* answer) {
+    // An error of its own is an answer, too: the object is hidden, but somebody is at home. The bus daemon's says
+    // that nobody is.
+    return answer && !isFromBusDaemon(answer);
+}
+
+QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, const QDeadlineTimer& end) {
     QList<ModuleReport> reports;
-    QList<QDBusPendingCall> calls;
+    QVector<quint32> calls;
     for (const QString& module : modules) {
-        ModuleReport report{module, bus.ownerOf(module), {}, ModuleState::Running, QString()};
+        ModuleReport report;
+        report.module = module;
+        report.uniqueName = bus.ownerOf(module);
         if (report.uniqueName.isEmpty())
             continue; // it has left since its name was read
         report.process = processInfo(bus.processOf(report.uniqueName));
         report.state = stateOf(report.process, true);
         reports += report;
+        calls += report.state == ModuleState::Running ? bus.send(signOfLifeFrom(report)) : 0;
     }
-    for (const ModuleReport& report : qAsConst(reports)) {
-        const QDBusMessage question = Bus::callTo(report.module, "org.freedesktop.DBus.Introspectable", "Introspect");
-        calls += report.state == ModuleState::Running ? bus.connection().asyncCall(question, patienceMs)
-                                                      : QDBusPendingCall::fromError(QDBusError());
-    }
+    const auto areAllThere = [&] {
+        return std::all_of(calls.begin(), calls.end(),
+                           [&](quint32 call) { return call == 0 || bus.answerTo(call) != nullptr; });
+    };
+    (void)bus.waitUntil(areAllThere, end);
     for (int index = 0; index < reports.size(); ++index) {
         ModuleReport& report = reports[index];
         if (report.state != ModuleState::Running)
             continue;
-        QDBusPendingCall& call = calls[index];
-        call.waitForFinished();
-        const QDBusMessage answer = call.reply();
-        // An error of its own is an answer, too: the object is hidden, but somebody is at home. The bus daemon's
-        // says that nobody is.
-        const bool answers = answer.type() == QDBusMessage::ReplyMessage ||
-                             (!answer.service().isEmpty() && !Bus::isFromBusDaemon(answer));
-        if (!answers)
+        DBusMessage* const answer = bus.answerTo(calls.at(index));
+        if (!isSignOfLife(answer))
             report.process = processInfo(report.process.pid); // it may have been stopped meanwhile
-        report.state = stateOf(report.process, answers);
-        report.introspection = answer.arguments().value(0).toString();
+        report.state = stateOf(report.process, isSignOfLife(answer));
+        if (isSignOfLife(answer) && !isError(answer))
+            report.introspection = firstText(answer);
+        if (report.introspection.size() >= longestText)
+            report.introspection.clear();
     }
+    for (const quint32 call : qAsConst(calls))
+        bus.forget(call);
     return reports;
 }
 
@@ -133,12 +145,12 @@ Status statusFor(ModuleState state) {
 }
 
 ModuleReport requireModule(Bus& bus, const QString& verb, const QString& object, const QString& module,
-                           int patienceMs) {
+                           const QDeadlineTimer& end) {
     requireValidName(verb, "a module", module);
-    const QList<ModuleReport> reports = lookAt(bus, {module}, patienceMs);
+    const QList<ModuleReport> reports = lookAt(bus, {module}, end);
     if (reports.isEmpty())
         throw Failure{NotRunning, QString("cannot %1 '%2': there is no module '%3' on the bus; %4")
-                                      .arg(verb, object, module, suggestion(module, bus.modules()))};
+                                      .arg(verb, object, module, knownNames(bus.modules()))};
     const ModuleReport& report = reports.first();
     if (report.state == ModuleState::Traced)
         throw Failure{NotRunning, QString("cannot %1 '%2': %3; nothing was sent").arg(verb, object, whySilent(report))};

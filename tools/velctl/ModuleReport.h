@@ -2,8 +2,9 @@
 #pragma once
 
 #include "Bus.h"
-#include "Failure.h"
-#include "Table.h"
+#include "Output.h"
+#include "Status.h"
+
 #include "process/ProcessInfo.h"
 
 #include <QJsonObject>
@@ -17,20 +18,27 @@ struct ModuleReport {
     QString uniqueName;
     ProcessInfo process;
     ModuleState state = ModuleState::Unresponsive;
-    QString introspection; ///< what it answered; empty unless it runs
+    QString introspection; ///< what it answered; empty unless it runs, and when no description is that long
 
     QString stateText() const;
     Colour stateColour() const;
     QJsonObject toJson() const;
 };
 
-/// Looks at modules, all at once. Modules whose process is stopped are not called: the call would wait in the
-/// bus for them, and be answered to nobody when they go on. Those that are not on the bus are left out.
-QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, int patienceMs);
+/// Looks at modules, all at once, until `end`. Modules whose process is stopped are not called: the call would wait in
+/// the bus for them, and be answered to nobody when they go on. Those that are not on the bus are left out.
+QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, const QDeadlineTimer& end);
 
 /// Looks at one module that has to be there and not stopped. Throws a Failure otherwise, that says so:
 /// "cannot VERB 'OBJECT': REASON; CONSEQUENCE".
-ModuleReport requireModule(Bus& bus, const QString& verb, const QString& object, const QString& module, int patienceMs);
+ModuleReport requireModule(Bus& bus, const QString& verb, const QString& object, const QString& module,
+                           const QDeadlineTimer& end);
+
+/// A question that a module answers in the thread of its event loop.
+wire::Message signOfLifeFrom(const ModuleReport& report);
+
+/// Whether an answer to it is one: an error of the module's own is.
+bool isSignOfLife(DBusMessage* answer);
 
 /// Why a module does not do what it was asked, from what is known of its process now. For the end of the
 /// time limit: asks the kernel only.

@@ -1,10 +1,14 @@
 // velctl reset: publishes a reset, and gathers the modules' answers.
+//
+// An answer is an event, which anybody can publish. So it counts only when it comes from the connection that has the
+// name of the module of which it tells.
 #include "Bus.h"
 #include "Commands.h"
-#include "EventEar.h"
-#include "Failure.h"
+#include "Event.h"
+#include "EventFilter.h"
+#include "ModuleNames.h"
 #include "ModuleReport.h"
-#include "Table.h"
+#include "Output.h"
 
 #include <QMap>
 
@@ -15,24 +19,63 @@ namespace velctl {
 namespace {
 
 struct Answer {
+    QString sender;
     bool needsReboot;
 };
 
-// The text or truth under a name in an event's arguments.
-QVariant argumentOf(const Event& event, const QString& name) {
-    if (!event.hasEventForm())
-        return QVariant();
-    for (const Value& argument : event.body.front().children.back().children) {
-        if (argument.children.at(0).basic.toString() == name)
-            return argument.children.at(1).children.at(0).basic;
-    }
-    return QVariant();
+QString textArgumentOf(DBusMessage* event, const char* name) {
+    DBusMessageIter value;
+    const bool isText = findArgument(event, name, value) && dbus_message_iter_get_arg_type(&value) == DBUS_TYPE_STRING;
+    return isText ? textOf(value) : QString();
 }
 
-void printAnswered(const Request& request, const QString& module, const Answer& answer, QVector<Row>& rows) {
+bool truthArgumentOf(DBusMessage* event, const char* name) {
+    DBusMessageIter value;
+    return findArgument(event, name, value) && dbus_message_iter_get_arg_type(&value) == DBUS_TYPE_BOOLEAN &&
+           textOf(value) == "true";
+}
+
+// Keeps the answers of modules that are known by their connection, and some of modules that may have started
+// meanwhile, of whom the bus is asked at the end.
+class Answers {
+public:
+    void expect(const QList<ModuleReport>& reports) {
+        for (const ModuleReport& report : reports)
+            m_owners.insert(report.module, report.uniqueName);
+    }
+
+    void take(DBusMessage* event) {
+        constexpr int mostStrangers = 100;
+        const QString module = textArgumentOf(event, "ModuleName");
+        const Answer answer{QString::fromUtf8(dbus_message_get_sender(event)), truthArgumentOf(event, "NeedReboot")};
+        if (m_owners.value(module) == answer.sender)
+            m_answers.insert(module, answer);
+        else if (m_strangers.size() < mostStrangers)
+            m_strangers.insert(module, answer);
+    }
+
+    bool has(const QString& module) const { return m_answers.contains(module); }
+
+    // What the bus says of the others: a module may have started, or started again.
+    void askFor(Bus& bus) {
+        for (auto answer = m_strangers.cbegin(); answer != m_strangers.cend(); ++answer) {
+            if (!has(answer.key()) && isValidName(answer.key()) && bus.ownerOf(answer.key()) == answer->sender)
+                m_answers.insert(answer.key(), *answer);
+        }
+    }
+
+    const QMap<QString, Answer>& all() const { return m_answers; }
+
+private:
+    QMap<QString, QString> m_owners;
+    QMap<QString, Answer> m_answers;
+    QMap<QString, Answer> m_strangers;
+};
+
+void printAnswered(const Request& request, const QString& module, bool needsReboot, QVector<Row>& rows) {
     if (request.json)
-        printLine(QJsonObject{{"module", module}, {"answered", true}, {"needReboot", answer.needsReboot}});
-    rows.append(Row{{module}, {"done", Colour::Green}, {answer.needsReboot ? "wants a reboot" : "", Colour::Yellow}});
+        printLine(QJsonObject{{"module", module}, {"answered", true}, {"needReboot", needsReboot}});
+    rows.append(Row{{module}, {"done", Colour::Green}, {needsReboot ? "wants a reboot" : "", Colour::Yellow}});
 }
 
 void printMissing(const Request& request, const QString& module, const QString& reason, QVector<Row>& rows) {
@@ -49,28 +92,31 @@ int runReset(const Request& request) {
         throw Failure{Usage, QString("cannot reset to '%1': there is no such reset; right is: velctl reset "
                                      "default|factory")
                                  .arg(kind)};
-    Bus bus(request.limit);
-    QMap<QString, Answer> answers;
-    const EventEar ear(bus, {QString("reset_%1_done").arg(kind)}, [&](const Event& event) {
-        answers.insert(argumentOf(event, "ModuleName").toString(), {argumentOf(event, "NeedReboot").toBool()});
+    Bus bus(request.limit, request.address);
+    Answers answers;
+    EventFilter("reset", {QString("reset_%1_done").arg(kind)}, QString()).subscribe(bus, [&](DBusMessage* event) {
+        answers.take(event);
     });
     const QList<ModuleReport> reports = lookAt(bus, bus.modules(), request.limit.forSignsOfLife());
-    bus.send(Event::make(request.publisher, "reset_data_" + kind, QString(), {}).toMessage());
+    answers.expect(reports);
+    bus.publish(makeEvent(request.publisher, "reset_data_" + kind, QString(), {}).get());
 
     // Those that are stopped will not answer, and the answer of one that ends meanwhile will not come.
     const auto isStillExpected = [&](const ModuleReport& report) {
         const ProcessInfo process = processInfo(report.process.pid);
-        return !answers.contains(report.module) && !process.isStopped() && !process.isTraced() &&
+        return !answers.has(report.module) && !process.isStopped() && !process.isTraced() &&
                (report.process.pid == 0 || !process.hasEnded());
     };
-    const bool isComplete =
-        request.limit.waitUntil([&] { return std::none_of(reports.begin(), reports.end(), isStillExpected); });
+    const bool isComplete = bus.waitUntil([&] { return std::none_of(reports.begin(), reports.end(), isStillExpected); },
+                                          request.limit.end(), lookEveryMs);
+    answers.askFor(bus);
 
     QVector<Row> rows;
     Status status = isComplete ? Ok : TimeLimitReached;
+    QMap<QString, Answer> others = answers.all();
     for (const ModuleReport& report : reports) {
-        if (answers.contains(report.module)) {
-            printAnswered(request, report.module, answers.take(report.module), rows);
+        if (answers.has(report.module)) {
+            printAnswered(request, report.module, others.take(report.module).needsReboot, rows);
             continue;
         }
         const bool answersCalls = report.state == ModuleState::Running && isStillExpected(report);
@@ -78,8 +124,8 @@ int runReset(const Request& request) {
                      answersCalls ? "no answer: its reset goes on, or has failed" : whySilent(report), rows);
         status = std::max(status, NotRunning);
     }
-    for (auto answer = answers.cbegin(); answer != answers.cend(); ++answer) // started meanwhile
-        printAnswered(request, answer.key(), answer.value(), rows);
+    for (auto answer = others.cbegin(); answer != others.cend(); ++answer) // started meanwhile
+        printAnswered(request, answer.key(), answer->needsReboot, rows);
     if (!request.json)
         printTable(rows);
     if (rows.isEmpty() && reports.isEmpty())

@@ -1,12 +1,10 @@
 // velctl status: one module, with its bus names, its methods, and what it waits for.
 #include "Bus.h"
 #include "Commands.h"
-#include "Failure.h"
 #include "Introspection.h"
 #include "ModuleNames.h"
 #include "ModuleReport.h"
-#include "Suggestion.h"
-#include "Table.h"
+#include "Output.h"
 
 #include <QJsonArray>
 
@@ -70,11 +68,12 @@ void printForPeople(const ModuleReport& report, const QList<Method>& methods) {
 int runStatus(const Request& request) {
     const QString module = request.arguments.first();
     requireValidName("show", "a module", module);
-    Bus bus(request.limit);
+    Bus bus(request.limit, request.address);
     const QList<ModuleReport> reports = lookAt(bus, {module}, request.limit.forSignsOfLife());
     if (reports.isEmpty())
-        throw Failure{NotRunning, QString("cannot show '%1': there is no such module on the bus; %2")
-                                      .arg(module, suggestion(module, bus.modules()))};
+        throw Failure{
+            NotRunning,
+            QString("cannot show '%1': there is no such module on the bus; %2").arg(module, knownNames(bus.modules()))};
     const ModuleReport& report = reports.first();
     const QList<Method> methods = methodsIn(report.introspection);
     if (request.namesOnly) {

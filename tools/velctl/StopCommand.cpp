@@ -2,10 +2,8 @@
 #include "Bus.h"
 #include "Commands.h"
 #include "Event.h"
-#include "Failure.h"
 #include "ModuleReport.h"
-#include "OwnerWatch.h"
-#include "Table.h"
+#include "Output.h"
 
 namespace velctl {
 
@@ -24,18 +22,18 @@ QString whyStillThere(const ModuleReport& report, bool hasLeftBus) {
 
 int runStop(const Request& request) {
     const QString module = request.arguments.first();
-    Bus bus(request.limit);
+    Bus bus(request.limit, request.address);
     const ModuleReport report = requireModule(bus, "stop", module, module, request.limit.forSignsOfLife());
     const OwnerWatch watch(bus, module);
-    bus.send(Event::make(request.publisher, "stop_module_" + module, QString(), {}).toMessage());
+    bus.publish(makeEvent(request.publisher, "stop_module_" + module, QString(), {}).get());
 
     // Another instance may take the name at once: this one has left when the name's owner is another.
     bool hasLeftBus = false;
-    const bool hasEnded = request.limit.waitUntil([&] {
+    const auto hasEnded = [&] {
         hasLeftBus = hasLeftBus || watch.owner() != report.uniqueName;
         return hasLeftBus && processInfo(report.process.pid).hasEnded();
-    });
-    if (!hasEnded)
+    };
+    if (!bus.waitUntil(hasEnded, request.limit.end(), lookEveryMs))
         throw Failure{TimeLimitReached, QString("cannot stop '%1': %2; gave up after %3")
                                             .arg(module, whyStillThere(report, hasLeftBus), request.limit.text())};
     if (request.json)

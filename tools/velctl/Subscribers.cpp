@@ -12,9 +12,11 @@ namespace velctl {
 
 namespace {
 
-bool matches(const QString& rule, const Event& event) {
-    const QMap<QString, QString> wanted = {
-        {"type", "signal"}, {"interface", commonInterface()}, {"member", event.member}, {"path", event.path}};
+bool matches(const QString& rule, DBusMessage* event) {
+    const QMap<QString, QString> wanted = {{"type", "signal"},
+                                           {"interface", commonInterface()},
+                                           {"member", dbus_message_get_member(event)},
+                                           {"path", dbus_message_get_path(event)}};
     for (const QString& condition : rule.split(',')) {
         const QString key = condition.section('=', 0, 0);
         const QString value = condition.section('\'', 1, 1);
@@ -29,16 +31,24 @@ bool matches(const QString& rule, const Event& event) {
 
 } // namespace
 
-bool mayBeHeard(Bus& bus, const Event& event) {
-    const QDBusMessage answer = bus.ask("GetAllMatchRules", {}, "org.freedesktop.DBus.Debug.Stats");
-    if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
+bool mayBeHeard(Bus& bus, DBusMessage* event) {
+    const wire::Message answer = bus.ask("GetAllMatchRules", QString(), "org.freedesktop.DBus.Debug.Stats");
+    DBusMessageIter lists, entry;
+    if (!dbus_message_has_signature(answer.get(), "a{sas}") || !dbus_message_iter_init(answer.get(), &lists))
         return true;
-    const Value lists = valueOf(answer.arguments().first());
-    for (const Value& list : lists.children) {
-        if (list.children.at(0).basic.toString() == bus.connection().baseService())
+    dbus_message_iter_recurse(&lists, &entry);
+    for (; dbus_message_iter_get_arg_type(&entry) == DBUS_TYPE_DICT_ENTRY; dbus_message_iter_next(&entry)) {
+        DBusMessageIter list, rule;
+        const char* text = nullptr;
+        dbus_message_iter_recurse(&entry, &list);
+        dbus_message_iter_get_basic(&list, &text);
+        if (bus.uniqueName() == text)
             continue;
-        for (const Value& rule : list.children.at(1).children) {
-            if (matches(rule.basic.toString(), event))
+        dbus_message_iter_next(&list);
+        dbus_message_iter_recurse(&list, &rule);
+        for (; dbus_message_iter_get_arg_type(&rule) == DBUS_TYPE_STRING; dbus_message_iter_next(&rule)) {
+            dbus_message_iter_get_basic(&rule, &text);
+            if (matches(QString::fromUtf8(text), event))
                 return true;
         }
     }

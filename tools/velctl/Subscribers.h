@@ -2,12 +2,11 @@
 #pragma once
 
 #include "Bus.h"
-#include "Event.h"
 
 namespace velctl {
 
-/// False when no connection, but this one, has subscribed an event of that name and publisher. True also when
-/// the bus does not tell.
-bool mayBeHeard(Bus& bus, const Event& event);
+/// False when no connection, but this one, has subscribed an event of that name and path. True also when the bus does
+/// not tell: dbus-broker does not.
+bool mayBeHeard(Bus& bus, DBusMessage* event);
 
 } // namespace velctl

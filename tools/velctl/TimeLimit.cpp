@@ -1,24 +1,37 @@
-// The time that one command may take, and the guard that holds it against calls that know no limit.
+// The time that one command may take.
 #include "TimeLimit.h"
 
-#include "Failure.h"
-
-#include <QCoreApplication>
-#include <QTimer>
+#include "Output.h"
+#include "Status.h"
 
 #include <algorithm>
-#include <chrono>
+#include <csignal>
 #include <limits>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace velctl {
 
 namespace {
 
-constexpr int callLimitWithoutLimitMs = 5000;
-constexpr int signOfLifeMs = 1000; // a module whose event loop is away for longer is called unresponsive
-constexpr int pollMs = 50;         // for conditions that no signal announces, such as a process's state
-constexpr int lastWords = 20;      // the part of the limit, one in so many, for finding out a reason at its end
+constexpr qint64 signOfLifeMs = 1000; // a module whose event loop is away for longer is called unresponsive
+
+QDeadlineTimer in(qint64 milliseconds) {
+    return QDeadlineTimer(milliseconds, Qt::PreciseTimer);
+}
+
+void endLate(int) {
+    Output::sayLate();
+    _exit(TimeLimitReached);
+}
+
+void endAfter(qint64 milliseconds) {
+    std::signal(SIGALRM, endLate);
+    itimerval timer{};
+    timer.it_value.tv_sec = static_cast<time_t>(milliseconds / 1000);
+    timer.it_value.tv_usec = static_cast<suseconds_t>(milliseconds % 1000 * 1000);
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
 
 } // namespace
 
@@ -26,65 +39,37 @@ TimeLimit TimeLimit::start(double seconds) {
     TimeLimit limit;
     if (seconds <= 0)
         return limit;
-    // A day more or less: beyond that the number would not fit.
-    limit.m_milliseconds = static_cast<int>(std::min(seconds * 1000, double(std::numeric_limits<int>::max() / 2)));
-    limit.m_milliseconds = std::max(limit.m_milliseconds, 1);
-    limit.m_deadline = QDeadlineTimer(limit.m_milliseconds, Qt::PreciseTimer);
+    // Some weeks: beyond that the number would not fit.
+    constexpr double longest = std::numeric_limits<int>::max() / 2;
+    limit.m_milliseconds = std::max(static_cast<qint64>(std::min(seconds * 1000, longest)), qint64(1));
+    limit.m_deadline = in(limit.m_milliseconds);
+    Output::prepareToBeLate(
+        QString("cannot go on: it is not done within %1, and what it waits for does not end").arg(limit.text()),
+        TimeLimitReached);
+    endAfter(limit.m_milliseconds + std::max(limit.m_milliseconds * 9 / 100, qint64(1)));
     return limit;
 }
 
-int TimeLimit::forOneCall() const {
+QDeadlineTimer TimeLimit::lastMoment() const {
     if (isUnlimited())
-        return callLimitWithoutLimitMs;
-    return std::max(1, static_cast<int>(m_deadline.remainingTime()));
+        return m_deadline;
+    return in(std::max(m_deadline.remainingTime(), qint64(0)) + std::max(m_milliseconds / 20, qint64(1)));
 }
 
-int TimeLimit::forBusDaemon() const {
-    return std::max(forOneCall(), m_milliseconds / lastWords);
+QDeadlineTimer TimeLimit::part(int tenths) const {
+    return isUnlimited() ? m_deadline : in(std::max(qint64(1), m_deadline.remainingTime() * tenths / 10));
 }
 
-int TimeLimit::forSignsOfLife() const {
-    return std::max(1, std::min(signOfLifeMs, forOneCall() * 8 / 10));
+QDeadlineTimer TimeLimit::forSignsOfLife() const {
+    return std::min(part(8), in(signOfLifeMs));
 }
 
-bool TimeLimit::waitUntil(const std::function<bool()>& condition) const {
-    QTimer wakeUp;
-    wakeUp.setTimerType(Qt::PreciseTimer);
-    while (!condition()) {
-        if (hasPassed())
-            return false;
-        wakeUp.start(std::min(pollMs, forOneCall()));
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-    return true;
-}
-
-TimeLimit::Guard::Guard(const TimeLimit& limit, const QString& text) {
-    if (limit.isUnlimited())
-        return;
-    const auto rest = std::chrono::milliseconds(limit.forBusDaemon());
-    m_thread = std::thread([this, rest, line = ("velctl: " + text + '\n').toUtf8()] {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        if (m_change.wait_for(lock, rest, [this] { return m_isOver; }))
-            return;
-        // Not exit(): nothing may wait for the main thread, which will not come back.
-        const bool isSaid = write(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size())) > 0;
-        _exit(isSaid ? TimeLimitReached : Failed);
-    });
-}
-
-TimeLimit::Guard::~Guard() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_isOver = true;
-    }
-    m_change.notify_all();
-    if (m_thread.joinable())
-        m_thread.join();
+QDeadlineTimer TimeLimit::forAnswers() const {
+    return part(9);
 }
 
 QString TimeLimit::text() const {
-    return QStringLiteral("%1 s").arg(m_milliseconds / 1000.0);
+    return QString("%1 s").arg(static_cast<double>(m_milliseconds) / 1000);
 }
 
 } // namespace velctl

@@ -1,64 +1,42 @@
-// The time that one command may take, and the guard that holds it against calls that know no limit.
+// The time that one command may take.
 //
-// Everything that waits asks here how long it still may. That leaves the first contact with a bus daemon that
-// does not answer, and input that does not come: neither can be told to give up. A guard ends the process
-// from a thread of its own there. Only there: on a loaded machine a guard for everything would end commands
-// that are just about to say what is wrong.
+// Everything that waits does so in Bus::waitUntil() or in Output, and both ask here how long they still may. What
+// cannot be asked, such as a file system that hangs or a text that takes long to be read, is met by a timer of the
+// kernel's: it ends the process when the limit and most of a tenth have passed, wherever the program is.
 #pragma once
 
 #include <QDeadlineTimer>
 #include <QString>
 
-#include <condition_variable>
-#include <functional>
-#include <mutex>
-#include <thread>
-
 namespace velctl {
 
 class TimeLimit {
 public:
-    /// Starts the clock. 0 means no limit for the command; each single call to the bus has one
-    /// then.
+    /// Starts the clock, and the kernel's timer; once in the life of the process. 0 means no limit.
     static TimeLimit start(double seconds);
 
     bool isUnlimited() const { return m_milliseconds == 0; }
-    bool hasPassed() const { return !isUnlimited() && m_deadline.hasExpired(); }
+    bool hasPassed() const { return m_deadline.hasExpired(); }
 
-    /// How long one call may still take, in milliseconds; at least 1, for 0 has a meaning of its own to Qt.
-    int forOneCall() const;
+    /// The end of the limit, and a little later: for what is still to be found out and to be written then.
+    const QDeadlineTimer& end() const { return m_deadline; }
+    QDeadlineTimer lastMoment() const;
 
-    /// The same for a question to the bus daemon, which answers at once unless it is stopped: a little more
-    /// than nothing also at the very end, so that the reason for the end can still be found out.
-    int forBusDaemon() const;
+    /// Until when to wait for a sign of life of modules of which some may not answer: a second at most, and short of
+    /// the whole limit, so that there is time to say so.
+    QDeadlineTimer forSignsOfLife() const;
 
-    /// How long to wait for a sign of life of modules of which some may not answer: short of the whole limit,
-    /// so that there is time to say so.
-    int forSignsOfLife() const;
-
-    /// Runs the event loop until the condition holds. False when the limit passed first.
-    [[nodiscard]] bool waitUntil(const std::function<bool()>& condition) const;
+    /// The same for an answer that may take the whole time but for what is needed to say that it did not come.
+    QDeadlineTimer forAnswers() const;
 
     /// "5 s", for texts.
     QString text() const;
 
-    /// While this lives, the process ends with TimeLimitReached and that text when the limit has passed.
-    class Guard {
-    public:
-        Guard(const TimeLimit& limit, const QString& text);
-        ~Guard();
-
-    private:
-        std::mutex m_mutex;
-        std::condition_variable m_change;
-        bool m_isOver = false;
-        std::thread m_thread;
-        Q_DISABLE_COPY(Guard)
-    };
-
 private:
+    QDeadlineTimer part(int tenths) const;
+
     QDeadlineTimer m_deadline{QDeadlineTimer::Forever};
-    int m_milliseconds = 0;
+    qint64 m_milliseconds = 0;
 };
 
 } // namespace velctl

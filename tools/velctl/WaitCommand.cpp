@@ -1,36 +1,41 @@
 // velctl wait: until an event is published, a module answers, or a module is gone.
 #include "Bus.h"
 #include "Commands.h"
-#include "EventEar.h"
-#include "Failure.h"
+#include "Event.h"
+#include "EventFilter.h"
 #include "ModuleNames.h"
 #include "ModuleReport.h"
-#include "OwnerWatch.h"
-#include "Table.h"
+#include "Output.h"
 
 namespace velctl {
 
 namespace {
 
-int waitForEvent(const Request& request, const QString& name) {
-    requireValidName("wait for", "an event", name);
-    Bus bus(request.limit);
+int waitForEvent(const Request& request) {
+    QList<QPair<QString, QString>> arguments;
+    for (const QString& text : request.arguments.mid(1)) {
+        const int equals = text.indexOf('=');
+        if (equals < 1)
+            throw Failure{Usage, QString("cannot wait for '%1': that is no NAME=VALUE").arg(text)};
+        arguments.append({text.left(equals), text.mid(equals + 1)});
+    }
+    const QString name = request.arguments.first();
+    const EventFilter filter("wait for", {name}, request.from, arguments);
+    Bus bus(request.limit, request.address);
     bool isHeard = false;
-    const EventEar ear(bus, {name}, [&](const Event& event) {
+    filter.subscribe(bus, [&](DBusMessage* event) {
         if (isHeard)
             return;
         isHeard = true;
-        if (request.json)
-            printLine(event.toJson());
-        else
-            printLine(event.line());
+        if (!request.json)
+            return printLine(eventLine(event));
+        const auto put = [&](const QByteArray& piece) { Output::writePiece(piece, request.limit); };
+        writeEventJson(event, put);
+        put("\n");
     });
-    printMessage("waiting for " + name);
-    const bool isEnded = request.limit.waitUntil([&] { return isHeard || !bus.connection().isConnected(); });
-    if (isHeard)
+    printMessage("waiting for " + request.arguments.join(' '));
+    if (bus.waitUntil([&] { return isHeard; }, request.limit.end()))
         return Ok;
-    if (isEnded)
-        throw Failure{NoBus, QString("cannot wait for '%1': the bus ended the connection").arg(name)};
     throw Failure{
         TimeLimitReached,
         QString("cannot wait for '%1': nobody published it; gave up after %2").arg(name, request.limit.text())};
@@ -38,8 +43,6 @@ int waitForEvent(const Request& request, const QString& name) {
 
 // Looks at the module unless that is known to be in vain; what was seen stays in `report`.
 bool isRunning(Bus& bus, const OwnerWatch& watch, const QString& module, ModuleReport& report) {
-    if (!bus.connection().isConnected())
-        throw Failure{NoBus, QString("cannot wait for '%1' to run: the bus ended the connection").arg(module)};
     if (watch.owner().isEmpty()) {
         report = ModuleReport();
         return false;
@@ -53,8 +56,8 @@ bool isRunning(Bus& bus, const OwnerWatch& watch, const QString& module, ModuleR
         const QList<ModuleReport> reports = lookAt(bus, {module}, bus.limit().forSignsOfLife());
         report = reports.value(0);
         return !reports.isEmpty() && report.state == ModuleState::Running;
-    } catch (const Failure&) {
-        if (!bus.limit().hasPassed())
+    } catch (const Failure& failure) {
+        if (failure.status != TimeLimitReached)
             throw;
         return false; // no time was left to ask: the reason is in what was seen before
     }
@@ -62,11 +65,11 @@ bool isRunning(Bus& bus, const OwnerWatch& watch, const QString& module, ModuleR
 
 int waitForStart(const Request& request, const QString& module) {
     requireValidName("wait for", "a module", module);
-    Bus bus(request.limit);
+    Bus bus(request.limit, request.address);
     const OwnerWatch watch(bus, module);
     ModuleReport report;
     // Nothing announces that a stopped process goes on, or that a busy one is done: this looks again and again.
-    if (!request.limit.waitUntil([&] { return isRunning(bus, watch, module, report); }))
+    if (!bus.waitUntil([&] { return isRunning(bus, watch, module, report); }, request.limit.end(), lookEveryMs))
         throw Failure{TimeLimitReached,
                       QString("cannot wait for '%1' to run: %2; gave up after %3")
                           .arg(module,
@@ -81,18 +84,15 @@ int waitForStart(const Request& request, const QString& module) {
 
 int waitForEnd(const Request& request, const QString& module) {
     requireValidName("wait for", "a module", module);
-    Bus bus(request.limit);
+    Bus bus(request.limit, request.address);
     const OwnerWatch watch(bus, module);
     const qint64 process = watch.owner().isEmpty() ? 0 : bus.processOf(watch.owner());
-    const auto isOver = [&] { return watch.owner().isEmpty() || !bus.connection().isConnected(); };
-    if (!request.limit.waitUntil(isOver))
+    if (!bus.waitUntil([&] { return watch.owner().isEmpty(); }, request.limit.end()))
         throw Failure{TimeLimitReached,
                       QString("cannot wait for '%1' to go: it is still on the bus, process %2; gave up after %3")
                           .arg(module)
                           .arg(process)
                           .arg(request.limit.text())};
-    if (!bus.connection().isConnected())
-        throw Failure{NoBus, QString("cannot wait for '%1' to go: the bus ended the connection").arg(module)};
     if (request.json)
         printLine(QJsonObject{{"module", module}, {"state", "gone"}});
     else
@@ -103,15 +103,16 @@ int waitForEnd(const Request& request, const QString& module) {
 } // namespace
 
 int runWait(const Request& request) {
-    const int wishes = request.arguments.size() + !request.running.isEmpty() + !request.gone.isEmpty();
+    const int wishes = !request.arguments.isEmpty() + !request.running.isEmpty() + !request.gone.isEmpty();
     if (wishes != 1)
-        throw Failure{Usage, "cannot run 'wait': it waits for exactly one thing; right is: velctl wait EVENT, or "
-                             "velctl wait --running MODULE, or velctl wait --gone MODULE"};
+        throw Failure{
+            Usage, "cannot run 'wait': it waits for exactly one thing; right is: velctl wait EVENT [NAME=VALUE...], or "
+                   "velctl wait --running MODULE, or velctl wait --gone MODULE"};
     if (!request.running.isEmpty())
         return waitForStart(request, request.running);
     if (!request.gone.isEmpty())
         return waitForEnd(request, request.gone);
-    return waitForEvent(request, request.arguments.first());
+    return waitForEvent(request);
 }
 
 } // namespace velctl

@@ -1,12 +1,13 @@
 // velctl: one command for a running system of modules.
 #include "CommandLine.h"
-#include "Failure.h"
-#include "Table.h"
+#include "Output.h"
+#include "Status.h"
 
-#include <QCoreApplication>
+#include "wire/Message.h"
 
+#include <clocale>
 #include <csignal>
-#include <cstdio>
+#include <new>
 #include <unistd.h>
 
 namespace {
@@ -16,35 +17,58 @@ void endInterrupted(int) {
     _exit(velctl::Interrupted);
 }
 
-// The library below warns of what the program says in its own words.
-void dropMessages(QtMsgType, const QMessageLogContext&, const QString&) {}
-
-int run(const QStringList& arguments) {
-    const velctl::Errand errand = velctl::readCommandLine(arguments);
-    if (errand.command)
-        return errand.command->run(errand.request);
-    velctl::printLine(errand.text);
+int run(const velctl::Invocation& invocation) {
+    if (invocation.command)
+        return invocation.command->run(invocation.request);
+    velctl::Output::writeWhole(invocation.text.toUtf8() + '\n');
     return velctl::Ok;
+}
+
+int fail(const velctl::Failure& failure) {
+    velctl::printFailure(failure.text, failure.status);
+    return failure.status;
+}
+
+// What was written and not yet read goes out within the limit, and a little more for the message of its end.
+int finish(int status, const velctl::TimeLimit& limit) {
+    try {
+        if (!velctl::Output::finish(limit.lastMoment())) {
+            velctl::Output::giveUp();
+            status = fail({velctl::TimeLimitReached, QString("cannot write the output: nobody has read it all within "
+                                                             "%1; the rest is missing")
+                                                         .arg(limit.text())});
+        }
+    } catch (const velctl::Failure& failure) {
+        status = fail(failure);
+    }
+    // A reader of the messages that sleeps gets what there is room for.
+    (void)velctl::Output::finish(QDeadlineTimer(0));
+    return status;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    std::setlocale(LC_CTYPE, "");
     std::signal(SIGINT, endInterrupted);
-    if (!qEnvironmentVariableIsSet("VELCTL_DEBUG"))
-        qInstallMessageHandler(dropMessages);
-    QCoreApplication application(argc, argv);
+    std::signal(SIGPIPE, SIG_IGN);
+    QStringList arguments;
+    for (int index = 1; index < argc; ++index)
+        arguments += QString::fromUtf8(argv[index]);
+    if (arguments.mid(0, arguments.indexOf("--")).contains("--json"))
+        velctl::Output::useJson();
+
+    velctl::Invocation invocation;
     int status = velctl::Failed;
     try {
-        status = run(QCoreApplication::arguments().mid(1));
+        invocation = velctl::readCommandLine(arguments);
+        status = run(invocation);
     } catch (const velctl::Failure& failure) {
-        velctl::printMessage(failure.text);
-        status = failure.status;
+        status = fail(failure);
+    } catch (const wire::Error& error) {
+        status = fail({velctl::Failed, "cannot send: " + error.reason});
+    } catch (const std::bad_alloc&) {
+        status = fail({velctl::Failed, "cannot go on: there is not enough memory"});
     }
-    if (std::ferror(stdout)) {
-        velctl::printMessage("cannot write the output: standard output does not take it");
-        status = velctl::Failed;
-    }
-    // Every line has been written. Qt's own end would wait for its D-Bus thread, outside of any time limit.
-    _exit(status);
+    _exit(finish(status, invocation.request.limit));
 }

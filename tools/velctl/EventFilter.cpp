@@ -1,0 +1,58 @@
+// Which events a command looks at.
+#include "EventFilter.h"
+
+#include "Event.h"
+#include "ModuleNames.h"
+
+#include <algorithm>
+
+namespace velctl {
+
+namespace {
+
+bool isPattern(const QString& name) {
+    return name.contains('*') || name.contains('?');
+}
+
+} // namespace
+
+EventFilter::EventFilter(const QString& verb, const QStringList& names, const QString& module,
+                         const QList<QPair<QString, QString>>& arguments)
+    : m_names(names), m_module(module), m_arguments(arguments) {
+    if (!module.isEmpty())
+        requireValidName(verb + " events of", "a module", module);
+    QStringList forms;
+    for (QString name : names) {
+        QString example = name;
+        requireValidName(verb, "an event", isPattern(name) ? example.replace('*', 'x').replace('?', 'x') : name);
+        forms += name.replace('*', ".*").replace('?', '.');
+    }
+    m_pattern.setPattern("\\A(" + forms.join('|') + ")\\z");
+}
+
+void EventFilter::subscribe(Bus& bus, std::function<void(DBusMessage*)> heard) const {
+    QStringList rules;
+    for (const QString& name : m_names)
+        rules += eventRule(name, m_module);
+    if (m_names.isEmpty() || std::any_of(m_names.begin(), m_names.end(), isPattern))
+        rules = QStringList(eventRule(QString(), m_module));
+    bus.subscribe(rules, [filter = *this, heard = std::move(heard)](DBusMessage* message) {
+        if (filter.matches(message))
+            heard(message);
+    });
+}
+
+bool EventFilter::matches(DBusMessage* message) const {
+    if (!isEvent(message))
+        return false;
+    if (!m_module.isEmpty() && !dbus_message_has_path(message, pathOf(m_module).toUtf8().constData()))
+        return false;
+    if (!m_names.isEmpty() && !m_pattern.match(QString::fromUtf8(dbus_message_get_member(message))).hasMatch())
+        return false;
+    return std::all_of(m_arguments.begin(), m_arguments.end(), [message](const QPair<QString, QString>& argument) {
+        DBusMessageIter value;
+        return findArgument(message, argument.first.toUtf8(), value) && textOf(value) == argument.second;
+    });
+}
+
+} // namespace velctl
