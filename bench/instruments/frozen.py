@@ -16,6 +16,7 @@ import signal
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True  # the sources stay as they are
 from system import System, daemon
 
 SMALL_LIMIT = 2_000_000  # bytes that may wait: for a receiver, or with dbus-broker for all of a user's processes

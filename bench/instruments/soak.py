@@ -20,6 +20,7 @@ import sys
 import threading
 import time
 
+sys.dont_write_bytecode = True  # the sources stay as they are
 from system import LONGEST_WAIT_S, System, daemon
 
 NEIGHBOURS = (1, 2, 3, 5)  # by how many places in the ring: so many receivers has each event
