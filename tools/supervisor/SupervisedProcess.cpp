@@ -77,6 +77,8 @@ void SupervisedProcess::run(const QString& program, const QStringList& arguments
         if (getppid() != supervisor) // it died before the line above
             _exit(VelLibsError);
         signal(SIGPIPE, SIG_DFL); // the bus library ignores it
+        signal(SIGTTOU,
+               SIG_IGN); // in its own group it is in the background, and may write to the terminal all the same
         const int nothing = open("/dev/null", O_RDONLY);
         if (nothing >= 0 && dup2(nothing, STDIN_FILENO) >= 0 && chdir(folderPath.constData()) == 0)
             execve(path.constData(), argumentArray.data(), environmentArray.data());
