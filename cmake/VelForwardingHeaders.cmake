@@ -13,9 +13,15 @@ set(VEL_PUBLIC_HEADERS
     module/VelUnixSignals.h
     platform/QtStateMachine.h
     platform/VelLogger.h
+    typed/VelFieldTypes.h
+    typed/VelSubscription.h
+    typed/VelTypedEvents.h
 )
 set(VEL_SUPPORTING_HEADERS # installed because the public headers include them
     platform/VelExport.h
+    typed/Delivery.h
+    typed/Form.h
+    typed/Handlers.h
 )
 set(VEL_FORWARDING_DIR ${PROJECT_BINARY_DIR}/include)
 

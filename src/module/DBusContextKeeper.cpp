@@ -30,3 +30,8 @@ vel::DBusContextKeeper::~DBusContextKeeper() {
     if (m_holder)
         std::memcpy(m_place, &m_context, sizeof m_context);
 }
+
+void vel::DBusContextKeeper::hide() {
+    if (m_holder)
+        std::memset(m_place, 0, sizeof m_context);
+}

@@ -21,6 +21,9 @@ public:
     explicit DBusContextKeeper(QObject* receiver);
     ~DBusContextKeeper();
 
+    /// Until then the object is in no call.
+    void hide();
+
 private:
     QPointer<QObject> m_holder; // may be destroyed by the very delivery
     void* m_place = nullptr;    // of the context in it
