@@ -5,7 +5,6 @@
 #include "SkipList.h"
 
 #include <QCoreApplication>
-#include <QFile>
 
 #include <cstring>
 #include <link.h>
@@ -35,11 +34,6 @@ bool exceptionsCrossQtDBus() {
     return found;
 }
 
-// What others see of this process. Its own link would not tell: an emulator answers for that one.
-bool procNamesPrograms() {
-    return QFile::symLinkTarget("/proc/thread-self/exe") == QCoreApplication::applicationFilePath();
-}
-
 struct Need {
     bool (*isMet)();
     const char* whatIsMissing;
@@ -47,7 +41,6 @@ struct Need {
 
 const Need throwThroughQtDBus{exceptionsCrossQtDBus,
                               "libQt5DBus was built without unwind tables: no exception can cross it"};
-const Need programInProc{procNamesPrograms, "an emulator runs the programs: /proc/PID/exe names it instead of them"};
 
 struct Row {
     const char* test; // CLASS::FUNCTION, or CLASS::FUNCTION(ROW)
@@ -63,8 +56,6 @@ const Row list[] = {
     {"ResetTest::throwingHookIsNotAnswered", throwThroughQtDBus},
     {"SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped", throwThroughQtDBus},
     {"SupervisorTestSave::moduleThatTakesNoPartIsNamed(failing preparation)", throwThroughQtDBus},
-    {"VelctlTestControl::resetThatSomebodyDoesNotConfirmEndsAtTheLimit(its reset failed)", throwThroughQtDBus},
-    {"VelctlTestModules::listNamesTheProgram", programInProc},
 };
 
 } // namespace
