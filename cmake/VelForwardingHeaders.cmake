@@ -5,6 +5,7 @@ set(VEL_PUBLIC_HEADERS
     app/VelExceptionNet.h
     bus/VelDBusInterface.h
     bus/VelReturnType.h
+    errors/VelDemangle.h
     errors/VelException.h
     errors/VelExitCodes.h
     events/VelDBusTypes.h

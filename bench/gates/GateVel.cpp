@@ -3,7 +3,7 @@
 #include "process/BenchModule.h"
 
 #include "bus/VelReturnType.h"
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 #include <VelApplication>
 

@@ -1,7 +1,7 @@
 // A debug line that the level holds back.
 #include "process/Counted.h"
 
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 #include <QDebug>
 #include <QLoggingCategory>

@@ -7,7 +7,7 @@
 #include "app/VelApplication.h"
 
 #include "app/VelExceptionNet.h"
-#include "module/DBusContextKeeper.h"
+#include "bus/DBusContextKeeper.h"
 
 #include <QEvent>
 

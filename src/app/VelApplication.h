@@ -1,11 +1,10 @@
 // The application object: a QCoreApplication whose event delivery is wrapped in the exception net.
 #pragma once
 
+#include "errors/VelDemangle.h"
 #include "platform/VelExport.h"
 
 #include <QCoreApplication>
-
-#include <string>
 
 /// The application object of a module; the main function creates it before its VelModule and runs exec() on it.
 ///
@@ -24,8 +23,3 @@ public:
     /// Result:   what the delivery returned; false when it threw.
     bool notify(QObject* receiver, QEvent* event) override;
 };
-
-/// The readable form of a type's mangled name: "i" gives "int". A name that cannot be demangled comes back unchanged.
-///
-/// Thread:   any.
-VEL_EXPORT std::string util_demangle(std::string name);

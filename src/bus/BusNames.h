@@ -16,11 +16,8 @@ QString serviceName(const QString& moduleName);
 /// "/%1": where a module's object is registered and from where its events are sent.
 QString objectPath(const QString& moduleName);
 
-/// The module name of the one proxy that is built without any.
+/// The name of a module that was given none, and the one that a proxy without a name addresses.
 QString defaultModuleName();
-
-/// The module whose events come from `path`; the inverse of objectPath().
-QString moduleNameOfPath(const QString& path);
 
 /// Whether a text may stand in a message in that place. Qt and libdbus check some of this, some of it late and some
 /// of it by aborting the process, so what comes from a caller is asked here first.

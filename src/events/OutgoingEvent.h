@@ -40,9 +40,6 @@ QDBusArgument& operator<<(QDBusArgument& argument, const OutgoingEvent& event);
 /// Qt does not register a type without it; nothing is received as an OutgoingEvent, and nothing is read.
 const QDBusArgument& operator>>(const QDBusArgument& argument, OutgoingEvent& event);
 
-/// The name of a value's type that is recorded with an argument.
-QString typeNameOf(const QVariant& value);
-
 } // namespace vel
 
 Q_DECLARE_TYPEINFO(vel::OutgoingEvent, Q_MOVABLE_TYPE);

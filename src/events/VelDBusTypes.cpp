@@ -13,6 +13,7 @@
 // right, libdbus has validated every byte below it.
 #include "events/VelDBusTypes.h"
 
+#include "events/ArgumentType.h"
 #include "events/OutgoingEvent.h"
 
 #include <QDBusMetaType>

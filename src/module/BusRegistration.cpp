@@ -4,7 +4,7 @@
 #include "bus/BusNames.h"
 #include "errors/VelExitCodes.h"
 #include "events/VelDBusTypes.h"
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 #include <QDBusConnectionInterface>
 

@@ -5,7 +5,7 @@
 // undefined.
 #include "module/VelModule.h"
 
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Diagnostics that other modules switch by events: the log level and the C library's allocation tracing.
 #include "module/VelModule.h"
 
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 #include <mcheck.h>
 

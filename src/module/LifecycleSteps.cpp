@@ -5,7 +5,7 @@
 #include "errors/VelExitCodes.h"
 #include "events/VelDBusTypes.h"
 #include "module/StopRequest.h"
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 #include <QCoreApplication>
 #include <QDBusMetaType>

@@ -6,8 +6,8 @@
 
 #include "bus/VelDBusInterface.h"
 #include "errors/VelException.h"
-#include "module/DBusContextKeeper.h"
-#include "platform/GuardedLog.h"
+#include "bus/DBusContextKeeper.h"
+#include "log/GuardedLog.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 // Reset to default and to factory: run the hook, then answer with an event that names this module.
 #include "module/VelModule.h"
 
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 // the output queue to drain was rejected because Qt offers no way to see it.
 #include "module/VelModule.h"
 
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 #include <QCoreApplication>
 #include <QProcess>

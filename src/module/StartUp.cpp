@@ -1,6 +1,7 @@
 // Start-up: from the command line to a module that is on the bus and whose lifecycle has been started.
 #include "module/VelModule.h"
 
+#include "bus/BusNames.h"
 #include "errors/VelExitCodes.h"
 #include "events/VelDBusTypes.h"
 #include "module/CommandLine.h"
@@ -45,7 +46,7 @@ VelModule::VelModule(const QString& name)
     }
     m_moduleName = m_parameters.value(QStringLiteral("moduleName"), m_moduleName);
     if (m_moduleName.isEmpty())
-        m_moduleName = QStringLiteral("Default");
+        m_moduleName = vel::bus::defaultModuleName();
 
     initDBus(m_moduleName);
     subscribeEvent(QStringLiteral("mtrace_on"), this, SLOT(slot_mtrace(VelEvent)));

@@ -2,7 +2,7 @@
 #include "module/VelModule.h"
 
 #include "bus/VelDBusInterface.h"
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 
 #include <cxxabi.h>
 

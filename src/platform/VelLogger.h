@@ -9,10 +9,12 @@
 
 #include <QString>
 
+/// The threshold of each severity: a line passes when the level is strictly greater.
+enum class VelSeverity { Error = 2, Warning = 3, Info = 5, Debug = 6 };
+
 /// One destination of log lines, with a current level.
 ///
-/// A level is a syslog priority. A line passes when the level is strictly greater than its severity's threshold:
-/// error 2, warning 3, info 5, debug 6. A level of 0 or below silences everything.
+/// A level is a syslog priority; which lines it lets pass says VelSeverity. A level of 0 or below silences everything.
 ///
 /// Thread:   every operation may be called from any thread.
 class VEL_EXPORT VelLogger {

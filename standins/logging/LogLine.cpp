@@ -8,15 +8,15 @@ namespace vellogging {
 namespace {
 
 // A stream and not the printf form: that one would read '%' in a text as a conversion and stop at a null character.
-QDebug stream(Severity severity, const QMessageLogger& messages) {
+QDebug stream(VelSeverity severity, const QMessageLogger& messages) {
     switch (severity) {
-    case Severity::Error:
+    case VelSeverity::Error:
         return messages.critical();
-    case Severity::Warning:
+    case VelSeverity::Warning:
         return messages.warning();
-    case Severity::Info:
+    case VelSeverity::Info:
         return messages.info();
-    case Severity::Debug:
+    case VelSeverity::Debug:
         break;
     }
     return messages.debug();
@@ -24,7 +24,7 @@ QDebug stream(Severity severity, const QMessageLogger& messages) {
 
 } // namespace
 
-void writeLine(Severity severity, const QByteArray& category, const QString& text) {
+void writeLine(VelSeverity severity, const QByteArray& category, const QString& text) {
     // No source position: it would be this one, the same for every line.
     const QMessageLogger messages(nullptr, 0, nullptr, category.constData());
     stream(severity, messages).noquote().nospace() << text;

@@ -7,7 +7,7 @@ namespace vellogging {
 namespace {
 
 // Every VelLogger of this library is a StandinLogger; the interface has no virtual call to get there.
-void writeIfPassing(VelLogger* logger, Severity severity, const QString& text) {
+void writeIfPassing(VelLogger* logger, VelSeverity severity, const QString& text) {
     auto* self = static_cast<StandinLogger*>(logger);
     if (passes(severity, self->level()))
         writeLine(severity, self->category(), text);
@@ -20,25 +20,23 @@ StandinLogger::StandinLogger(const QString& name, int level)
 
 } // namespace vellogging
 
-using vellogging::Severity;
-
 VelLogger::~VelLogger() = default;
 
 void VelLogger::error(const QString& text) {
-    vellogging::writeIfPassing(this, Severity::Error, text);
+    vellogging::writeIfPassing(this, VelSeverity::Error, text);
 }
 void VelLogger::warning(const QString& text) {
-    vellogging::writeIfPassing(this, Severity::Warning, text);
+    vellogging::writeIfPassing(this, VelSeverity::Warning, text);
 }
 void VelLogger::info(const QString& text) {
-    vellogging::writeIfPassing(this, Severity::Info, text);
+    vellogging::writeIfPassing(this, VelSeverity::Info, text);
 }
 void VelLogger::debug(const QString& text) {
-    vellogging::writeIfPassing(this, Severity::Debug, text);
+    vellogging::writeIfPassing(this, VelSeverity::Debug, text);
 }
 
 void VelLogger::debug(const char* text) {
     // Asked here already: the conversion allocates.
-    if (vellogging::passes(Severity::Debug, level()))
+    if (vellogging::passes(VelSeverity::Debug, level()))
         debug(QString::fromUtf8(text));
 }

@@ -1,5 +1,5 @@
 // The guarded log line: what each level lets through, and that a line held back costs nothing.
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 #include "doubles/RecordingLogger.h"
 
 #include <QTest>

@@ -1,5 +1,5 @@
 // Keeping and restoring the one pointer that a QDBusContext is.
-#include "module/DBusContextKeeper.h"
+#include "bus/DBusContextKeeper.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusContext>

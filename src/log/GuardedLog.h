@@ -4,52 +4,46 @@
 // concatenation, no QString::arg, no allocation. All lines go to the module's default logger.
 #pragma once
 
+#include "log/LastError.h"
 #include "platform/VelLogger.h"
 
 namespace vel {
-
-/// The threshold of each severity: a line is written when the logger's level is strictly greater.
-enum class Severity { Error = 2, Warning = 3, Info = 5, Debug = 6 };
 
 /// The logger of every line of this library.
 inline VelLogger* defaultLogger() {
     return logger(QStringLiteral(""));
 }
 
-/// Writes one line of the given severity, if the default logger's level lets it pass; `makeText` builds its text.
+/// Writes one line with `write`, if the default logger's level lets that severity pass; `makeText` builds its text.
 template <typename MakeText>
-void logLine(Severity severity, MakeText&& makeText) {
+void logLine(VelSeverity severity, void (VelLogger::*write)(const QString&), MakeText&& makeText) {
     if (defaultLogger()->level() <= static_cast<int>(severity))
         return;
     const QString text = makeText();
-    switch (severity) {
-    case Severity::Error:
-        return defaultLogger()->error(text);
-    case Severity::Warning:
-        return defaultLogger()->warning(text);
-    case Severity::Info:
-        return defaultLogger()->info(text);
-    case Severity::Debug:
-        return defaultLogger()->debug(text);
-    }
+    (defaultLogger()->*write)(text);
 }
 
-/// The four severities by name.
+/// The four severities by name. The last error line is kept for whoever asks the module for it.
 template <typename MakeText>
 void logError(MakeText&& makeText) {
-    logLine(Severity::Error, makeText);
+    logLine(VelSeverity::Error, &VelLogger::error, [&makeText] {
+        const QString text = makeText();
+        keepLastError(text);
+        return text;
+    });
 }
 template <typename MakeText>
 void logWarning(MakeText&& makeText) {
-    logLine(Severity::Warning, makeText);
+    logLine(VelSeverity::Warning, &VelLogger::warning, makeText);
 }
 template <typename MakeText>
 void logInfo(MakeText&& makeText) {
-    logLine(Severity::Info, makeText);
+    logLine(VelSeverity::Info, &VelLogger::info, makeText);
 }
 template <typename MakeText>
 void logDebug(MakeText&& makeText) {
-    logLine(Severity::Debug, makeText);
+    void (VelLogger::*const write)(const QString&) = &VelLogger::debug;
+    logLine(VelSeverity::Debug, write, makeText);
 }
 
 } // namespace vel
