@@ -6,21 +6,30 @@
 // aborts the process), and after a delivery that threw, the receiver's D-Bus context is what it was before.
 #include "app/VelApplication.h"
 
-#include "app/VelExceptionNet.h"
+#include "app/Delivery.h"
 #include "bus/DBusContextKeeper.h"
 
 #include <QEvent>
 
+#include <cxxabi.h>
 #include <optional>
 
 VelApplication::~VelApplication() = default;
 
 bool VelApplication::notify(QObject* receiver, QEvent* event) {
-    bool result = false;
+    // Taken before the delivery, which may destroy the receiver.
+    const vel::Delivery delivery{receiver ? typeid(*receiver) : typeid(QObject),
+                                 receiver ? receiver->objectName() : QString()};
     // Only a queued call can be a delivery from the bus; looking for a context at every event would cost all of them.
     std::optional<vel::DBusContextKeeper> keeper;
     if (event->type() == QEvent::MetaCall)
         keeper.emplace(receiver);
-    velGuarded([&] { result = QCoreApplication::notify(receiver, event); });
-    return result;
+    try {
+        return QCoreApplication::notify(receiver, event);
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        vel::logCurrentException(&delivery);
+        return false;
+    }
 }

@@ -49,6 +49,12 @@ bool isValidMemberName(const QString& name) {
     return passes(dbus_validate_member, name);
 }
 
+QString memberNameRule() {
+    return QStringLiteral(
+        "a name must consist of 1 to 255 letters (A to Z, a to z), digits and underscores, not beginning "
+        "with a digit");
+}
+
 bool isReachable(const QString& moduleName) {
     return isValidServiceName(serviceName(moduleName)) && isValidObjectPath(objectPath(moduleName));
 }

@@ -26,6 +26,9 @@ bool isValidObjectPath(const QString& path);
 bool isValidInterfaceName(const QString& name);
 bool isValidMemberName(const QString& name);
 
+/// The rule for a member, for people: what follows "cannot ... 'a-b': ".
+QString memberNameRule();
+
 /// Whether a module of that name can be on the bus at all: letters, digits and underscores, not beginning with a
 /// digit.
 bool isReachable(const QString& moduleName);

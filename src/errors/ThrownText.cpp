@@ -17,6 +17,10 @@ QString vel::typeOfCurrentException() {
     return QString::fromStdString(util_demangle(*name == '*' ? name + 1 : name));
 }
 
+QString vel::nameOfType(const std::type_info& type) {
+    return QString::fromStdString(util_demangle(type.name())).remove(QLatin1String("(anonymous namespace)::"));
+}
+
 QString vel::describeCurrentException() {
     const auto withText = [](const QString& text) {
         return typeOfCurrentException() + QLatin1Char(' ') + quoted(text);

@@ -3,7 +3,12 @@
 
 #include <QString>
 
+#include <typeinfo>
+
 namespace vel {
+
+/// The readable name of a type, without the mark of an anonymous namespace.
+QString nameOfType(const std::type_info& type);
 
 /// The readable name of the type of the exception that is being handled. To be called in a catch block.
 QString typeOfCurrentException();

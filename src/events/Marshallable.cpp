@@ -1,16 +1,22 @@
 // Whether a value can go into a D-Bus message: a walk over the containers that Qt D-Bus marshals natively.
 #include "events/Marshallable.h"
 
+#include "events/ArgumentType.h"
 #include "events/VelEvent.h"
+#include "events/WireSize.h"
+#include "log/SafeText.h"
 
+#include <QAssociativeIterable>
 #include <QDBusArgument>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusSignature>
 #include <QDBusUnixFileDescriptor>
 #include <QDBusVariant>
+#include <QSequentialIterable>
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -24,45 +30,56 @@ constexpr int listLevels = 1 + variantLevels; // a v
 constexpr int mapLevels = 2 + variantLevels;  // a {s v}
 constexpr int eventLevels = 1 + mapLevels;    // ( a {s v} )
 
-// libdbus's limit for one array (64 MiB); an event's arguments are one. It aborts on an array of bytes above it.
-constexpr qint64 largestSize = 64 * 1024 * 1024;
+// libdbus's limits for one array, and for a message. It aborts on an array of bytes above the first; whoever sends the bus
+// another one, or a message above the second, loses the connection.
+constexpr qint64 largestArray = 64 * 1024 * 1024;
+constexpr qint64 largestMessage = 128 * 1024 * 1024;
+
+// A message's header: its fields are five names of at most 255 letters, a path, a signature, and their paddings.
+constexpr qint64 roomForHeader = 4096;
 
 // What any value may add beside its text: signature, length, padding.
 constexpr qint64 sizeOfAnyValue = 32;
 
-// Walks a value and what is nested in it, and counts how large it may become.
+// Walks a value and what is nested in it, and sums up how large it becomes at most: three bytes a letter. Only what
+// passes this estimate's limit is worth being counted.
 class Inspection {
 public:
     bool passes(const QVariant& value, int level = 0);
     template <typename Map>
     bool passesInside(const Map& values, int level);
+    void addText(const QString& text) { add(3 * qint64(text.size()) + sizeOfAnyValue); }
+    void addTexts(const QMap<QString, QString>& texts);
+
+    bool mayBeTooLarge() const { return m_estimate > largestArray; }
 
 private:
     bool passesInside(const QVariantList& values, int level);
+    bool passesEvent(const VelEvent& event, int level);
+    bool passesRegistered(const QVariant& value, const char* signature, int level);
     bool passesReceived(const QDBusArgument& argument, int level);
     bool passesReceived(const QVariant& value, int level);
-    bool passesText(const QString& text);
-    bool passesSize(qint64 bytes) {
-        m_size += bytes;
-        return m_size <= largestSize;
-    }
+    void add(qint64 bytes) { m_estimate += bytes; }
 
-    qint64 m_size = 0;
+    qint64 m_estimate = 0;
 };
 
 bool Inspection::passes(const QVariant& value, int level) {
-    if (!value.isValid() || level > deepestNesting || !passesSize(sizeOfAnyValue))
+    if (!value.isValid() || level > deepestNesting)
         return false;
+    add(sizeOfAnyValue);
     const int type = value.userType();
     switch (type) {
     case QMetaType::QString:
-        return passesText(value.toString());
+        addText(value.toString());
+        return true;
     case QMetaType::QByteArray:
-        return passesSize(value.toByteArray().size());
-    case QMetaType::QStringList: {
-        const QStringList texts = value.toStringList();
-        return std::all_of(texts.cbegin(), texts.cend(), [this](const QString& text) { return passesText(text); });
-    }
+        add(value.toByteArray().size());
+        return true;
+    case QMetaType::QStringList:
+        for (const QString& text : value.toStringList())
+            addText(text);
+        return true;
     case QMetaType::QVariantList:
         return passesInside(value.toList(), level + listLevels);
     case QMetaType::QVariantMap:
@@ -75,7 +92,7 @@ bool Inspection::passes(const QVariant& value, int level) {
     if (type == qMetaTypeId<QDBusVariant>())
         return passes(value.value<QDBusVariant>().variant(), level + variantLevels);
     if (type == qMetaTypeId<VelEvent>())
-        return passesInside(value.value<VelEvent>().getArguments(), level + eventLevels);
+        return passesEvent(value.value<VelEvent>(), level);
     if (type == qMetaTypeId<QDBusObjectPath>())
         return !value.value<QDBusObjectPath>().path().isEmpty();
     if (type == qMetaTypeId<QDBusSignature>())
@@ -84,7 +101,8 @@ bool Inspection::passes(const QVariant& value, int level) {
         return value.value<QDBusUnixFileDescriptor>().isValid();
     if (type == qMetaTypeId<QDBusArgument>())
         return passesReceived(value.value<QDBusArgument>(), level);
-    return QDBusMetaType::typeToSignature(type) != nullptr;
+    const char* const signature = QDBusMetaType::typeToSignature(type);
+    return signature && (*signature != 'a' || passesRegistered(value, signature, level));
 }
 
 bool Inspection::passesInside(const QVariantList& values, int level) {
@@ -95,14 +113,54 @@ bool Inspection::passesInside(const QVariantList& values, int level) {
 template <typename Map>
 bool Inspection::passesInside(const Map& values, int level) {
     for (auto entry = values.cbegin(); entry != values.cend(); ++entry) {
-        if (!passesText(entry.key()) || !passes(entry.value(), level))
+        addText(entry.key());
+        if (!passes(entry.value(), level))
+            return false;
+    }
+    return true;
+}
+
+bool Inspection::passesEvent(const VelEvent& event, int level) {
+    addText(event.getEvtName());
+    addText(event.getContext());
+    addTexts(event.getArgTypes());
+    return passesInside(event.getArguments(), level + eventLevels);
+}
+
+void Inspection::addTexts(const QMap<QString, QString>& texts) {
+    for (auto entry = texts.cbegin(); entry != texts.cend(); ++entry) {
+        addText(entry.key());
+        addText(entry.value());
+    }
+}
+
+// A list or map of a type of its own, as qDBusRegisterMetaType() makes known. What else is registered writes itself.
+bool Inspection::passesRegistered(const QVariant& value, const char* signature, int level) {
+    if (value.canConvert<QVariantMap>()) {
+        const auto map = value.value<QAssociativeIterable>();
+        for (auto entry = map.begin(); entry != map.end(); ++entry) {
+            if (!passes(entry.key(), level + 2) || !passes(entry.value(), level + 2))
+                return false;
+        }
+        return true;
+    }
+    if (!value.canConvert<QVariantList>())
+        return true;
+    const auto list = value.value<QSequentialIterable>();
+    const bool isOfNumbers = std::strchr("ybnqiuxtdh", signature[1]) != nullptr;
+    if (isOfNumbers) {
+        add(sizeOfAnyValue * list.size());
+        return true;
+    }
+    for (const QVariant& element : list) {
+        if (!passes(element, level + 1))
             return false;
     }
     return true;
 }
 
 // A container that was received is sent on as it is, and must only be neither too deep nor too large. It is walked by
-// its reader; each container that was begun is ended, whatever was found in it: else Qt loses its memory.
+// its reader. Leave every container that was entered, or Qt leaks it.
 bool Inspection::passesReceived(const QDBusArgument& argument, int level) {
     if (level > deepestNesting || argument.currentSignature().isEmpty())
         return false;
@@ -144,25 +202,154 @@ bool Inspection::passesReceived(const QVariant& value, int level) {
         return passesReceived(value.value<QDBusVariant>().variant(), level + variantLevels);
     if (type == qMetaTypeId<QDBusArgument>())
         return passesReceived(value.value<QDBusArgument>(), level);
-    if (level > deepestNesting)
-        return false;
     if (type == QMetaType::QByteArray)
-        return passesSize(value.toByteArray().size());
-    return type == QMetaType::QString ? passesText(value.toString()) : passesSize(sizeOfAnyValue);
+        add(value.toByteArray().size());
+    if (type == QMetaType::QString)
+        addText(value.toString());
+    add(sizeOfAnyValue);
+    return level <= deepestNesting;
 }
 
-bool Inspection::passesText(const QString& text) {
-    constexpr int longText = 1024 * 1024; // from here on it is worth the conversion to know the length in UTF-8
-    const qint64 utf8 = text.size() < longText ? 3 * qint64(text.size()) : text.toUtf8().size();
-    return passesSize(utf8 + sizeOfAnyValue);
+bool fits(const vel::WireSize& size) {
+    return size.largestArray() <= largestArray && size.bytes() + roomForHeader <= largestMessage;
 }
+
+vel::WireSize sizeOf(const QVariantList& arguments) {
+    vel::WireSize size;
+    for (const QVariant& argument : arguments)
+        size.addValue(argument);
+    return size;
+}
+
+vel::WireSize sizeOf(const vel::EventParts& event) {
+    QMap<QString, QString> types;
+    if (event.types) {
+        types = *event.types;
+    } else {
+        for (auto argument = event.arguments.cbegin(); argument != event.arguments.cend(); ++argument)
+            types.insert(argument.key(), vel::typeNameOf(argument.value()));
+    }
+    vel::WireSize size;
+    size.addEvent(event.name, event.context, types, event.arguments);
+    return size;
+}
+
+QString tooLarge(const vel::WireSize& size) {
+    if (size.largestArray() > largestArray)
+        return QStringLiteral("an array in it takes %1 bytes, and the bus takes at most %2")
+            .arg(size.largestArray())
+            .arg(largestArray);
+    return QStringLiteral("it takes %1 bytes, and the bus takes messages of at most %2, with their headers")
+        .arg(size.bytes())
+        .arg(largestMessage);
+}
+
+// Goes down to the value that does not pass.
+class Descent {
+public:
+    bool findsIn(const QVariant& value, int level, const QString& step) {
+        if (Inspection().passes(value, level))
+            return false;
+        m_path += step;
+        down(value, level);
+        return true;
+    }
+
+    template <typename Map>
+    bool findsInMap(const Map& values, int level) {
+        for (auto entry = values.cbegin(); entry != values.cend(); ++entry) {
+            if (findsIn(entry.value(), level, (m_path.isEmpty() ? QString() : QStringLiteral(".")) + entry.key()))
+                return true;
+        }
+        return false;
+    }
+
+    vel::Misfit misfit() const { return {vel::quoted(m_path) + QLatin1Char(' ') + m_reason, m_value, m_hasNoForm}; }
+
+private:
+    void down(const QVariant& value, int level) {
+        const int type = value.userType();
+        const bool isFound = (type == QMetaType::QVariantList && findsInList(value.toList(), level + listLevels)) ||
+                             (type == QMetaType::QVariantMap && findsInMap(value.toMap(), level + mapLevels)) ||
+                             (type == QMetaType::QVariantHash && findsInMap(value.toHash(), level + mapLevels)) ||
+                             (type == qMetaTypeId<QDBusVariant>() &&
+                              findsIn(value.value<QDBusVariant>().variant(), level + variantLevels, QString())) ||
+                             (type == qMetaTypeId<VelEvent>() &&
+                              findsInMap(value.value<VelEvent>().getArguments(), level + eventLevels));
+        if (!isFound)
+            conclude(value, level);
+    }
+
+    bool findsInList(const QVariantList& values, int level) {
+        for (int index = 0; index < values.size(); ++index) {
+            if (findsIn(values.at(index), level, QStringLiteral("[%1]").arg(index)))
+                return true;
+        }
+        return false;
+    }
+
+    void conclude(const QVariant& value, int level) {
+        m_value = value;
+        const bool isReceived = value.userType() == qMetaTypeId<QDBusArgument>();
+        const QString type = QString::fromLatin1(value.typeName());
+        m_hasNoForm = level <= deepestNesting && !(isReceived && !isEmpty(value));
+        if (!m_hasNoForm)
+            m_reason = QStringLiteral("is nested more than %1 levels deep").arg(deepestNesting);
+        else if (!value.isValid())
+            m_reason = QStringLiteral("has no value");
+        else if (isReceived || QDBusMetaType::typeToSignature(value.userType()))
+            m_reason = QStringLiteral("is an empty or invalid %1").arg(type);
+        else
+            m_reason = QStringLiteral("is of type '%1', which has no D-Bus form").arg(type);
+        if (isReceived)
+            m_value = QVariant(); // Qt cannot even refuse one
+    }
+
+    static bool isEmpty(const QVariant& received) {
+        return received.value<QDBusArgument>().currentSignature().isEmpty();
+    }
+
+    QString m_path;
+    QString m_reason;
+    QVariant m_value;
+    bool m_hasNoForm = false;
+};
 
 } // namespace
 
-bool vel::isMarshallable(const QVariant& value) {
-    return Inspection().passes(value);
+bool vel::isMarshallable(const QVariantList& arguments) {
+    Inspection inspection;
+    for (const QVariant& argument : arguments) {
+        if (!inspection.passes(argument))
+            return false;
+    }
+    return !inspection.mayBeTooLarge() || fits(sizeOf(arguments));
 }
 
-bool vel::isMarshallableEvent(const QVariantMap& arguments) {
-    return Inspection().passesInside(arguments, eventLevels);
+bool vel::isMarshallable(const EventParts& event) {
+    Inspection inspection;
+    inspection.addText(event.context);
+    if (event.types) // else they are the short names of the values' types, which the estimate of each value covers
+        inspection.addTexts(*event.types);
+    if (!inspection.passesInside(event.arguments, eventLevels))
+        return false;
+    return !inspection.mayBeTooLarge() || fits(sizeOf(event));
+}
+
+vel::Misfit vel::findMisfit(const QVariantList& arguments) {
+    for (int index = 0; index < arguments.size(); ++index) {
+        Descent descent;
+        if (descent.findsIn(arguments.at(index), 0, QStringLiteral("argument %1").arg(index + 1)))
+            return descent.misfit();
+    }
+    return {tooLarge(sizeOf(arguments)), QVariant(), false};
+}
+
+vel::Misfit vel::findMisfit(const EventParts& event) {
+    Descent descent;
+    if (!descent.findsInMap(event.arguments, eventLevels))
+        return {tooLarge(sizeOf(event)), QVariant(), false};
+    Misfit misfit = descent.misfit();
+    misfit.reason.prepend(QLatin1String("argument "));
+    return misfit;
 }

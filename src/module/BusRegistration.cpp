@@ -5,8 +5,11 @@
 #include "errors/VelExitCodes.h"
 #include "events/VelDBusTypes.h"
 #include "log/GuardedLog.h"
+#include "module/StartUpFault.h"
 
 #include <QDBusConnectionInterface>
+
+#include <dbus/dbus.h>
 
 #include <cstdlib>
 
@@ -21,6 +24,15 @@ bool isOwned(const QDBusConnection& connection, const QString& moduleName) {
            connection.interface()->isServiceRegistered(vel::bus::serviceName(moduleName));
 }
 
+// libdbus stops reading while more than 63 MiB of received messages are not freed yet, and Qt cannot make it read again
+// from the thread that frees them: the module would be deaf for good after one large message. The largest message has
+// room twice.
+void letLargeMessagesIn(const QDBusConnection& connection) {
+    constexpr long mostHeld = 256L * 1024 * 1024;
+    if (auto* const libdbus = static_cast<DBusConnection*>(connection.internalPointer()))
+        dbus_connection_set_max_received_size(libdbus, mostHeld);
+}
+
 } // namespace
 
 void VelModule::initDBus(const QString& name) {
@@ -29,24 +41,34 @@ void VelModule::initDBus(const QString& name) {
     vel::logInfo([&] { return QStringLiteral("The module's DBus name is ") + name; });
     m_dbusServiceName = vel::bus::serviceName(name);
     m_dbusObjectName = vel::bus::objectPath(name);
+    letLargeMessagesIn(m_connection);
 
     // Before this process registers anything: whoever answers now is another one. Two that start at the same moment
     // can both pass; the bus gives the name to one of them, and the other goes on without it.
     if (isOwned(m_connection, name) && isModuleConnected(name)) {
         vel::logWarning([&] { return QStringLiteral("%1 is already running: Stopping new instance.").arg(name); });
+        vel::logSecondInstance(name, m_connection);
         std::exit(VelAlreadyRunning);
     }
 
     // The object before the name: whoever sees the name finds the object. Only adaptors: none of this class's own
     // slots becomes a D-Bus method.
-    m_connection.registerObject(m_dbusObjectName, this, QDBusConnection::ExportAdaptors);
-    m_connection.registerService(m_dbusServiceName);
+    if (vel::bus::isValidObjectPath(m_dbusObjectName))
+        m_connection.registerObject(m_dbusObjectName, this, QDBusConnection::ExportAdaptors);
+    const bool nameIsTaken =
+        vel::bus::isValidServiceName(m_dbusServiceName) && m_connection.registerService(m_dbusServiceName);
+    if (!vel::bus::isReachable(name))
+        vel::logUnreachableName(name);
+    else if (!m_connection.isConnected())
+        vel::logNoBus(name, m_connection);
+    else if (!nameIsTaken)
+        vel::logNameNotTaken(name, m_connection);
     registerCoreDBusTypes();
 
     vel::logDebug([] { return QStringLiteral("subscribe to -- log_level_changed -- event"); });
-    subscribeEvent(QStringLiteral("log_level_changed"), this, SLOT(loggerChanged(VelEvent)));
-    subscribeEvent(QStringLiteral("reset_data_default"), this, SLOT(resetToDefault()));
-    subscribeEvent(QStringLiteral("reset_data_factory"), this, SLOT(resetToFactory()));
+    subscribeOwn(QStringLiteral("log_level_changed"), SLOT(loggerChanged(VelEvent)));
+    subscribeOwn(QStringLiteral("reset_data_default"), SLOT(resetToDefault()));
+    subscribeOwn(QStringLiteral("reset_data_factory"), SLOT(resetToFactory()));
 }
 
 const QString& VelModule::getDbusObjectName() const {

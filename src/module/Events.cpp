@@ -7,7 +7,8 @@
 
 #include "bus/BusNames.h"
 #include "events/Marshallable.h"
-#include "events/OutgoingEvent.h"
+#include "module/PublicationFault.h"
+#include "module/SubscriptionFault.h"
 
 namespace bus = vel::bus;
 
@@ -21,11 +22,24 @@ bool isSubscribable(const QString& eventName, const QObject* receiver, const cha
 }
 
 bool publish(const QDBusConnection& connection, const QString& path, const vel::EventParts& event) {
-    if (!vel::isMarshallableEvent(event.arguments))
-        return false;
-    QDBusMessage signal = QDBusMessage::createSignal(path, bus::commonInterface(), event.name);
-    signal.setArguments({QVariant::fromValue(vel::OutgoingEvent(event))});
-    return connection.send(signal);
+    if (vel::isMarshallable(event)) {
+        QDBusMessage signal = QDBusMessage::createSignal(path, bus::commonInterface(), event.name);
+        signal.setArguments({QVariant::fromValue(vel::OutgoingEvent(event))});
+        if (connection.send(signal))
+            return true;
+    }
+    vel::logPublicationFault(connection, path, event);
+    return false;
+}
+
+bool subscribe(QDBusConnection connection, const QString& eventName, QObject* receiver, const char* slotSignature) {
+    return isSubscribable(eventName, receiver, slotSignature) &&
+           connection.connect(fromAnyone, fromAnyone, bus::commonInterface(), eventName, receiver, slotSignature);
+}
+
+bool unsubscribe(QDBusConnection connection, const QString& eventName, QObject* receiver, const char* slotSignature) {
+    return isSubscribable(eventName, receiver, slotSignature) &&
+           connection.disconnect(fromAnyone, fromAnyone, bus::commonInterface(), eventName, receiver, slotSignature);
 }
 
 } // namespace
@@ -45,10 +59,10 @@ bool VelModule::subscribeEvent(const VelEvent& evt, QObject* receiver, const cha
 }
 
 bool VelModule::subscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const {
-    if (!isSubscribable(evtName, receiver, slotSignature))
-        return false;
-    QDBusConnection connection = m_connection;
-    return connection.connect(fromAnyone, fromAnyone, bus::commonInterface(), evtName, receiver, slotSignature);
+    if (subscribe(m_connection, evtName, receiver, slotSignature))
+        return true;
+    vel::logSubscriptionFault({m_connection, evtName, receiver, slotSignature});
+    return false;
 }
 
 bool VelModule::unsubscribeEvent(const VelEvent& evt, QObject* receiver, const char* slotSignature) const {
@@ -57,16 +71,26 @@ bool VelModule::unsubscribeEvent(const VelEvent& evt, QObject* receiver, const c
 
 bool VelModule::unsubscribeEvent(const QString& moduleName, const QString& evtName, QObject* receiver,
                                  const char* slotSignature) const {
-    if (!isSubscribable(evtName, receiver, slotSignature) || !bus::isReachable(moduleName))
-        return false;
     QDBusConnection connection = m_connection;
-    return connection.disconnect(bus::serviceName(moduleName), bus::objectPath(moduleName), bus::commonInterface(),
-                                 evtName, receiver, slotSignature);
+    if (isSubscribable(evtName, receiver, slotSignature) && bus::isReachable(moduleName) &&
+        connection.disconnect(bus::serviceName(moduleName), bus::objectPath(moduleName), bus::commonInterface(),
+                              evtName, receiver, slotSignature))
+        return true;
+    vel::logUnsubscriptionFault({m_connection, evtName, receiver, slotSignature}, &moduleName);
+    return false;
 }
 
 bool VelModule::unsubscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const {
-    if (!isSubscribable(evtName, receiver, slotSignature))
-        return false;
-    QDBusConnection connection = m_connection;
-    return connection.disconnect(fromAnyone, fromAnyone, bus::commonInterface(), evtName, receiver, slotSignature);
+    if (unsubscribe(m_connection, evtName, receiver, slotSignature))
+        return true;
+    vel::logUnsubscriptionFault({m_connection, evtName, receiver, slotSignature}, nullptr);
+    return false;
+}
+
+void VelModule::subscribeOwn(const QString& eventName, const char* slotSignature) {
+    subscribe(m_connection, eventName, this, slotSignature);
+}
+
+void VelModule::unsubscribeOwn(const QString& eventName, const char* slotSignature) {
+    unsubscribe(m_connection, eventName, this, slotSignature);
 }

@@ -56,7 +56,7 @@ struct VelModule::Lifecycle {
         {Exit, nullptr, NoState, "slot_exit"},
     };
 
-    // RUN is the initial sub-state of RUNNING. (Not constexpr: in debug builds SIGNAL() is a function call.)
+    // Not constexpr: in debug builds SIGNAL() is a function call.
     inline static const TransitionRow transitions[] = {
         {Check, SIGNAL(sig_check_ok()), Init},
         {Check, SIGNAL(sig_check_nok()), Deploy},
@@ -71,6 +71,9 @@ struct VelModule::Lifecycle {
         {PresentationLoaded, SIGNAL(sig_web_stop()), PresentationStop},
         {PresentationStop, SIGNAL(sig_presentation_loaded()), PresentationLoaded},
     };
+
+    // The first of those between RUNNING's sub-states; RUN becomes the initial one of them right before.
+    static constexpr std::size_t firstInsideRunning = 9;
 
     static constexpr State additionOrder[] = {Check, Deploy, Init, EndOfInit, Running, Stop, Exit};
 
@@ -127,16 +130,18 @@ struct VelModule::Lifecycle {
 QtAbstractTransition* VelModule::Lifecycle::handles[] = {};
 
 void VelModule::initAutomate() {
-    subscribeEvent(QStringLiteral("stop_module_%1").arg(m_moduleName), this, SLOT(stopModuleEvent(VelEvent)));
-    subscribeEvent(QStringLiteral("presentationLoaded"), this, SLOT(presentationLoadedEvent(VelEvent)));
+    subscribeOwn(QStringLiteral("stop_module_%1").arg(m_moduleName), SLOT(stopModuleEvent(VelEvent)));
+    subscribeOwn(QStringLiteral("presentationLoaded"), SLOT(presentationLoadedEvent(VelEvent)));
 
     for (const Lifecycle::StateRow& row : Lifecycle::states)
         Lifecycle::create(*this, row);
     for (const Lifecycle::StateRow& row : Lifecycle::states)
         Lifecycle::setEntryAction(*this, row);
-    for (std::size_t index = 0; index < std::size(Lifecycle::transitions); ++index)
+    for (std::size_t index = 0; index < std::size(Lifecycle::transitions); ++index) {
+        if (index == Lifecycle::firstInsideRunning)
+            m_runningState->setInitialState(m_runState);
         Lifecycle::addTransition(*this, index);
-    m_runningState->setInitialState(m_runState);
+    }
     for (Lifecycle::State state : Lifecycle::additionOrder)
         m_stateMachine.addState(Lifecycle::stateOf(*this, state));
 
@@ -147,8 +152,8 @@ void VelModule::initAutomate() {
 void VelModule::clearAutomate() {
     if (!m_checkState)
         return;
-    unsubscribeEvent(QStringLiteral("stop_module_%1").arg(m_moduleName), this, SLOT(stopModuleEvent(VelEvent)));
-    unsubscribeEvent(QStringLiteral("presentationLoaded"), this, SLOT(presentationLoadedEvent(VelEvent)));
+    unsubscribeOwn(QStringLiteral("stop_module_%1").arg(m_moduleName), SLOT(stopModuleEvent(VelEvent)));
+    unsubscribeOwn(QStringLiteral("presentationLoaded"), SLOT(presentationLoadedEvent(VelEvent)));
 
     m_stateMachine.stop();
     for (Lifecycle::State state : Lifecycle::removalOrder) {

@@ -1,11 +1,14 @@
 // The lifecycle's steps: the entry actions of the states, as a table of what each calls and what follows.
 #include "module/VelModule.h"
 
+#include "bus/BusNames.h"
+#include "errors/ThrownText.h"
 #include "errors/VelException.h"
 #include "errors/VelExitCodes.h"
 #include "events/VelDBusTypes.h"
-#include "module/StopRequest.h"
 #include "log/GuardedLog.h"
+#include "log/SafeText.h"
+#include "module/StopRequest.h"
 
 #include <QCoreApplication>
 #include <QDBusMetaType>
@@ -49,7 +52,9 @@ struct VelModule::Step {
     Signal onSuccess;                 ///< what it leads to
     Signal onFailure;                 ///< false, or an exception
     int statusOnFailure;              ///< the pending exit status then
+    const char* consequence;          ///< of a failure, in words; %1 is the status
     bool stdExceptionIsNamed = false; ///< a std::exception's text goes into a debug line; else it is unknown
+    bool mayAnswerFalse = false;      ///< an answer like any other, and no failure
 
     static const Step check, deploy, init, run, presentationLoaded, presentationStop, stop;
 };
@@ -58,25 +63,25 @@ struct VelModule::Step {
 using Module = VelModule;
 const Module::Step Module::Step::check{
     "CHECK", "check", [](Module& m) { return m.check(); },
-    &Module::sig_check_ok, &Module::sig_check_nok, statusStays};
+    &Module::sig_check_ok, &Module::sig_check_nok, statusStays, "deploy() follows", false, true};
 const Module::Step Module::Step::deploy{
     "DEPLOY", "deploy", [](Module& m) { return m.deploy(); },
-    &Module::sig_deploy_ok, &Module::sig_deploy_nok, VelDeployError};
+    &Module::sig_deploy_ok, &Module::sig_deploy_nok, VelDeployError, "the module ends with %1"};
 const Module::Step Module::Step::init{
     "INIT", "init", registerStringMapAndInit,
-    &Module::sig_init_ok, &Module::sig_init_nok, VelInitError, true};
+    &Module::sig_init_ok, &Module::sig_init_nok, VelInitError, "the module ends with %1", true};
 const Module::Step Module::Step::run{
     "RUN", "run", [](Module& m) { return m.run(); },
-    nothing, nothing, VelRunError, true};
+    nothing, nothing, VelRunError, "the module goes on and will end with %1", true};
 const Module::Step Module::Step::presentationLoaded{
     "PRESENTATION_LOADED", "presentation_loaded", [](Module& m) { m.presentation_loaded(); return true; },
-    nothing, nothing, statusStays};
+    nothing, nothing, statusStays, "the module goes on"};
 const Module::Step Module::Step::presentationStop{
     "PRESENTATION_STOP", "presentation_stop", [](Module& m) { m.presentation_stop(); return true; },
-    nothing, nothing, statusStays};
+    nothing, nothing, statusStays, "the module goes on"};
 const Module::Step Module::Step::stop{
     "STOP", "stop", [](Module& m) { return m.stop(); },
-    &Module::sig_stop_appli_done, &Module::sig_stop_appli_done, VelStopError};
+    &Module::sig_stop_appli_done, &Module::sig_stop_appli_done, VelStopError, "the module ends with %1"};
 // clang-format on
 
 bool VelModule::hookSucceeds(const Step& step) {
@@ -84,24 +89,41 @@ bool VelModule::hookSucceeds(const Step& step) {
     const auto logUnknown = [&hook] {
         vel::logError([&] { return QStringLiteral("FSM Unknown Exception catched in %1 method").arg(hook); });
     };
+    QString reason = QStringLiteral("it returned false");
     try {
-        return step.call(*this);
+        if (step.call(*this))
+            return true;
+        if (step.mayAnswerFalse)
+            return false;
     } catch (abi::__forced_unwind&) {
         throw; // the thread is being cancelled: swallowing this would abort the process
-    } catch (const QString& text) {
-        vel::logError([&] { return QStringLiteral("FSM Exception catched in %1 method : %2").arg(hook, text); });
-    } catch (const std::exception& exception) {
-        if (step.stdExceptionIsNamed)
-            vel::logDebug(
-                [&] { return QStringLiteral("FSM Exception catched in %1 method: ").arg(hook) + exception.what(); });
-        else
-            logUnknown();
-    } catch (VelException* exception) {
-        delete exception; // thrown by pointer: nobody else will
-        logUnknown();
     } catch (...) {
-        logUnknown();
+        reason = QStringLiteral("it threw ") + vel::describeCurrentException();
+        try {
+            throw;
+        } catch (const QString& text) {
+            vel::logError([&] { return QStringLiteral("FSM Exception catched in %1 method : %2").arg(hook, text); });
+        } catch (const std::exception& exception) {
+            if (step.stdExceptionIsNamed)
+                vel::logDebug([&] {
+                    return QStringLiteral("FSM Exception catched in %1 method: ").arg(hook) + exception.what();
+                });
+            else
+                logUnknown();
+        } catch (VelException* exception) {
+            delete exception; // thrown by pointer: nobody else will
+            logUnknown();
+        } catch (...) {
+            logUnknown();
+        }
     }
+    vel::logError([&] {
+        QString consequence = QString::fromLatin1(step.consequence);
+        if (step.statusOnFailure != statusStays)
+            consequence = consequence.arg(getExitCodeInString(step.statusOnFailure));
+        return QStringLiteral("cannot finish %1() of module %2: %3; %4")
+            .arg(hook, vel::quoted(m_moduleName), reason, consequence);
+    });
     return false;
 }
 
@@ -128,7 +150,11 @@ void VelModule::slot_init() {
 
 void VelModule::slot_end_of_init() {
     m_stateName = QStringLiteral("END_OF_INIT");
-    notifyEvent(QStringLiteral("end_of_init_") + m_moduleName, QVariantMap());
+    // A module that nobody can reach has said so when it started.
+    const QString event = QStringLiteral("end_of_init_") + m_moduleName;
+    if (m_connection.isConnected() && vel::bus::isValidMemberName(event) &&
+        vel::bus::isValidObjectPath(m_dbusObjectName))
+        notifyEvent(event, QVariantMap());
     Q_EMIT sig_eoi_sent();
 }
 

@@ -5,33 +5,9 @@
 #include "module/VelModule.h"
 
 #include "bus/VelDBusInterface.h"
-#include "errors/VelException.h"
-#include "bus/DBusContextKeeper.h"
 #include "log/GuardedLog.h"
 
 #include <memory>
-
-namespace {
-
-// Qt delivers a call to a name of this very process inside the call itself: the slot's exceptions come out here. What
-// such a slot meant as an error reply becomes the thrown text that a reply from elsewhere would be.
-template <typename Call>
-auto callAsIfRemote(VelModule* self, Call&& call) {
-    const vel::DBusContextKeeper keeper(self);
-    try {
-        return call();
-    } catch (VelException* thrown) {
-        const std::unique_ptr<VelException> exception(thrown);
-        throw QString(exception->m_message);
-    }
-}
-
-void requireValid(const VelDBusInterface& proxy) {
-    if (!proxy.isValid())
-        throw proxy.lastError().message();
-}
-
-} // namespace
 
 VelDBusInterface& VelModule::proxyTo(const QString& moduleName) {
     if (VelDBusInterface* known = m_dbusInterfaces.value(moduleName))
@@ -46,37 +22,39 @@ VelDBusInterface& VelModule::proxyTo(const QString& moduleName) {
     return *proxy.release();
 }
 
+// A proxy that was valid once may have lost its module since.
+VelDBusInterface& VelModule::validProxyTo(const QString& moduleName) {
+    VelDBusInterface& proxy = proxyTo(moduleName);
+    if (!proxy.isValid())
+        throw proxy.lastError().message();
+    return proxy;
+}
+
 QDBusMessage VelModule::syncRemoteCall(const QString& moduleName, const QString& methodName,
                                        const QList<QVariant>& args) {
     VelDBusInterface& proxy = proxyTo(moduleName);
-    if (!proxy.isValid())
+    if (!proxy.isValid()) {
         vel::logWarning(
             [&] { return QStringLiteral("Got invalid DBus interface for module %1 (memory)").arg(moduleName); });
-    requireValid(proxy);
+        throw proxy.lastError().message();
+    }
     try {
-        return callAsIfRemote(this, [&] { return proxy.call(methodName, args); });
+        return proxy.call(methodName, args);
     } catch (const QString& text) {
-        vel::logWarning([&] {
-            return QStringLiteral("Error in syncRemoteCall (%1::%2 : %3)")
-                .arg(moduleName, methodName, proxy.lastError().message());
-        });
+        vel::logWarning(
+            [&] { return QStringLiteral("Error in syncRemoteCall (%1::%2 : %3)").arg(moduleName, methodName, text); });
         throw QString(text);
     }
 }
 
 QDBusPendingCall VelModule::asyncRemoteCall(const QString& moduleName, const QString& methodName,
                                             const QList<QVariant>& args) {
-    VelDBusInterface& proxy = proxyTo(moduleName);
-    requireValid(proxy);
-    return callAsIfRemote(this, [&] { return proxy.asyncCall(methodName, args); });
+    return validProxyTo(moduleName).asyncCall(methodName, args);
 }
 
 bool VelModule::remoteCallWithCallback(const QString& moduleName, const QString& methodName, QObject* receiver,
                                        const char* callback, const char* errCallback, const QList<QVariant>& args) {
-    VelDBusInterface& proxy = proxyTo(moduleName);
-    requireValid(proxy);
-    return callAsIfRemote(this,
-                          [&] { return proxy.callWithCallback(methodName, args, receiver, callback, errCallback); });
+    return validProxyTo(moduleName).callWithCallback(methodName, args, receiver, callback, errCallback);
 }
 
 bool VelModule::isModuleConnected(const QString& moduleName) {

@@ -49,8 +49,8 @@ VelModule::VelModule(const QString& name)
         m_moduleName = vel::bus::defaultModuleName();
 
     initDBus(m_moduleName);
-    subscribeEvent(QStringLiteral("mtrace_on"), this, SLOT(slot_mtrace(VelEvent)));
-    subscribeEvent(QStringLiteral("mtrace_off"), this, SLOT(slot_muntrace(VelEvent)));
+    subscribeOwn(QStringLiteral("mtrace_on"), SLOT(slot_mtrace(VelEvent)));
+    subscribeOwn(QStringLiteral("mtrace_off"), SLOT(slot_muntrace(VelEvent)));
     connect(this, SIGNAL(sig_exit()), this, SLOT(slot_exit_module()));
 
     vel::recordVersions();

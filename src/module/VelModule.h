@@ -360,7 +360,12 @@ private:
 
     void take(const Step& step);
     bool hookSucceeds(const Step& step);
+    // The library's own subscriptions. What makes them fail has been told when the module was put on the bus.
+    void subscribeOwn(const QString& eventName, const char* slotSignature);
+    void unsubscribeOwn(const QString& eventName, const char* slotSignature);
+
     VelDBusInterface& proxyTo(const QString& moduleName);
+    VelDBusInterface& validProxyTo(const QString& moduleName);
 
     Q_DISABLE_COPY(VelModule)
 };

@@ -3,6 +3,7 @@
 
 #include "bus/VelDBusInterface.h"
 
+#include <QHash>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -30,24 +31,47 @@ private Q_SLOTS:
         const QString stopped = "debug: stopModuleEvent for module Scripted in RUN state |stop|";
         const auto ended = [](const char* text) { return QString("debug: Exit with code ") + QLatin1String(text); };
         const QString normally = ended("NORMAL_EXIT [1]");
-        const auto thrown = [](const char* hook, const char* kind) {
-            const QString known = "error: FSM Exception catched in %1 method : thrown text|";
-            const QString unknown = "error: FSM Unknown Exception catched in %1 method|";
-            return (qstrcmp(kind, "QString") == 0 ? known : unknown).arg(QLatin1String(hook));
+        // The line that says what follows, at the level at which a module runs.
+        const auto failed = [](const char* hook, const QString& reason) {
+            const QHash<QString, QString> consequences = {
+                {"check", "deploy() follows"},
+                {"deploy", "the module ends with DEPLOY_ERROR [2]"},
+                {"init", "the module ends with INIT_ERROR [3]"},
+                {"run", "the module goes on and will end with RUN_ERROR [4]"},
+                {"stop", "the module ends with STOP_ERROR [5]"},
+            };
+            return QString("error: cannot finish %1() of module 'Scripted': it %2; %3|")
+                .arg(hook, reason, consequences.value(hook));
+        };
+        const auto answeredFalse = [&](const char* hook) { return failed(hook, "returned false"); };
+        const auto thrown = [&](const char* hook, const QString& kind) {
+            const QHash<QString, QString> reasons = {{"QString", "'thrown text'"},
+                                                     {"int", "int"},
+                                                     {"VelException", "VelException 'thrown exception'"},
+                                                     {"std", "std::runtime_error 'thrown what'"}};
+            const bool isNamed = qstrcmp(hook, "init") == 0 || qstrcmp(hook, "run") == 0;
+            QString line = "error: FSM Unknown Exception catched in %1 method|";
+            if (kind == "QString")
+                line = "error: FSM Exception catched in %1 method : thrown text|";
+            else if (kind == "std" && isNamed)
+                line = "debug: FSM Exception catched in %1 method: thrown what|";
+            return line.arg(hook) + failed(hook, "threw " + reasons.value(kind));
         };
 
         QTest::newRow("all succeed") << "" << 1 << toRun + stopped + normally;
         QTest::newRow("check fails") << "--check=false" << 1 << "check|deploy|init|run|" + stopped + normally;
         QTest::newRow("deploy fails") << "--check=false --deploy=false" << 2
-                                      << "check|deploy|" + ended("DEPLOY_ERROR [2]");
-        QTest::newRow("init fails") << "--init=false" << 3 << "check|init|" + ended("INIT_ERROR [3]");
-        QTest::newRow("run fails") << "--run=false" << 4 << toRun + stopped + ended("RUN_ERROR [4]");
-        QTest::newRow("stop fails") << "--stop=false" << 5 << toRun + stopped + ended("STOP_ERROR [5]");
+                                      << "check|deploy|" + answeredFalse("deploy") + ended("DEPLOY_ERROR [2]");
+        QTest::newRow("init fails") << "--init=false" << 3
+                                    << "check|init|" + answeredFalse("init") + ended("INIT_ERROR [3]");
+        QTest::newRow("run fails") << "--run=false" << 4
+                                   << toRun + answeredFalse("run") + stopped + ended("RUN_ERROR [4]");
+        QTest::newRow("stop fails") << "--stop=false" << 5
+                                    << toRun + stopped + answeredFalse("stop") + ended("STOP_ERROR [5]");
         QTest::newRow("run and stop fail")
-            << "--run=false --stop=false" << 5 << toRun + stopped + ended("STOP_ERROR [5]");
+            << "--run=false --stop=false" << 5
+            << toRun + answeredFalse("run") + stopped + answeredFalse("stop") + ended("STOP_ERROR [5]");
         for (const char* kind : {"QString", "int", "VelException", "std"}) {
-            const bool isStd = qstrcmp(kind, "std") == 0;
-            const QString named = "debug: FSM Exception catched in %1 method: thrown what|";
             const auto row = [&](const char* hook) { return QString("%1 throws %2").arg(hook, kind).toLatin1(); };
             const auto option = [&](const char* hook) { return QString("--%1=%2").arg(hook, kind); };
             QTest::newRow(row("check")) << option("check") << 1
@@ -55,11 +79,9 @@ private Q_SLOTS:
             QTest::newRow(row("deploy")) << "--check=false " + option("deploy") << 2
                                          << "check|deploy|" + thrown("deploy", kind) + ended("DEPLOY_ERROR [2]");
             QTest::newRow(row("init")) << option("init") << 3
-                                       << "check|init|" + (isStd ? named.arg("init") : thrown("init", kind)) +
-                                              ended("INIT_ERROR [3]");
+                                       << "check|init|" + thrown("init", kind) + ended("INIT_ERROR [3]");
             QTest::newRow(row("run")) << option("run") << 4
-                                      << toRun + (isStd ? named.arg("run") : thrown("run", kind)) + stopped +
-                                             ended("RUN_ERROR [4]");
+                                      << toRun + thrown("run", kind) + stopped + ended("RUN_ERROR [4]");
             QTest::newRow(row("stop")) << option("stop") << 5
                                        << toRun + stopped + thrown("stop", kind) + ended("STOP_ERROR [5]");
         }
@@ -99,8 +121,9 @@ private Q_SLOTS:
 
         const QString event = "LOG debug: presentationLoadedEvent for module Scripted";
         const QStringList entered{"hook presentation_loaded",
-                                  "LOG error: FSM Exception catched in presentation_loaded method : thrown "
-                                  "text"};
+                                  "LOG error: FSM Exception catched in presentation_loaded method : thrown text",
+                                  "LOG error: cannot finish presentation_loaded() of module 'Scripted': it threw "
+                                  "'thrown text'; the module goes on"};
         QCOMPARE(story(), QStringList() << "hook check"
                                         << "hook init"
                                         << "hook run" << event << entered << event
@@ -108,6 +131,8 @@ private Q_SLOTS:
                                         << "hook presentation_stop"
                                         << "LOG error: FSM Unknown Exception catched in "
                                            "presentation_stop method"
+                                        << "LOG error: cannot finish presentation_stop() of module 'Scripted': it "
+                                           "threw int; the module goes on"
                                         << event << entered
                                         << "LOG debug: stopModuleEvent for module Scripted in "
                                            "PRESENTATION_LOADED state "

@@ -5,6 +5,7 @@
 #include "bus/VelDBusInterface.h"
 #include "module/VelModule.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 class ModuleNamesTest : public QObject {
@@ -41,9 +42,17 @@ private Q_SLOTS:
         if (name.contains(QChar(0)))
             QSKIP("a command line cannot carry a zero");
         ChildProcess module;
+        module.setVariable("VEL_TEST_LOG", "1");
         QVERIFY(module.run(bustest::program("scripted-module"), {QString("--moduleName=") + name, "--run=exit"}));
         QCOMPARE(module.waitForStatus(), 1);
         QVERIFY(module.lines().contains("hook stop"));
+        const QStringList told{
+            QString("LOG error: cannot put module '%1' on the bus: its name must consist of letters, "
+                    "digits and underscores, not beginning with a digit; it runs, but nobody can "
+                    "call or stop it")
+                .arg(name.size() > 200 ? name.left(200) + "..." : name)};
+        if (!name.isEmpty()) // else it is called "Default"
+            QCOMPARE(module.lines().filter(QRegularExpression("^(LOG|QDBus)")), told);
     }
 
     void impossibleEventNamesAreRefused_data() {
@@ -93,7 +102,7 @@ private Q_SLOTS:
     }
 
     void impossibleInterfaceGivesAnInvalidProxy() {
-        for (const char* interface : {"", "x", "a..b", "a.\u00e9"}) {
+        for (const char* interface : {"x", "a..b", "a.\u00e9"}) {
             const VelDBusInterface proxy("Display", QString::fromUtf8(interface), QDBusConnection::sessionBus(),
                                          nullptr);
             QVERIFY(!proxy.isValid());

@@ -36,8 +36,15 @@ private Q_SLOTS:
         module.setVariable("DBUS_SESSION_BUS_ADDRESS", busAddress);
         module.setVariable("XDG_RUNTIME_DIR", QString()); // where a bus would be looked for next
         module.setVariable("DISPLAY", QString());
+        module.setVariable("VEL_TEST_LOG", "1");
         QVERIFY(module.run(bustest::program("scripted-module"), {"--check=false", "--run=exit"}));
         QCOMPARE(module.waitForStatus(), 1);
+        const QString address = busAddress.isEmpty() ? QString("not set") : QString("'%1'").arg(busAddress);
+        const QStringList lines = module.lines().filter("LOG error: cannot put module 'Scripted' on the bus: ");
+        QCOMPARE(lines.size(), 1);
+        QVERIFY2(lines.first().endsWith("(DBUS_SESSION_BUS_ADDRESS is " + address +
+                                        "); it runs, but hears nobody and is heard by nobody"),
+                 qPrintable(lines.first()));
         const QStringList hooks = module.lines().filter("hook ");
         QCOMPARE(hooks, (QStringList{"hook check", "hook deploy", "hook init", "hook run", "hook stop"}));
     }

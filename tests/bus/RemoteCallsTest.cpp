@@ -4,10 +4,15 @@
 #include "testing/RawClient.h"
 
 #include "bus/VelDBusInterface.h"
+#include "errors/VelException.h"
 #include "module/VelModule.h"
 
+#include <QDBusAbstractAdaptor>
+#include <QDBusArgument>
 #include <QDBusError>
+#include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
 #include <QTest>
 
 namespace {
@@ -16,13 +21,29 @@ const QString peer = "Scripted";
 const QString echo = "echo";
 const QVariantList hello{"hello"};
 
+// What the caller itself can be called for.
+class CallerAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.vel.module.VelInterface")
+public:
+    explicit CallerAdaptor(VelModule* module) : QDBusAbstractAdaptor(module), m_module(module) {}
+
+public Q_SLOTS:
+    void refuse() { throw new VelException(m_module, VelException::AccessDenied, "refused"); }
+
+private:
+    VelModule* m_module;
+};
+
 class Caller : public VelModule {
     Q_OBJECT
 public:
-    Caller() : VelModule("Caller") {}
+    Caller() : VelModule("Caller") { new CallerAdaptor(this); }
 
     QStringList proxies() const { return m_dbusInterfaces.keys(); }
     VelDBusInterface* proxy(const QString& name) const { return m_dbusInterfaces.value(name); }
+
+    using VelModule::calledFromDBus;
 
     QStringList answers;
 
@@ -31,7 +52,11 @@ public Q_SLOTS:
     void failed(const QDBusError& error) { answers << QString("error ") + error.message(); }
 };
 
+// A type that Qt D-Bus was never told about.
+struct Unregistered {};
+
 } // namespace
+Q_DECLARE_METATYPE(Unregistered)
 
 class RemoteCallsTest : public QObject {
     Q_OBJECT
@@ -157,7 +182,105 @@ private Q_SLOTS:
         QCOMPARE(seen.mid(seen.indexOf("call echo")), (QStringList{"call echo", "return", "signal last"}));
     }
 
+    void methodNamesWithADot() {
+        const auto process = startPeer();
+        QVERIFY(process);
+        // A blocking call takes the part before the dot for the name; the others would take all of it, and abort.
+        for (const char* name : {"echo.s", "echo.", "echo..y"}) {
+            QCOMPARE(m_module.syncRemoteCall(peer, name, hello).arguments(), hello);
+            QVERIFY(thrownBy([&] { m_module.asyncRemoteCall(peer, name, hello); }).contains(name));
+            clearRecordedLines();
+            QVERIFY(!callWithCallback(peer, name, hello));
+            QCOMPARE(
+                recordedLines(),
+                QStringList{
+                    QString("error: cannot call 'Scripted.%1': Invalid method name: %1; nothing was sent").arg(name)});
+        }
+        QVERIFY(thrownBy([&] { m_module.syncRemoteCall(peer, "a.b"); }).contains("'a'"));
+        QCOMPARE(m_module.syncRemoteCall(peer, echo, hello).arguments(), hello);
+        QCOMPARE(m_module.answers, QStringList());
+    }
+
+    void unsendableArgumentIsToldEverybody_data() {
+        QTest::addColumn<QVariant>("value");
+        QTest::addColumn<QString>("reason"); // in the line of this library
+        QTest::addColumn<QString>("thrown");
+        const QVariant unregistered = QVariant::fromValue(Unregistered());
+        const QString hasNoForm = "is of type 'Unregistered', which has no D-Bus form";
+        const QString unregisteredType = "Marshalling failed: Unregistered type Unregistered passed in arguments";
+        const QString invalid = "Marshalling failed: Variant containing QVariant::Invalid passed in arguments";
+        QTest::newRow("unregistered") << unregistered << "'argument 1' " + hasNoForm << unregisteredType;
+        QTest::newRow("invalid") << QVariant() << "'argument 1' has no value" << invalid;
+        QTest::newRow("object path") << QVariant::fromValue(QDBusObjectPath())
+                                     << "'argument 1' is an empty or invalid QDBusObjectPath"
+                                     << "Marshalling failed: Invalid object path passed in arguments";
+        QTest::newRow("received") << QVariant::fromValue(QDBusArgument())
+                                  << "'argument 1' is an empty or invalid QDBusArgument" << invalid;
+        QTest::newRow("in containers") << QVariant(
+                                              QVariantMap{{"list", QVariantList{1, QVariantHash{{"x", unregistered}}}}})
+                                       << "'argument 1.list[1].x' " + hasNoForm << unregisteredType;
+        QTest::newRow("in a variant") << QVariant::fromValue(QDBusVariant(unregistered)) << "'argument 1' " + hasNoForm
+                                      << unregisteredType;
+        QTest::newRow("in an event") << QVariant::fromValue(VelEvent("inner", {{"a\n", QVariant()}}, QString()))
+                                     << "'argument 1.a\\x0a' has no value" << invalid;
+        QVariant deep(1);
+        for (int level = 0; level < 64; ++level)
+            deep = QVariant::fromValue(QDBusVariant(deep));
+        QTest::newRow("too deep") << deep << "'argument 1' is nested more than 63 levels deep"
+                                  << "";
+        const QVariant bytes = QByteArray(70 * 1024 * 1024, 'a');
+        const QString tooLarge = "an array in it takes 73400320 bytes, and the bus takes at most 67108864";
+        QTest::newRow("too large") << bytes << tooLarge << "";
+    }
+
+    void unsendableArgumentIsToldEverybody() {
+        QFETCH(QVariant, value);
+        QFETCH(QString, reason);
+        QFETCH(QString, thrown);
+        const bool qtRefuses = !thrown.isEmpty();
+        if (!qtRefuses)
+            thrown = reason;
+        const auto process = startPeer();
+        QVERIFY(process);
+        const QString line = QString("error: cannot call 'Scripted.echo': %1; nothing was sent").arg(reason);
+
+        QCOMPARE(thrownBy([&] { m_module.syncRemoteCall(peer, echo, {value}); }), thrown);
+        QCOMPARE(recordedLines(),
+                 (QStringList{line, QString("warning: Error in syncRemoteCall (Scripted::echo : %1)").arg(thrown)}));
+        clearRecordedLines();
+        QCOMPARE(thrownBy([&] { m_module.asyncRemoteCall(peer, echo, {value}); }), thrown);
+        QCOMPARE(callWithCallback(peer, echo, {value}), qtRefuses);
+        QCOMPARE(recordedLines(), (QStringList{line, line}));
+        if (qtRefuses) // whoever relies on the error slot must not wait for ever
+            QVERIFY(QTest::qWaitFor([&] { return !m_module.answers.isEmpty(); }, 60000));
+        QCOMPARE(m_module.syncRemoteCall(peer, echo, hello).arguments(), hello);
+        QCOMPARE(m_module.answers, qtRefuses ? QStringList{"error " + thrown} : QStringList());
+    }
+
+    void severalArgumentsAreOneMessage() {
+        const auto process = startPeer();
+        QVERIFY(process);
+        const QVariant half = QByteArray(64 * 1024 * 1024, 'a'); // the largest array; two of them are no message
+        QVERIFY(thrownBy([&] { m_module.syncRemoteCall(peer, echo, {half, half}); }).contains("134217736 bytes"));
+        QCOMPARE(m_module.syncRemoteCall(peer, echo, hello).arguments(), hello);
+    }
+
+    void failureOfTheModulesOwnIsThrown() {
+        const QString own = "Caller";
+        QVERIFY(thrownBy([&] { m_module.syncRemoteCall(own, "noSuchMethod"); }).contains("noSuchMethod"));
+        QVERIFY(thrownBy([&] { m_module.asyncRemoteCall(own, "noSuchMethod"); }).contains("noSuchMethod"));
+        QCOMPARE(thrownBy([&] { m_module.asyncRemoteCall(own, "refuse"); }), QString("refused"));
+        VelDBusInterface proxy(own, QDBusConnection::sessionBus(), nullptr);
+        QCOMPARE(thrownBy([&] { proxy.call("refuse", {}); }), QString("refused"));
+        QVERIFY(!m_module.calledFromDBus());
+    }
+
 private:
+    bool callWithCallback(const QString& module, const QString& method, const QVariantList& arguments) {
+        return m_module.remoteCallWithCallback(module, method, &m_module, SLOT(answered(QString)),
+                                               SLOT(failed(QDBusError)), arguments);
+    }
+
     std::unique_ptr<ChildProcess> startPeer() {
         auto process = std::make_unique<ChildProcess>();
         if (!process->run(bustest::program("scripted-module")) || !process->waitForLine("hook run"))

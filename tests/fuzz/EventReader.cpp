@@ -54,8 +54,8 @@ public Q_SLOTS:
                           "what is no event is read as an empty one");
         const VelEvent copy(event);
         for (const QString& name : copy.getArguments().keys())
-            vel::isMarshallable(event.getArgument(name));
-        fuzz::require(vel::isMarshallable(QVariant::fromValue(copy)) || event.argumentCount() > 0,
+            vel::isMarshallable(QVariantList{event.getArgument(name)});
+        fuzz::require(vel::isMarshallable(QVariantList{QVariant::fromValue(copy)}) || event.argumentCount() > 0,
                       "an event without arguments can be sent on");
     }
 };

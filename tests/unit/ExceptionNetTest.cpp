@@ -84,13 +84,19 @@ private Q_SLOTS:
         QFETCH(Throw, thrower);
         bool nextIsServed = false;
         QObject receiver;
+        receiver.setObjectName("the receiver");
         QMetaObject::invokeMethod(
             &receiver, [&] { thrower(); }, Qt::QueuedConnection);
         QMetaObject::invokeMethod(
             &receiver, [&] { nextIsServed = true; }, Qt::QueuedConnection);
         QCoreApplication::processEvents();
         QVERIFY(nextIsServed);
-        QTEST(recordedLines().join('\n'), "line");
+        QCOMPARE(recordedLines().size(), 2);
+        QTEST(recordedLines().first(), "line");
+        const QString receiversLine = recordedLines().last();
+        QVERIFY2(receiversLine.startsWith("error: cannot deliver a call to 'QObject' (object name 'the receiver'): it "
+                                          "threw "),
+                 qPrintable(receiversLine));
 
         clearRecordedLines();
         QVERIFY(!velGuarded([&] { thrower(); })); // the same net, for code that needs it earlier

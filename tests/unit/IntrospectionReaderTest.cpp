@@ -51,7 +51,7 @@ private Q_SLOTS:
         row("a{si}", "MapQString", ":map:QString");
         row("s", "Station", "Station::"); // the annotation counts, not the signature
         row("ai", "MyQList<int>", "MyQList<int>::");
-        row("s", "%1%2%3", "%1%2%3::");
+        row("s", "%1%2%3", "%3::%3"); // the fields are filled one after the other
     }
 
     void descriptorFollowsFromTheDescription() {
