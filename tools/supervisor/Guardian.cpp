@@ -62,8 +62,14 @@ Guardian::Guardian() {
 
 // Everything has ended, so it has nothing to do any more; it may be stopped, so it is not asked to end.
 Guardian::~Guardian() {
-    kill(m_process, SIGKILL);
+    end();
     close(m_channel);
+}
+
+// Never with a number below zero, which would mean every process there is.
+void Guardian::end() const {
+    if (m_process > 0)
+        kill(m_process, SIGKILL);
 }
 
 bool Guardian::spawn() {
@@ -93,7 +99,7 @@ void Guardian::note(int slot, pid_t group) {
     m_groups[slot] = group;
     const Entry entry{slot, group};
     if (send(m_channel, &entry, sizeof entry, MSG_NOSIGNAL | MSG_DONTWAIT) != sizeof entry && errno == EAGAIN)
-        kill(m_process, SIGKILL); // its end is told by the kernel
+        end(); // the kernel tells of it, and another one comes
 }
 
 void Guardian::keepAlive() {
@@ -110,7 +116,7 @@ void Guardian::lookAfterIt() {
     logWarning(QString("the guardian, process %1, was %2: another one takes its place")
                    .arg(m_process)
                    .arg(info.si_code == CLD_STOPPED ? "stopped" : "killed"));
-    kill(m_process, SIGKILL);
+    end();
     m_ended.push_back(std::exchange(m_process, -1));
     close(std::exchange(m_channel, -1));
     removeEnded();

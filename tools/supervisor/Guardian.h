@@ -37,6 +37,7 @@ public:
 
 private:
     bool spawn();
+    void end() const;
     void spawnOrRetry();
     void lookAfterIt();
     void removeEnded();

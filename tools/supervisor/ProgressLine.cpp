@@ -54,7 +54,8 @@ void ProgressLine::refresh() {
     if (m_isSettled && !isSettled)
         m_clock.restart();
     m_isSettled = isSettled;
-    if (tcgetpgrp(STDOUT_FILENO) != getpgrp())
+    const pid_t foreground = tcgetpgrp(STDOUT_FILENO); // -1: this terminal has no jobs
+    if (foreground > 0 && foreground != getpgrp())
         return; // it runs in the background: the line is somebody else's
     const QString line = text(isSettled).left(terminalWidth() - 1);
     if (std::exchange(m_shown, line) == line)
