@@ -3,7 +3,7 @@
 
 #include "bus/BusNames.h"
 #include "events/VelDBusTypes.h"
-#include "platform/GuardedLog.h"
+#include "log/GuardedLog.h"
 #include "typed/Record.h"
 
 #include <QDBusMetaType>

@@ -2,9 +2,9 @@
 #include "typed/Dispatcher.h"
 
 #include "app/VelExceptionNet.h"
-#include "module/DBusContextKeeper.h"
+#include "bus/DBusContextKeeper.h"
+#include "log/GuardedLog.h"
 #include "module/VelModule.h"
-#include "platform/GuardedLog.h"
 #include "typed/Record.h"
 #include "typed/VelTypedEvents.h"
 
