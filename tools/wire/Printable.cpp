@@ -1,8 +1,6 @@
 // Making text that a stranger may have written safe for a terminal and for a log.
 #include "wire/Printable.h"
 
-#include <cstdio>
-
 namespace wire {
 
 namespace {
@@ -12,18 +10,22 @@ bool disturbs(unsigned code) {
            (code >= 0x2028 && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069) || code == 0xfeff;
 }
 
-QByteArray visible(unsigned code) {
+void appendVisible(QByteArray& to, unsigned code) {
     switch (code) {
     case '\n':
-        return "\\n";
+        to.append("\\n");
+        return;
     case '\r':
-        return "\\r";
+        to.append("\\r");
+        return;
     case '\t':
-        return "\\t";
+        to.append("\\t");
+        return;
     default:
-        char text[8];
-        std::snprintf(text, sizeof text, "\\u%04x", code & 0xffff);
-        return text;
+        static const char digits[] = "0123456789abcdef";
+        to.append("\\u");
+        for (int shift = 12; shift >= 0; shift -= 4)
+            to.append(digits[code >> shift & 0xf]);
     }
 }
 
@@ -53,7 +55,8 @@ QByteArray printable(const QByteArray& utf8) {
         int length = 0;
         const unsigned code = codeAt(utf8, at, length);
         if (length > 0 && disturbs(code)) {
-            result += utf8.mid(copied, at - copied) + visible(code);
+            result.append(utf8.constData() + copied, at - copied);
+            appendVisible(result, code);
             copied = at + length;
         }
         at += length > 0 ? length : 1;
