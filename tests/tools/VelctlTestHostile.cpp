@@ -212,6 +212,7 @@ private Q_SLOTS:
         QVERIFY(call.waitForStarted());
         QVERIFY(!call.waitForFinished(7000)); // longer than any limit that a call might have of its own
         peer->write("\n");
+        QVERIFY(peer->waitForBytesWritten());
         QVERIFY(call.waitForFinished(60000));
         QCOMPARE(call.readAllStandardOutput(), QByteArray("int 3\n"));
     }

@@ -32,6 +32,59 @@ const CallRow calls[] = {
     {SYS_clock_nanosleep, "a fixed time (clock_nanosleep)", Subject::Nothing},
     {SYS_wait4, "the end of a child process (wait4)", Subject::Child},
     {SYS_waitid, "the end of a child process (waitid)", Subject::Child},
+    {SYS_readv, "input (readv)", Subject::Descriptor},
+    {SYS_writev, "a reader of its output (writev)", Subject::Descriptor},
+    {SYS_fdatasync, "a disk (fdatasync)", Subject::Descriptor},
+    {SYS_openat, "a file, or the other end of a FIFO (openat)", Subject::Nothing},
+    {SYS_epoll_pwait, "input (epoll_pwait)", Subject::Nothing},
+    {SYS_rt_sigsuspend, "a signal (sigsuspend)", Subject::Nothing},
+    {SYS_rt_sigtimedwait, "a signal (sigtimedwait)", Subject::Nothing},
+    {SYS_mq_timedreceive, "a message queue (mq_timedreceive)", Subject::Nothing},
+#ifdef SYS_fcntl
+    {SYS_fcntl, "a file lock (fcntl)", Subject::Descriptor},
+#endif
+#ifdef SYS_fcntl64
+    {SYS_fcntl64, "a file lock (fcntl)", Subject::Descriptor},
+#endif
+#ifdef SYS_open
+    {SYS_open, "a file, or the other end of a FIFO (open)", Subject::Nothing},
+#endif
+#ifdef SYS_pause
+    {SYS_pause, "a signal (pause)", Subject::Nothing},
+#endif
+#ifdef SYS_accept
+    {SYS_accept, "somebody who connects (accept)", Subject::Descriptor},
+#endif
+#ifdef SYS_accept4
+    {SYS_accept4, "somebody who connects (accept4)", Subject::Descriptor},
+#endif
+#ifdef SYS_sendto
+    {SYS_sendto, "a socket's reader (send)", Subject::Descriptor},
+#endif
+#ifdef SYS_sendmsg
+    {SYS_sendmsg, "a socket's reader (sendmsg)", Subject::Descriptor},
+#endif
+#ifdef SYS_semop
+    {SYS_semop, "a semaphore (semop)", Subject::Nothing},
+#endif
+#ifdef SYS_semtimedop
+    {SYS_semtimedop, "a semaphore (semtimedop)", Subject::Nothing},
+#endif
+#ifdef SYS_msgrcv
+    {SYS_msgrcv, "a message queue (msgrcv)", Subject::Nothing},
+#endif
+#ifdef SYS_msgsnd
+    {SYS_msgsnd, "room in a message queue (msgsnd)", Subject::Nothing},
+#endif
+#ifdef SYS_futex_time64
+    {SYS_futex_time64, "a lock or another thread (futex)", Subject::Nothing},
+#endif
+#ifdef SYS_clock_nanosleep_time64
+    {SYS_clock_nanosleep_time64, "a fixed time (clock_nanosleep)", Subject::Nothing},
+#endif
+#ifdef SYS_ppoll_time64
+    {SYS_ppoll_time64, "input (ppoll)", Subject::Nothing},
+#endif
 #ifdef SYS_recvfrom
     {SYS_recvfrom, "a socket (recvfrom)", Subject::Descriptor},
 #endif

@@ -9,29 +9,29 @@ _velctl() {
     for ((index = 1; index < COMP_CWORD; index++)); do
         word=${COMP_WORDS[index]}
         case $word in
-            --timeout | --count | --facility | --as | --context | --running | --gone) ((index++)) ;;
+            --timeout | --address | --count | --facility | --as | --context | --running | --gone | --from) ((index++)) ;;
             -*) ;;
             *) if [[ -z $command ]]; then command=$word; else arguments+=("$word"); fi ;;
         esac
     done
 
     case $previous in
-        --running | --gone | --as | --facility)
+        --running | --gone | --as | --facility | --from)
             words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
-        --timeout | --count | --context) ;;
+        --timeout | --address | --count | --context) ;;
         *)
             if [[ $current == -* ]]; then
-                words='--json --timeout --help'
+                words='--json --timeout --address --help'
                 case $command in
                     list | status) words+=' --names' ;;
-                    watch) words+=' --count' ;;
+                    watch) words+=' --count --from --rate' ;;
                     publish) words+=' --as --context' ;;
-                    wait) words+=' --running --gone' ;;
+                    wait) words+=' --running --gone --from' ;;
                     loglevel) words+=' --facility' ;;
                 esac
             else
                 case $command:${#arguments[@]} in
-                    :0) words='list status watch publish call wait loglevel mtrace reset stop' ;;
+                    :0 | help:0) words='list status watch publish call wait loglevel mtrace reset stop help' ;;
                     status:0 | call:0 | stop:0 | mtrace:1)
                         words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
                     call:1) words=$("$velctl" status "${arguments[0]}" --names --timeout 1 2>/dev/null) ;;
