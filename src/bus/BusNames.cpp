@@ -33,6 +33,10 @@ QString defaultModuleName() {
     return QStringLiteral("Default");
 }
 
+QString moduleNameOfPath(const QString& path) {
+    return path.mid(1);
+}
+
 bool isValidServiceName(const QString& name) {
     return passes(dbus_validate_bus_name, name);
 }

@@ -19,6 +19,9 @@ QString objectPath(const QString& moduleName);
 /// The name of a module that was given none, and the one that a proxy without a name addresses.
 QString defaultModuleName();
 
+/// The module whose events come from `path`; the inverse of objectPath().
+QString moduleNameOfPath(const QString& path);
+
 /// Whether a text may stand in a message in that place. Qt and libdbus check some of this, some of it late and some
 /// of it by aborting the process, so what comes from a caller is asked here first.
 bool isValidServiceName(const QString& name);
