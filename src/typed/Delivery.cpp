@@ -19,7 +19,7 @@ Delivery::~Delivery() = default;
 // The publisher by both its names: the path says which module it claims to be, the bus says who sent it.
 QString Delivery::described() const {
     return QStringLiteral("cannot read the event '%1' of '%2' (%3): ")
-        .arg(m_signal.member(), bus::moduleNameOfPath(m_signal.path()), m_signal.service());
+        .arg(m_signal.member(), m_signal.path().mid(1), m_signal.service());
 }
 
 const VelEvent* Delivery::event() const {
