@@ -50,13 +50,13 @@ void SupervisorTestEnd::modulesEndInReverseOrder() {
     else
         QVERIFY(run.publish("stop_module_ApplicationManager"));
     QVERIFY(run.waitForLine("Middle stop"));
-    QVERIFY(run.hasLine("'Last' ended with NORMAL_EXIT [1]"));
-    QVERIFY(run.hasLine("stops 'Free'"));
+    QVERIFY(run.waitForLine("'Last' ended with NORMAL_EXIT [1]"));
+    QVERIFY(run.waitForLine("stops 'Free'"));
     QVERIFY(!run.hasLine("stops 'First'"));
     run.openGate("middle");
     QCOMPARE(run.process().waitForStatus(), 1);
     QVERIFY(run.indexOfLine("'Middle' ended with NORMAL_EXIT [1]") < run.indexOfLine("stops 'First'"));
-    QVERIFY(run.hasLine("'First' ended with NORMAL_EXIT [1]"));
+    QVERIFY(run.waitForLine("'First' ended with NORMAL_EXIT [1]"));
 }
 
 void SupervisorTestEnd::moduleThatIsStillStartingEnds() {
@@ -69,7 +69,7 @@ void SupervisorTestEnd::moduleThatIsStillStartingEnds() {
     QVERIFY(run.waitForLine("stops 'A'")); // it cannot hear that yet, and will not have heard it
     run.openGate("a");
     QCOMPARE(run.process().waitForStatus(), 1);
-    QVERIFY(run.hasLine("'A' ended with NORMAL_EXIT [1]"));
+    QVERIFY(run.waitForLine("'A' ended with NORMAL_EXIT [1]"));
     QVERIFY(!run.hasLine("starts 'B'"));
 }
 
@@ -82,7 +82,7 @@ void SupervisorTestEnd::secondRequestKillsAtOnce() {
     QVERIFY(run.waitForLine("A stop"));
     run.process().terminate();
     QCOMPARE(run.process().waitForStatus(), 1);
-    QVERIFY(run.hasLine("'A' ended with Crashed [1], by signal 9"));
+    QVERIFY(run.waitForLine("'A' ended with Crashed [1], by signal 9"));
 }
 
 void SupervisorTestEnd::nothingOutlivesAKilledSupervisor_data() {
@@ -146,8 +146,8 @@ void SupervisorTestEnd::lostBusEndsEverything() {
     QVERIFY(run.waitUntilUp({"B"}));
     run.bus().stop();
     QCOMPARE(run.process().waitForStatus(), 5);
-    QVERIFY(run.hasLine("error: cannot supervise any more: the session bus is gone; every module is killed"));
-    QVERIFY(run.hasLine("'A' ended with Crashed [1], by signal 9"));
+    QVERIFY(run.waitForLine("error: cannot supervise any more: the session bus is gone; every module is killed"));
+    QVERIFY(run.waitForLine("'A' ended with Crashed [1], by signal 9"));
 }
 
 void SupervisorTestEnd::secondSupervisorEndsWithStatus7() {

@@ -216,7 +216,7 @@ void SupervisorTestModules::moduleThatAsksForItsEndIsStopped() {
     QVERIFY(run.waitUntilUp({"A"}));
     run.call("A", "askForStop");
     QVERIFY(run.waitForLine("info: 'A' ended with NORMAL_EXIT [1]"));
-    QVERIFY(run.hasLine("A stop"));
+    QVERIFY(run.waitForLine("A stop"));
 }
 
 void SupervisorTestModules::terminalShowsProgressAndAPipeDoesNot() {

@@ -337,8 +337,8 @@ void SupervisorTestSave::supervisorThatIsToldToEndResumesFirst() {
     QVERIFY2(text.startsWith(start), qPrintable(text));
     run.openGate("a");
     QCOMPARE(run.process().waitForStatus(), 1);
-    QVERIFY(run.hasLine("'A' ended with NORMAL_EXIT [1]"));
-    QVERIFY(run.hasLine("'B' ended with NORMAL_EXIT [1]"));
+    QVERIFY(run.waitForLine("'A' ended with NORMAL_EXIT [1]"));
+    QVERIFY(run.waitForLine("'B' ended with NORMAL_EXIT [1]"));
 }
 
 QTEST_GUILESS_MAIN(SupervisorTestSave)
