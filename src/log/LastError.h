@@ -10,7 +10,8 @@ struct LastError {
     qint64 millisecondsUtc = 0; ///< since 1970
 };
 
-/// Keeps a line and the time; at most its first 1,000 characters. Thread: any.
+/// Keeps a line and the time; at most its first 1,000 characters. Leaves it, too, in the file that VEL_LAST_ERROR names, for a
+/// supervisor to read when this process has ended. Thread: any.
 void keepLastError(const QString& text);
 
 /// What was kept last. Thread: any.

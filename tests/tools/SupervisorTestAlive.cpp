@@ -143,9 +143,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("statusName");
         QTest::addColumn<QString>("reason");
         QTest::addColumn<QString>("answer");
+        QTest::newRow("throws") << "--init=throw" << 3 << "INIT_ERROR"
+                                << "init() threw: thrown in init"
+                                << "it ended with INIT_ERROR [3]: init() threw: thrown in init";
         QTest::newRow("fails") << "--init=false" << 3 << "INIT_ERROR"
-                               << "ended with INIT_ERROR [3]"
-                               << "it ended with INIT_ERROR [3]";
+                               << "init() returned false"
+                               << "it ended with INIT_ERROR [3]: init() returned false";
     }
     void endIsPublishedWithWhatTheModuleSaid() {
         QFETCH(QString, step);

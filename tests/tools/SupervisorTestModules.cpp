@@ -79,7 +79,7 @@ void SupervisorTestModules::failureToComeUpIsNamed_data() {
     QTest::addColumn<QString>("end");
     QTest::newRow("init fails") << "--init=false"
                                 << ""
-                                << "ended with INIT_ERROR [3]";
+                                << "ended with INIT_ERROR [3]: init() returned false";
     QTest::newRow("not startable") << ""
                                    << "broken"
                                    << "did not start: FailedToStart [0], '%1': No such file or directory";
@@ -125,7 +125,8 @@ void SupervisorTestModules::restartsBackOffAndGiveUpLoudly() {
           QJsonObject{{"on", QJsonArray{"INIT_ERROR"}}, {"attempts", 3}, {"delay", 0.05}, {"longestDelay", 0.08}}}});
     QVERIFY(run.start());
     QVERIFY(run.waitForLine(
-        "error: cannot keep 'A' up: it went down 4 times in a row, last: it ended with INIT_ERROR [3]; it "
+        "error: cannot keep 'A' up: it went down 4 times in a row, last: it ended with INIT_ERROR [3]: init() "
+        "returned false; it "
         "stays down until somebody starts it"));
     QStringList attempts;
     for (const QString& line : run.process().lines().filter(" again in "))
@@ -174,11 +175,12 @@ void SupervisorTestModules::callsStartStopAndRestart() {
     const pid_t before = run.processOf("A");
     QVERIFY(comesUp(run, "restartModule", "A"));
     QVERIFY(run.processOf("A") != before);
-    QVERIFY(run.waitForLine("warning: 'A' ended with RUN_ERROR [4]"));
+    const QString end = "ended with RUN_ERROR [4]: run() returned false";
+    QVERIFY(run.waitForLine("warning: 'A' " + end));
     // What was asked to end is not started again, whatever its status.
-    QCOMPARE(run.answer("stopModule", "A"), QString("'A' ended with RUN_ERROR [4]"));
-    QCOMPARE(run.answer("stopModule", "A"), QString("'A' ended with RUN_ERROR [4]"));
-    QCOMPARE(list(run), QStringList{"A: down, ended with RUN_ERROR [4]"});
+    QCOMPARE(run.answer("stopModule", "A"), "'A' " + end);
+    QCOMPARE(run.answer("stopModule", "A"), "'A' " + end);
+    QCOMPARE(list(run), QStringList{"A: down, " + end});
     QVERIFY(comesUp(run, "restartModule", "A"));
     for (const char* verb : {"start", "restart"})
         QCOMPARE(run.answer(QString("%1Module").arg(verb), "B"),

@@ -24,11 +24,12 @@ const QMap<SupervisedModule::State, QString> stateNames{
     {SupervisedModule::State::Stopping, "stopping"}, {SupervisedModule::State::Pausing, "pausing"},
 };
 
-// A step's failure, as the module logs it, in plain words.
+// A step's failure, which the library logs as "cannot finish init() of module 'A': it threw 'no such device'; the module ends
+// with INIT_ERROR [3]".
 QString inPlainWords(QString error) {
-    static const QRegularExpression thrown("^FSM Exception catched in (\\w+) method : ");
-    static const QRegularExpression unknown("^FSM Unknown Exception catched in (\\w+) method$");
-    return error.replace(thrown, "\\1() threw: ").replace(unknown, "\\1() threw something unknown");
+    static const QRegularExpression step("^cannot finish (\\w+\\(\\)) of module '\\w+': it (.*); the module [^;]*$");
+    static const QRegularExpression text("\\(\\) threw '(.*)'$");
+    return error.replace(step, "\\1 \\2").replace(text, "() threw: \\1");
 }
 
 } // namespace
