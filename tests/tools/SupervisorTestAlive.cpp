@@ -143,9 +143,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("statusName");
         QTest::addColumn<QString>("reason");
         QTest::addColumn<QString>("answer");
-        QTest::newRow("throws") << "--init=throw" << 3 << "INIT_ERROR"
-                                << "init() threw: thrown in init"
-                                << "it ended with INIT_ERROR [3]: init() threw: thrown in init";
+        QTest::newRow("text thrown") << "--init=QString" << 3 << "INIT_ERROR"
+                                     << "init() threw: thrown text"
+                                     << "it ended with INIT_ERROR [3]: init() threw: thrown text";
+        QTest::newRow("exception") << "--init=std" << 3 << "INIT_ERROR"
+                                   << "init() threw std::runtime_error 'thrown what'"
+                                   << "it ended with INIT_ERROR [3]: init() threw std::runtime_error 'thrown what'";
         QTest::newRow("fails") << "--init=false" << 3 << "INIT_ERROR"
                                << "init() returned false"
                                << "it ended with INIT_ERROR [3]: init() returned false";
