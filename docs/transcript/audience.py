@@ -2,7 +2,7 @@
 import re
 import sys
 
-PROSE_S, KEY_S, LINE_S, COMMAND_S = 0.025, 0.025, 0.1, 0.6  # a character read, a key pressed, a line printed, a command
+PROSE_S, KEY_S, LINE_S, COMMAND_S = 0.015, 0.012, 0.05, 0.4  # a character read, a key pressed, a line printed, a command
 BOLD, FAINT, TYPED, WRONG = "1", "2", "1;36", "31"
 
 

@@ -209,6 +209,7 @@ def copy_by_links(source, build, bin_folder, tree):
                 (copy / entry.name).symlink_to(entry)
 
 
+ENDING = (signal.SIGTERM, signal.SIGINT, signal.SIGHUP)
 PR_SET_PDEATHSIG, PR_SET_CHILD_SUBREAPER = 1, 36
 
 
@@ -258,11 +259,13 @@ def run_and_leave_nothing(work):
     worker = os.fork()
     if worker == 0:
         def end(number, _):
+            for another in ENDING:
+                signal.signal(another, signal.SIG_IGN)
             raise SystemExit(128 + number)
 
         status = 1
         try:
-            for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+            for number in ENDING:
                 signal.signal(number, end)
             prctl(PR_SET_CHILD_SUBREAPER, 1)
             prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
@@ -274,7 +277,7 @@ def run_and_leave_nothing(work):
             sys.stdout.flush()
             end_children(0)
             os._exit(status)
-    for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+    for number in ENDING:
         signal.signal(number, lambda number, _: os.kill(worker, number))
     status = os.waitstatus_to_exitcode(os.waitpid(worker, 0)[1])
     end_children(0)
