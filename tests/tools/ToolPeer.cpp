@@ -1,7 +1,4 @@
-// A module for the tools to work on: it answers, refuses, blocks and vanishes as it is told.
-//
-//     --reset=reboot|throw|hang    what its reset to default does
-//     --stop=hang                  its end waits for a line on standard input
+// A module for velctl to work on: it answers with values of many types, refuses, blocks and vanishes as it is told.
 #include <Vel>
 
 #include <QDBusAbstractAdaptor>
@@ -14,7 +11,6 @@ namespace {
 
 // Until the test writes a line: as long as it likes, and not a moment longer.
 void blockEventLoop() {
-    std::cout << "blocking" << std::endl;
     std::string line;
     std::getline(std::cin, line);
 }
@@ -27,21 +23,6 @@ public:
     ToolPeer();
 
     bool init() override { return subscribeEvent("test_save", this, SLOT(stopForSaveRestore(VelEvent))); }
-
-    bool restoreDataToDefault() override {
-        const QString action = getParameters().value("reset");
-        if (action == "throw")
-            throw QString("cannot reset");
-        if (action == "hang")
-            blockEventLoop();
-        return action == "reboot";
-    }
-
-    bool stop() override {
-        if (getParameters().value("stop") == "hang")
-            blockEventLoop();
-        return true;
-    }
 };
 
 class ToolPeerAdaptor : public QDBusAbstractAdaptor {
