@@ -12,6 +12,8 @@ set(VEL_VERSION_DATE "${vel_now}" CACHE STRING "Version stamp: build date and ti
 set(VEL_VERSION_RANGE "generic" CACHE STRING "Version stamp: product range")
 set(VEL_VERSION_APPMODE "release" CACHE STRING "Version stamp: application mode")
 
+option(VEL_MODULE_INFO "Let each module tell about itself on the bus, at /vel/info" ON)
+
 option(VEL_DEBIAN_PACKAGES "Let cpack make Debian packages; the preset packages sets all that belongs to it" OFF)
 
 option(VEL_BENCHMARKS "Build the programs that scripts/bench measures, and the tests that count instructions" OFF)

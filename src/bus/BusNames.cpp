@@ -21,6 +21,10 @@ const QString& commonInterface() {
     return name;
 }
 
+QString infoInterface() {
+    return QStringLiteral(VEL_BUS_PREFIX ".ModuleInfo");
+}
+
 QString serviceName(const QString& moduleName) {
     return QStringLiteral(VEL_BUS_PREFIX ".%1Service").arg(moduleName);
 }

@@ -10,6 +10,9 @@ namespace vel::bus {
 /// PREFIX.VelInterface: the one interface of every module, for its methods and for its event signals.
 const QString& commonInterface();
 
+/// PREFIX.ModuleInfo: what a module tells about itself.
+QString infoInterface();
+
 /// PREFIX.%1Service: the well-known name of a module.
 QString serviceName(const QString& moduleName);
 

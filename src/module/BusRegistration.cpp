@@ -5,6 +5,7 @@
 #include "errors/VelExitCodes.h"
 #include "events/VelDBusTypes.h"
 #include "log/GuardedLog.h"
+#include "module/ModuleInfo.h"
 #include "module/StartUpFault.h"
 
 #include <QDBusConnectionInterface>
@@ -53,6 +54,10 @@ void VelModule::initDBus(const QString& name) {
 
     // The object before the name: whoever sees the name finds the object. Only adaptors: none of this class's own
     // slots becomes a D-Bus method.
+#if VEL_MODULE_INFO
+    m_info = new vel::ModuleInfo(*this);
+    m_info->exportOn(m_connection);
+#endif
     if (vel::bus::isValidObjectPath(m_dbusObjectName))
         m_connection.registerObject(m_dbusObjectName, this, QDBusConnection::ExportAdaptors);
     const bool nameIsTaken =
@@ -66,9 +71,9 @@ void VelModule::initDBus(const QString& name) {
     registerCoreDBusTypes();
 
     vel::logDebug([] { return QStringLiteral("subscribe to -- log_level_changed -- event"); });
-    subscribeOwn(QStringLiteral("log_level_changed"), SLOT(loggerChanged(VelEvent)));
-    subscribeOwn(QStringLiteral("reset_data_default"), SLOT(resetToDefault()));
-    subscribeOwn(QStringLiteral("reset_data_factory"), SLOT(resetToFactory()));
+    subscribe(QStringLiteral("log_level_changed"), this, SLOT(loggerChanged(VelEvent)));
+    subscribe(QStringLiteral("reset_data_default"), this, SLOT(resetToDefault()));
+    subscribe(QStringLiteral("reset_data_factory"), this, SLOT(resetToFactory()));
 }
 
 const QString& VelModule::getDbusObjectName() const {

@@ -7,6 +7,7 @@
 
 #include "bus/BusNames.h"
 #include "events/Marshallable.h"
+#include "module/ModuleInfo.h"
 #include "module/PublicationFault.h"
 #include "module/SubscriptionFault.h"
 
@@ -32,16 +33,6 @@ bool publish(const QDBusConnection& connection, const QString& path, const vel::
     return false;
 }
 
-bool subscribe(QDBusConnection connection, const QString& eventName, QObject* receiver, const char* slotSignature) {
-    return isSubscribable(eventName, receiver, slotSignature) &&
-           connection.connect(fromAnyone, fromAnyone, bus::commonInterface(), eventName, receiver, slotSignature);
-}
-
-bool unsubscribe(QDBusConnection connection, const QString& eventName, QObject* receiver, const char* slotSignature) {
-    return isSubscribable(eventName, receiver, slotSignature) &&
-           connection.disconnect(fromAnyone, fromAnyone, bus::commonInterface(), eventName, receiver, slotSignature);
-}
-
 } // namespace
 
 bool VelModule::notifyEvent(const VelEvent& evt) const {
@@ -59,7 +50,7 @@ bool VelModule::subscribeEvent(const VelEvent& evt, QObject* receiver, const cha
 }
 
 bool VelModule::subscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const {
-    if (subscribe(m_connection, evtName, receiver, slotSignature))
+    if (subscribe(evtName, receiver, slotSignature))
         return true;
     vel::logSubscriptionFault({m_connection, evtName, receiver, slotSignature});
     return false;
@@ -81,16 +72,32 @@ bool VelModule::unsubscribeEvent(const QString& moduleName, const QString& evtNa
 }
 
 bool VelModule::unsubscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const {
-    if (unsubscribe(m_connection, evtName, receiver, slotSignature))
+    if (unsubscribe(evtName, receiver, slotSignature))
         return true;
     vel::logUnsubscriptionFault({m_connection, evtName, receiver, slotSignature}, nullptr);
     return false;
 }
 
-void VelModule::subscribeOwn(const QString& eventName, const char* slotSignature) {
-    subscribe(m_connection, eventName, this, slotSignature);
+bool VelModule::subscribe(const QString& eventName, QObject* receiver, const char* slotSignature) const {
+    QDBusConnection connection = m_connection;
+    if (!isSubscribable(eventName, receiver, slotSignature) ||
+        !connection.connect(fromAnyone, fromAnyone, bus::commonInterface(), eventName, receiver, slotSignature))
+        return false;
+#if VEL_MODULE_INFO
+    if (m_info)
+        m_info->subscribed(eventName, receiver, slotSignature);
+#endif
+    return true;
 }
 
-void VelModule::unsubscribeOwn(const QString& eventName, const char* slotSignature) {
-    unsubscribe(m_connection, eventName, this, slotSignature);
+bool VelModule::unsubscribe(const QString& eventName, QObject* receiver, const char* slotSignature) const {
+    QDBusConnection connection = m_connection;
+    if (!isSubscribable(eventName, receiver, slotSignature) ||
+        !connection.disconnect(fromAnyone, fromAnyone, bus::commonInterface(), eventName, receiver, slotSignature))
+        return false;
+#if VEL_MODULE_INFO
+    if (m_info)
+        m_info->unsubscribed(eventName, receiver, slotSignature);
+#endif
+    return true;
 }

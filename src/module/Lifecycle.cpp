@@ -130,8 +130,8 @@ struct VelModule::Lifecycle {
 QtAbstractTransition* VelModule::Lifecycle::handles[] = {};
 
 void VelModule::initAutomate() {
-    subscribeOwn(QStringLiteral("stop_module_%1").arg(m_moduleName), SLOT(stopModuleEvent(VelEvent)));
-    subscribeOwn(QStringLiteral("presentationLoaded"), SLOT(presentationLoadedEvent(VelEvent)));
+    subscribe(QStringLiteral("stop_module_%1").arg(m_moduleName), this, SLOT(stopModuleEvent(VelEvent)));
+    subscribe(QStringLiteral("presentationLoaded"), this, SLOT(presentationLoadedEvent(VelEvent)));
 
     for (const Lifecycle::StateRow& row : Lifecycle::states)
         Lifecycle::create(*this, row);
@@ -152,8 +152,8 @@ void VelModule::initAutomate() {
 void VelModule::clearAutomate() {
     if (!m_checkState)
         return;
-    unsubscribeOwn(QStringLiteral("stop_module_%1").arg(m_moduleName), SLOT(stopModuleEvent(VelEvent)));
-    unsubscribeOwn(QStringLiteral("presentationLoaded"), SLOT(presentationLoadedEvent(VelEvent)));
+    unsubscribe(QStringLiteral("stop_module_%1").arg(m_moduleName), this, SLOT(stopModuleEvent(VelEvent)));
+    unsubscribe(QStringLiteral("presentationLoaded"), this, SLOT(presentationLoadedEvent(VelEvent)));
 
     m_stateMachine.stop();
     for (Lifecycle::State state : Lifecycle::removalOrder) {

@@ -49,8 +49,8 @@ VelModule::VelModule(const QString& name)
         m_moduleName = vel::bus::defaultModuleName();
 
     initDBus(m_moduleName);
-    subscribeOwn(QStringLiteral("mtrace_on"), SLOT(slot_mtrace(VelEvent)));
-    subscribeOwn(QStringLiteral("mtrace_off"), SLOT(slot_muntrace(VelEvent)));
+    subscribe(QStringLiteral("mtrace_on"), this, SLOT(slot_mtrace(VelEvent)));
+    subscribe(QStringLiteral("mtrace_off"), this, SLOT(slot_muntrace(VelEvent)));
     connect(this, SIGNAL(sig_exit()), this, SLOT(slot_exit_module()));
 
     vel::recordVersions();

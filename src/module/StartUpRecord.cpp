@@ -48,6 +48,11 @@ void recordVersions() {
         versionBlock.append('\n').append(line.key).append('=').append(line.value).append('\n');
 }
 
+void forEachStampLine(const std::function<void(const char* key, const char* value)>& visit) {
+    for (const StampLine& line : versionStamp)
+        visit(line.key, line.value);
+}
+
 void recordMemoryMap() {
     replaceByFile(memoryMapSnapshot, "/proc/self/maps");
 }

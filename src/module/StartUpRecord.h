@@ -3,6 +3,8 @@
 
 #include <QByteArray>
 
+#include <functional>
+
 namespace vel {
 
 /// The content of /etc/versions, then the six lines of the build's version stamp. Nothing in the library reads it: it
@@ -15,5 +17,8 @@ extern QByteArray memoryMapSnapshot;
 /// Fills both. A file that cannot be read contributes nothing.
 void recordVersions();
 void recordMemoryMap();
+
+/// The lines of the build's version stamp, in their order.
+void forEachStampLine(const std::function<void(const char* key, const char* value)>& visit);
 
 } // namespace vel

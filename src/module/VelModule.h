@@ -18,6 +18,10 @@
 
 class VelDBusInterface;
 
+namespace vel {
+class ModuleInfo;
+} // namespace vel
+
 /// The last log level applied by an event: 0 before a module exists, 3 from its construction on, then what each
 /// "log_level_changed" brought. For module code; the library itself only asks its loggers. A plain variable: no lock.
 extern VEL_EXPORT int moduleLogLevel;
@@ -355,17 +359,20 @@ protected:
 
 private:
     friend class VelException; // answers the call that the QDBusContext base holds
-    struct Lifecycle;          // the tables of states and transitions
-    struct Step;               // one row of the table of steps
+    friend class vel::ModuleInfo;
+    struct Lifecycle; // the tables of states and transitions
+    struct Step;      // one row of the table of steps
 
     void take(const Step& step);
     bool hookSucceeds(const Step& step);
-    // The library's own subscriptions. What makes them fail has been told when the module was put on the bus.
-    void subscribeOwn(const QString& eventName, const char* slotSignature);
-    void unsubscribeOwn(const QString& eventName, const char* slotSignature);
+    // Without a word when they fail: why the library's own subscriptions do has been told at the start.
+    bool subscribe(const QString& eventName, QObject* receiver, const char* slotSignature) const;
+    bool unsubscribe(const QString& eventName, QObject* receiver, const char* slotSignature) const;
 
     VelDBusInterface& proxyTo(const QString& moduleName);
     VelDBusInterface& validProxyTo(const QString& moduleName);
+
+    vel::ModuleInfo* m_info = nullptr; ///< null in a build without it
 
     Q_DISABLE_COPY(VelModule)
 };

@@ -11,7 +11,7 @@ namespace vellogging {
 namespace {
 
 int startingLevel() {
-    constexpr int withoutEnvironment = 3; // errors only
+    constexpr int withoutEnvironment = 4; // errors and warnings
     bool isNumber = false;
     const int level = qEnvironmentVariableIntValue("VEL_LOG_LEVEL", &isNumber);
     return isNumber ? level : withoutEnvironment;

@@ -153,6 +153,15 @@ public Q_SLOTS:
 
     void leaveSection() { m_module->endCriticalSection(); }
 
+    void listen() { m_module->subscribeEvent("topic", m_module, SLOT(stopWebclientEvent(VelEvent))); }
+
+    void listenNoMore() { m_module->unsubscribeEvent("topic", m_module, SLOT(stopWebclientEvent(VelEvent))); }
+
+    void listenShortly() {
+        QObject receiver;
+        m_module->subscribeEvent("topic", &receiver, SLOT(deleteLater()));
+    }
+
     Q_NOREPLY void stopPresentation() { m_module->stopWebclientEvent(VelEvent()); }
 
     Q_NOREPLY void askForStop() { m_module->exit(); }

@@ -89,9 +89,9 @@ class LoggingStandinTest : public QObject {
 
 private slots:
     void initTestCase() {
-        qputenv("VEL_LOG_LEVEL", "6x"); // no number: errors only
+        qputenv("VEL_LOG_LEVEL", "6x"); // no number: errors and warnings
         initLoggerList("clock");
-        QCOMPARE(defaultLogger()->level(), 3);
+        QCOMPARE(defaultLogger()->level(), 4);
         qputenv("VEL_LOG_LEVEL", "6");
         initLoggerList("clock");
         QCOMPARE(defaultLogger()->level(), 6);
@@ -161,7 +161,7 @@ private slots:
     void updatesReachTheLoggersTheyName() {
         // A logger made later has the starting level, or the one given to all.
         const std::tuple<const char*, int, int, int> rows[]{
-            {"", 6, 6, 6}, {"clock", 6, 3, 3}, {"alarm", 3, 6, 3}, {"later", 3, 3, 3}, {"vel.alarm", 3, 3, 3}};
+            {"", 6, 6, 6}, {"clock", 6, 4, 4}, {"alarm", 4, 6, 4}, {"later", 4, 4, 4}, {"vel.alarm", 4, 4, 4}};
         for (const auto& [facility, ofDefault, ofAlarm, ofLater] : rows) {
             clearLoggerList();
             initLoggerList("clock");
@@ -183,15 +183,15 @@ private slots:
         QVERIFY(!list->value("") && !list->value("alarm"));
 
         const Collecting collecting;
-        QCOMPARE(defaultLogger()->level(), 3);
+        QCOMPARE(defaultLogger()->level(), 4);
         defaultLogger()->error("between");
         ofClock->error("old default");
         alarm->error("old named");
         initLoggerList("radio");
-        QCOMPARE(defaultLogger()->level(), 3);
+        QCOMPARE(defaultLogger()->level(), 4);
         QVERIFY(!LoggerList::_instance->value("clock"));
         QVERIFY(!LoggerList::_instance->value("alarm"));
-        QCOMPARE(logger("alarm")->level(), 3);
+        QCOMPARE(logger("alarm")->level(), 4);
         defaultLogger()->error("new default");
 
         const std::vector<Line> expected{{QtCriticalMsg, "vel", "between"},
