@@ -46,43 +46,30 @@ private Q_SLOTS:
 
     void publisherHearsItselfLaterFromTheEventLoop() {
         QVERIFY(m_module.subscribeEvent(topic, m_listener.get(), heardSlot));
-        bool inside = true;
-        bool heardInside = false;
-        m_listener->onEvent = [&](const VelEvent&) { heardInside = inside; };
+        bool isPublishing = true;
+        bool wasPublishing = true;
+        m_listener->onEvent = [&](const VelEvent&) { wasPublishing = isPublishing; };
+        bustest::waitForBus(QDBusConnection::sessionBus());
         QVERIFY(m_module.notifyEvent(topic));
-        bustest::settle(m_other);
-        QCOMPARE(m_listener->events().size(), 1u);
-        m_listener->onEvent = [&](const VelEvent& event) {
-            if (event.getArguments().isEmpty())
-                return;
-            heardInside = inside;
-        };
-        inside = true;
-        QVERIFY(m_module.notifyEvent(topic, {{"second", true}}));
-        inside = false;
-        QVERIFY(m_listener->waitForEvents(2));
-        QVERIFY(!heardInside);
+        isPublishing = false;
+        QVERIFY(m_listener->waitForEvents(1));
+        QVERIFY(!wasPublishing);
     }
 
-    void subscriptionMadeTwiceIsOne() {
+    void subscriptionMadeTwiceIsOneAndEndsAtOnce() {
+        EventListener staying;
         QVERIFY(m_module.subscribeEvent(topic, m_listener.get(), heardSlot));
+        QVERIFY(m_module.subscribeEvent(topic, &staying, heardSlot));
         m_module.subscribeEvent(topic, m_listener.get(), heardSlot);
         QVERIFY(publishFromOutside(topic));
-        QVERIFY(m_listener->waitForEvents(1));
+        QVERIFY(staying.waitForEvents(1));
         bustest::settle(m_other);
         QCOMPARE(m_listener->events().size(), 1u);
         QVERIFY(m_module.unsubscribeEvent(topic, m_listener.get(), heardSlot));
         QVERIFY(!m_module.unsubscribeEvent(topic, m_listener.get(), heardSlot));
-    }
-
-    void unsubscribedSlotIsNotCalled() {
-        EventListener staying;
-        QVERIFY(m_module.subscribeEvent(topic, m_listener.get(), heardSlot));
-        QVERIFY(m_module.subscribeEvent(topic, &staying, heardSlot));
-        QVERIFY(m_module.unsubscribeEvent(topic, m_listener.get(), heardSlot));
         QVERIFY(publishFromOutside(topic));
-        QVERIFY(staying.waitForEvents(1));
-        QVERIFY(m_listener->events().empty());
+        QVERIFY(staying.waitForEvents(2));
+        QCOMPARE(m_listener->events().size(), 1u);
     }
 
     void moduleSpecificUnsubscriptionLeavesTheGeneralOne() {
