@@ -18,6 +18,7 @@ import os
 import pty
 import re
 import select
+import shutil
 import signal
 import struct
 import subprocess
@@ -113,7 +114,7 @@ class Desk:
     """The terminals of one page; `terminal("")` is the first one."""
 
     def __init__(self, source, build, programs, is_prepared):
-        self._scratch = tempfile.TemporaryDirectory(prefix="vel-transcript-")
+        self._scratch = tempfile.TemporaryDirectory(prefix="page-")
         self.home = Path(self._scratch.name, "home")
         self.tree = self.home / "vel"
         self.home.mkdir()
@@ -255,6 +256,7 @@ def end_children(patience):
 def run_and_leave_nothing(work):
     """Ends this process with the status that `work` answers, run in a child, and all that it has started with it."""
     prctl(PR_SET_CHILD_SUBREAPER, 1)
+    tempfile.tempdir = tempfile.mkdtemp(prefix="vel-transcripts-")  # the other one's to remove, when one is killed
     starter = os.getpid()
     worker = os.fork()
     if worker == 0:
@@ -273,12 +275,16 @@ def run_and_leave_nothing(work):
                 status = work()
         except SystemExit as one:
             status = one.code if isinstance(one.code, int) else 1
+            if status > 128:
+                print("interrupted; everything that was started has ended", file=sys.stderr)
         finally:
             sys.stdout.flush()
             end_children(0)
+            shutil.rmtree(tempfile.tempdir, ignore_errors=True)
             os._exit(status)
     for number in ENDING:
         signal.signal(number, lambda number, _: os.kill(worker, number))
     status = os.waitstatus_to_exitcode(os.waitpid(worker, 0)[1])
     end_children(0)
+    shutil.rmtree(tempfile.tempdir, ignore_errors=True)
     sys.exit(status if status >= 0 else 128 - status)
