@@ -22,11 +22,12 @@ struct OptionRow {
 
 const OptionRow options[] = {
     {"json", "", "write one JSON object a line; for publish, read them"},
-    {"timeout", "SECONDS", "end after that time, 5 unless given; 0 is without limit"},
+    {"timeout", "SECONDS", "end after that time, most often 5; 0 is without limit"},
     {"address", "ADDRESS", "the bus's, instead of DBUS_SESSION_BUS_ADDRESS"},
     {"help", "", "show this help"},
     {"version", "", "show the version"},
     {"names", "", "write only the names: of the modules, or of the module's methods"},
+    {"all", "", "the modules too that are down, from the supervisor"},
     {"count", "N", "end after N events"},
     {"facility", "F", "change only the loggers of this facility"},
     {"as", "MODULE", "publish in the name of this module instead of velctl"},
@@ -38,7 +39,6 @@ const OptionRow options[] = {
 };
 const std::vector<const char*> everywhere = {"json", "timeout", "address", "help"};
 
-constexpr double defaultTimeoutSeconds = 5;
 constexpr QChar minusOfANumber(0xE000); // of the private use area
 
 const OptionRow& optionCalled(const char* name) {
@@ -129,7 +129,7 @@ double secondsOf(const QCommandLineParser& parser, const Command& command, const
     }
     // Input that somebody else produces has no time limit of its own either.
     const bool readsInput = qstrcmp(command.name, "publish") == 0 && request.arguments == QStringList("-");
-    return command.endsByItself && !readsInput ? defaultTimeoutSeconds : 0;
+    return readsInput ? 0 : command.seconds;
 }
 
 // Those that every command takes may stand before it; they are taken off the line.
@@ -166,6 +166,7 @@ Request requestOf(const QCommandLineParser& parser, const Command& command) {
     request.arguments = withNumbersShown(parser.positionalArguments());
     request.json = parser.isSet("json");
     request.namesOnly = parser.optionNames().contains("names");
+    request.all = parser.optionNames().contains("all");
     request.facility = valueOf("facility");
     request.context = valueOf("context");
     request.running = valueOf("running");

@@ -15,7 +15,8 @@ struct Request {
     QStringList arguments;
     bool json = false;
     bool namesOnly = false;
-    int count = 0; ///< 0 is without end
+    bool all = false; ///< those of the supervisor too
+    int count = 0;    ///< 0 is without end
     QString facility;
     QString publisher;
     QString context;
@@ -36,7 +37,7 @@ struct Command {
     std::vector<const char*> options; ///< names of rows in the table of options
     int fewest;                       ///< number of arguments
     int most;
-    bool endsByItself; ///< false: no time limit unless one is given
+    int seconds; ///< the time limit unless one is given; 0 is none
     int (*run)(const Request&);
 };
 
@@ -56,5 +57,9 @@ int runLogLevel(const Request& request);
 int runMemoryTracing(const Request& request);
 int runReset(const Request& request);
 int runStop(const Request& request);
+int runStart(const Request& request);
+int runRestart(const Request& request);
+int runSave(const Request& request);
+int runRestore(const Request& request);
 
 } // namespace velctl

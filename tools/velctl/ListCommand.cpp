@@ -3,42 +3,94 @@
 #include "Commands.h"
 #include "ModuleReport.h"
 #include "Output.h"
+#include "Supervisor.h"
 
 namespace velctl {
+
+namespace {
+
+Row titles(const QStringList& names) {
+    const QStringList numbers = {"PROCESS", "MEMORY", "UPTIME", "RESTARTS"};
+    Row row;
+    for (const QString& name : names)
+        row += Cell(name, Colour::Bold, numbers.contains(name));
+    return row;
+}
+
+Row rowOf(const ModuleReport& report) {
+    return {{report.module},
+            {QString::number(report.process.pid), Colour::None, true},
+            {report.stateText(), report.stateColour()},
+            {memoryText(report.process.memory), Colour::None, true},
+            {durationText(report.process.uptime), Colour::None, true}};
+}
+
+// Of the modules on the bus and in the supervisor's configuration, by name; a module may be in one only.
+void listAll(const Request& request, const QList<ModuleReport>& reports, const QMap<QString, QJsonObject>& supervised) {
+    QMap<QString, Row> rows;
+    QMap<QString, QJsonObject> objects;
+    for (const ModuleReport& report : reports) {
+        rows.insert(report.module, rowOf(report));
+        objects.insert(report.module, report.toJson());
+    }
+    for (auto module = supervised.cbegin(); module != supervised.cend(); ++module) {
+        const QString state = module->value("State").toString();
+        if (!rows.contains(module.key()))
+            rows.insert(module.key(), {{module.key()}, {"-", Colour::None, true}, {state, Colour::Yellow}, {""}, {""}});
+        rows[module.key()] += Row{{QString::number(module->value("Restarts").toInt()), Colour::None, true},
+                                  {whyDown(*module), Colour::Grey}};
+        QJsonObject& object = objects[module.key()];
+        object.insert("module", module.key());
+        if (!object.contains("state"))
+            object.insert("state", state);
+        object.insert("supervised", *module);
+    }
+    if (request.json) {
+        for (const QJsonObject& object : qAsConst(objects))
+            printLine(object);
+        return;
+    }
+    QVector<Row> table = {titles({"MODULE", "PROCESS", "STATE", "MEMORY", "UPTIME", "RESTARTS", "LAST END"})};
+    for (const Row& row : qAsConst(rows))
+        table += row;
+    printTable(table);
+}
+
+} // namespace
 
 int runList(const Request& request) {
     Bus bus(request.limit, request.address);
     const QStringList modules = bus.modules();
+    const auto supervised =
+        request.all ? supervisedModules(bus, request.limit.forSignsOfLife()) : QMap<QString, QJsonObject>();
+    if (request.all && supervised.isEmpty())
+        printMessage("the supervisor is not there, or does not answer: only modules on the bus are shown");
     if (request.namesOnly) {
-        for (const QString& module : modules)
-            printLine(module);
+        QStringList names = modules + QStringList(supervised.keys());
+        names.removeDuplicates();
+        names.sort();
+        for (const QString& name : qAsConst(names))
+            printLine(name);
         return Ok;
     }
     const QList<ModuleReport> reports = lookAt(bus, modules, request.limit.forSignsOfLife());
-    if (request.json) {
-        for (const ModuleReport& report : reports)
-            printLine(report.toJson());
+    if (reports.isEmpty() && supervised.isEmpty()) {
+        if (!request.json)
+            printMessage("there is no module on the bus");
         return Ok;
     }
-    if (reports.isEmpty()) {
-        printMessage("there is no module on the bus");
+    if (request.all) {
+        listAll(request, reports, supervised);
         return Ok;
     }
-    QVector<Row> rows = {{{"MODULE", Colour::Bold},
-                          {"PROCESS", Colour::Bold, true},
-                          {"STATE", Colour::Bold},
-                          {"MEMORY", Colour::Bold, true},
-                          {"UPTIME", Colour::Bold, true},
-                          {"PROGRAM", Colour::Bold}}};
+    QVector<Row> table = {titles({"MODULE", "PROCESS", "STATE", "MEMORY", "UPTIME", "PROGRAM"})};
     for (const ModuleReport& report : reports) {
-        rows.append(Row{{report.module},
-                        {QString::number(report.process.pid), Colour::None, true},
-                        {report.stateText(), report.stateColour()},
-                        {memoryText(report.process.memory), Colour::None, true},
-                        {durationText(report.process.uptime), Colour::None, true},
-                        {report.process.program, Colour::Grey}});
+        if (request.json)
+            printLine(report.toJson());
+        table += rowOf(report) + Row{{report.process.program, Colour::Grey}};
     }
-    printTable(rows);
+    if (!request.json)
+        printTable(table);
     return Ok;
 }
 

@@ -5,7 +5,9 @@
 #include "ModuleNames.h"
 #include "ModuleReport.h"
 #include "Output.h"
+#include "Supervisor.h"
 
+#include <QDateTime>
 #include <QJsonArray>
 
 namespace velctl {
@@ -33,6 +35,29 @@ QJsonArray methodsToJson(const QList<Method>& methods) {
 // Empty for a module that runs.
 QString silenceOf(const ModuleReport& report) {
     return report.state == ModuleState::Running ? QString() : whySilent(report);
+}
+
+// A module that is not on the bus, as the supervisor knows it.
+void printDown(const Request& request, const QString& module, const QJsonObject& supervised) {
+    const QString state = supervised.value("State").toString();
+    if (request.json)
+        return printLine(QJsonObject{{"module", module}, {"state", state}, {"supervised", supervised}});
+    QVector<Row> rows = {{{"module"}, {module, Colour::Bold}}, {{"state"}, {state, Colour::Yellow}}};
+    if (const QString why = whyDown(supervised); !why.isEmpty())
+        rows.append(Row{{"reason"}, {why}});
+    if (supervised.contains("StatusName"))
+        rows.append(Row{{"status"},
+                        {QString("%1, %2")
+                             .arg(supervised.value("Status").toInt())
+                             .arg(supervised.value("StatusName").toString())}});
+    if (supervised.contains("Signal"))
+        rows.append(Row{{"signal"}, {QString::number(supervised.value("Signal").toInt())}});
+    if (supervised.contains("EndedAt"))
+        rows.append(Row{{"ended"},
+                        {QDateTime::fromMSecsSinceEpoch(supervised.value("EndedAt").toString().toLongLong())
+                             .toString(Qt::ISODateWithMs)}});
+    rows.append(Row{{"restarts"}, {QString::number(supervised.value("Restarts").toInt())}});
+    printTable(rows);
 }
 
 void printForPeople(const ModuleReport& report, const QList<Method>& methods) {
@@ -70,6 +95,12 @@ int runStatus(const Request& request) {
     requireValidName("show", "a module", module);
     Bus bus(request.limit, request.address);
     const QList<ModuleReport> reports = lookAt(bus, {module}, request.limit.forSignsOfLife());
+    const QJsonObject supervised =
+        reports.isEmpty() ? supervisedModules(bus, request.limit.forSignsOfLife()).value(module) : QJsonObject();
+    if (reports.isEmpty() && !supervised.isEmpty()) {
+        printDown(request, module, supervised);
+        return NotRunning;
+    }
     if (reports.isEmpty())
         throw Failure{
             NotRunning,
