@@ -15,7 +15,7 @@ namespace velctl {
 namespace {
 
 // Tells the states through which modules go, until the answer is there. False when the limit came first.
-bool isAnswered(Bus& bus, quint32 call) {
+bool isAnswered(Bus& bus, quint32 call, const QStringList& concerned) {
     constexpr qint64 intervalMs = 1000;
     const TimeLimit& limit = bus.limit();
     QMap<QString, QString> told;
@@ -26,7 +26,9 @@ bool isAnswered(Bus& bus, quint32 call) {
         const QMap<QString, QJsonObject> modules = supervisedModules(bus, limit.forSignsOfLife());
         for (auto module = modules.cbegin(); module != modules.cend(); ++module) {
             const QString state = module->value("State").toString();
-            const bool isSettled = state == "up" || state == "down";
+            const bool isSettled = state == "up" || state == "down" || (concerned.isEmpty() && state == "waiting");
+            if (!concerned.isEmpty() && !concerned.contains(module.key()))
+                continue;
             if (told.value(module.key()) != state && (!isSettled || told.contains(module.key())))
                 printMessage(module.key() + " is " + state);
             if (!isSettled || told.contains(module.key()))
@@ -63,7 +65,7 @@ int askSupervisor(const Request& request, const QString& verb, const QString& me
     if (!request.arguments.isEmpty())
         wire::Appender(call.get()).text('s', request.arguments.join(' '));
     const quint32 number = bus.send(std::move(call));
-    if (!isAnswered(bus, number))
+    if (!isAnswered(bus, number, request.arguments))
         throw Failure{TimeLimitReached,
                       QString("cannot %1 '%2': the supervisor has not answered within %3, and goes on")
                           .arg(verb, object, request.limit.text())};
@@ -72,7 +74,7 @@ int askSupervisor(const Request& request, const QString& verb, const QString& me
         throw Failure{NotRunning,
                       QString("cannot %1 '%2': the supervisor left the bus without an answer").arg(verb, object)};
     if (isError(answer))
-        throw Failure{AnsweredError, QString("cannot %1 '%2': %3").arg(verb, object, firstText(answer))};
+        throw Failure{AnsweredError, firstText(answer)}; // it says itself what it cannot do, and why
     print(request, verb, answer);
     return Ok;
 }

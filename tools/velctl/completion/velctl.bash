@@ -23,7 +23,8 @@ _velctl() {
             if [[ $current == -* ]]; then
                 words='--json --timeout --address --help'
                 case $command in
-                    list | status) words+=' --names' ;;
+                    list) words+=' --all --names' ;;
+                    status) words+=' --names' ;;
                     watch) words+=' --count --from --rate' ;;
                     publish) words+=' --as --context' ;;
                     wait) words+=' --running --gone --from' ;;
@@ -31,9 +32,12 @@ _velctl() {
                 esac
             else
                 case $command:${#arguments[@]} in
-                    :0 | help:0) words='list status watch publish call wait loglevel mtrace reset stop help' ;;
+                    :0 | help:0) words='list status watch publish call wait loglevel mtrace reset stop start restart
+                             save restore help' ;;
                     status:0 | call:0 | stop:0 | mtrace:1)
                         words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
+                    start:0 | restart:0 | save:* | restore:*)
+                        words=$("$velctl" list --all --names --timeout 1 2>/dev/null) ;;
                     call:1) words=$("$velctl" status "${arguments[0]}" --names --timeout 1 2>/dev/null) ;;
                     loglevel:0) words='silent error warning info debug' ;;
                     mtrace:0) words='on off' ;;
