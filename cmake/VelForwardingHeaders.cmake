@@ -14,15 +14,19 @@ set(VEL_PUBLIC_HEADERS
     module/VelUnixSignals.h
     platform/QtStateMachine.h
     platform/VelLogger.h
+    typed/VelCallError.h
     typed/VelFieldTypes.h
     typed/VelSubscription.h
+    typed/VelTypedCalls.h
     typed/VelTypedEvents.h
 )
 set(VEL_SUPPORTING_HEADERS # installed because the public headers include them
     platform/VelExport.h
+    typed/Catalogue.h
     typed/Delivery.h
     typed/Form.h
     typed/Handlers.h
+    typed/Question.h
 )
 set(VEL_FORWARDING_DIR ${PROJECT_BINARY_DIR}/include)
 

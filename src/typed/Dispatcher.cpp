@@ -1,10 +1,9 @@
 // Delivery of an event to its handlers.
 #include "typed/Dispatcher.h"
 
-#include "app/VelExceptionNet.h"
-#include "bus/DBusContextKeeper.h"
 #include "log/GuardedLog.h"
 #include "module/VelModule.h"
+#include "typed/Guard.h"
 #include "typed/Record.h"
 #include "typed/VelTypedEvents.h"
 
@@ -76,10 +75,7 @@ Subscription Dispatcher::add(QObject* context, Handler handler) {
     const auto call = [ended, context, handler = std::move(handler)](const DeliveryPointer& delivery) {
         if (ended->load())
             return;
-        // The handler is in no call of its own: what it throws must not answer one that this event came into.
-        DBusContextKeeper keeper(context);
-        keeper.hide();
-        velGuarded([&] { handler(*delivery); });
+        callGuarded(context, [&] { handler(*delivery); });
     };
     return Subscription(connect(this, &Dispatcher::delivered, context, call), ended);
 }

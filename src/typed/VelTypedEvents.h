@@ -2,6 +2,7 @@
 #pragma once
 
 #include "module/VelModule.h"
+#include "typed/Catalogue.h"
 #include "typed/Form.h"
 #include "typed/Handlers.h"
 #include "typed/VelSubscription.h"
@@ -79,9 +80,11 @@ Subscription onEvent(VelModule& module, Context* context, Callable handler) {
         using Taken = typed::TakenBy<Callable>;
         static_assert(std::is_same_v<Taken, Event> || std::is_same_v<Taken, typed::Nothing>,
                       "vel::onEvent<Event>: the handler takes nothing or the event");
-        if constexpr (typed::IsGadget<Event>::value)
+        if constexpr (typed::HasEventName<Event>::value) {
+            typed::keep(&typed::EventEntry<Event>::heard);
             return typed::subscribe(module, QString::fromLatin1(name), context, &typed::formOf<Event>(),
                                     typed::handlerOf(context, std::move(handler)));
+        }
     }
     return Subscription();
 }
@@ -97,8 +100,10 @@ Subscription onEvent(VelModule& module, Context* context, Callable handler) {
 template <typename Event>
 bool publish(const VelModule& module, const Event& event) {
     constexpr const char* name = typed::eventNameOf<Event>();
-    if constexpr (typed::IsGadget<Event>::value)
+    if constexpr (typed::HasEventName<Event>::value) {
+        typed::keep(&typed::EventEntry<Event>::published);
         return typed::publish(module, name, typed::formOf<Event>(), &event);
+    }
     return false;
 }
 
