@@ -1,47 +1,21 @@
 // A test program with a bus of its own.
 #include "testing/BusTest.h"
 
-#include "app/VelApplication.h"
 #include "bus/BusNames.h"
 #include "events/VelDBusTypes.h"
 #include "testing/BuiltProgram.h"
 
+#include <QCoreApplication>
 #include <QDBusMessage>
-#include <QFile>
-#include <QTest>
-
-#include <memory>
 
 namespace bustest {
 
-namespace {
-
-std::unique_ptr<PrivateBus> privateBus;
-
-} // namespace
-
-int runOnPrivateBus(int argc, char** argv, const std::function<int(int, char**)>& test) {
-    privateBus = std::make_unique<PrivateBus>();
-    if (!privateBus->isRunning()) {
-        qCritical("cannot start '%s'; nothing was tested", qPrintable(PrivateBus::program()));
-        return 1;
-    }
-    int applicationArgc = 1; // the test's own arguments are not the module's
-    VelApplication application(applicationArgc, argv);
-    // Qt holds back what arrives before a connection's first turn of the event loop, and may deliver it after what
-    // came later. The tests rely on order, so that turn is over before they begin.
-    settle(QDBusConnection::sessionBus());
-    const int failures = test(argc, argv);
-    privateBus.reset();
-    return failures;
-}
-
 PrivateBus& bus() {
-    return *privateBus;
+    return *PrivateBus::current();
 }
 
 QDBusConnection connectAs(const QString& name) {
-    return QDBusConnection::connectToBus(privateBus->address(), name);
+    return QDBusConnection::connectToBus(bus().address(), name);
 }
 
 bool publish(const QDBusConnection& connection, const QString& moduleName, const QString& event,

@@ -1,21 +1,18 @@
 // A test program with a bus of its own and a VelApplication, for tests that host one module in their own process.
 #pragma once
 
-#include "testing/ChildProcess.h"
-#include "testing/PrivateBus.h"
+#include "testing/QtTest.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QVariantMap>
 
-#include <functional>
+using vel::testing::ChildProcess;
+using vel::testing::PrivateBus;
 
 namespace bustest {
 
-/// Opens the bus and the application, runs `test`, and returns its result.
-int runOnPrivateBus(int argc, char** argv, const std::function<int(int, char**)>& test);
-
-/// The bus that runOnPrivateBus() opened.
+/// The bus of this program.
 PrivateBus& bus();
 
 /// A connection of its own to the bus, as another process would have: its name is made from `name`.
@@ -43,11 +40,3 @@ void settle(const QDBusConnection& connection);
 QString program(const QString& name);
 
 } // namespace bustest
-
-#define VEL_BUS_TEST_MAIN(TestClass)                                                                                   \
-    int main(int argc, char** argv) {                                                                                  \
-        return bustest::runOnPrivateBus(argc, argv, [](int count, char** arguments) {                                  \
-            TestClass test;                                                                                            \
-            return QTest::qExec(&test, count, arguments);                                                              \
-        });                                                                                                            \
-    }

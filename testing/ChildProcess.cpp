@@ -1,19 +1,17 @@
 // A child process that dies with this one.
 #include "testing/ChildProcess.h"
 
-#include <QElapsedTimer>
+#include "testing/TimeLimit.h"
+
 #include <QFile>
+#include <QFileInfo>
 
 #include <csignal>
 #include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-namespace {
-
-// How long one wait may take before the child counts as hung: far above what a loaded machine needs.
-constexpr int longestWaitMs = 60000;
-
-} // namespace
+namespace vel::testing {
 
 ChildProcess::ChildProcess(QObject* parent) : QProcess(parent), m_parent(getpid()) {
     setProcessChannelMode(QProcess::MergedChannels);
@@ -25,7 +23,7 @@ ChildProcess::~ChildProcess() {
     if (state() == QProcess::NotRunning)
         return;
     kill();
-    waitForFinished(longestWaitMs);
+    waitForFinished(-1); // nobody survives SIGKILL
 }
 
 void ChildProcess::setVariable(const QString& name, const QString& value) {
@@ -37,31 +35,71 @@ void ChildProcess::setVariable(const QString& name, const QString& value) {
     setProcessEnvironment(environment);
 }
 
-bool ChildProcess::run(const QString& program, const QStringList& arguments) {
+Result ChildProcess::run(const QString& program, const QStringList& arguments) {
     m_lines.clear();
     m_unfinished.clear();
     start(program, arguments);
-    return waitForStarted(longestWaitMs);
+    if (waitForStarted(TimeLimit().leftMs()))
+        return Result::success();
+    return Result::failure(QStringLiteral("cannot start '%1': %2").arg(program, errorString()));
 }
 
-bool ChildProcess::waitForLine(const QString& text, int after) {
-    QElapsedTimer timer;
-    timer.start();
+Result ChildProcess::waitForLine(const QString& text, int after) {
+    const TimeLimit limit;
     for (;;) {
         for (; after < m_lines.size(); ++after) {
             if (m_lines.at(after).contains(text))
-                return true;
+                return Result::success();
         }
-        const int left = longestWaitMs - static_cast<int>(timer.elapsed());
-        if (left <= 0 || !waitForReadyRead(left))
-            return false;
+        const int left = limit.leftMs();
+        const bool hasEnded = state() == QProcess::NotRunning;
+        if (left == 0 || hasEnded)
+            return Result::failure(QStringLiteral("'%1' wrote no line with '%2' %3")
+                                       .arg(QFileInfo(program()).fileName(), text,
+                                            hasEnded ? QStringLiteral("before it ended") : limit.text()) +
+                                   lastLines());
+        waitForReadyRead(left);
     }
 }
 
 int ChildProcess::waitForStatus() {
-    if (state() != QProcess::NotRunning && !waitForFinished(longestWaitMs))
-        return -2;
+    const TimeLimit limit;
+    while (state() != QProcess::NotRunning) {
+        const int left = limit.leftMs();
+        if (left == 0)
+            return -2;
+        waitForFinished(left);
+    }
     return exitStatus() == QProcess::NormalExit ? exitCode() : -1;
+}
+
+Result ChildProcess::waitForEnd(int status) {
+    const TimeLimit limit;
+    const QString name = QFileInfo(program()).fileName();
+    if (!waitUntil([this] { return state() == QProcess::NotRunning; }, limit))
+        return Result::failure(QStringLiteral("'%1' did not end %2").arg(name, limit.text()) + lastLines());
+    if (exitStatus() == QProcess::NormalExit && exitCode() == status)
+        return Result::success();
+    const QString how = exitStatus() == QProcess::NormalExit ? QStringLiteral("with status %1").arg(exitCode())
+                                                             : QStringLiteral("by a signal");
+    return Result::failure(QStringLiteral("'%1' ended %2, not with status %3").arg(name, how).arg(status) +
+                           lastLines());
+}
+
+Result ChildProcess::freeze() {
+    const pid_t process = static_cast<pid_t>(processId());
+    siginfo_t info = {};
+    // waitid() tells it when the last thread has stopped, and leaves the child to QProcess.
+    if (process > 0 && ::kill(process, SIGSTOP) == 0 &&
+        waitid(P_PID, static_cast<id_t>(process), &info, WSTOPPED | WEXITED | WNOWAIT) == 0 &&
+        info.si_code == CLD_STOPPED)
+        return Result::success();
+    return Result::failure(QStringLiteral("cannot freeze '%1': it does not run").arg(program()));
+}
+
+void ChildProcess::resume() {
+    if (processId() > 0)
+        ::kill(static_cast<pid_t>(processId()), SIGCONT);
 }
 
 char ChildProcess::processState() const {
@@ -87,3 +125,12 @@ void ChildProcess::readLines() {
         Q_EMIT lineRead(m_lines.last());
     }
 }
+
+QString ChildProcess::lastLines() const {
+    constexpr int most = 10;
+    return m_lines.isEmpty() ? QString()
+                             : QStringLiteral("; its last lines:\n    ") +
+                                   m_lines.mid(m_lines.size() - most).join(QStringLiteral("\n    "));
+}
+
+} // namespace vel::testing

@@ -1,24 +1,20 @@
 // Hears events.
 #include "testing/EventListener.h"
 
-#include <QTest>
+#include "testing/TimeLimit.h"
 
-namespace {
-
-constexpr int longestWaitMs = 60000;
-
-} // namespace
+using vel::testing::waitUntil;
 
 bool EventListener::waitForEvents(int count) {
-    return QTest::qWaitFor([&] { return static_cast<int>(m_events.size()) >= count; }, longestWaitMs);
+    return waitUntil([&] { return static_cast<int>(m_events.size()) >= count; });
 }
 
 bool EventListener::waitForBareCalls(int count) {
-    return QTest::qWaitFor([&] { return m_bareCalls >= count; }, longestWaitMs);
+    return waitUntil([&] { return m_bareCalls >= count; });
 }
 
 bool EventListener::waitForEvent(const std::function<bool(const VelEvent&)>& isExpected) {
-    return QTest::qWaitFor([&] { return !m_events.empty() && isExpected(m_events.back()); }, longestWaitMs);
+    return waitUntil([&] { return !m_events.empty() && isExpected(m_events.back()); });
 }
 
 void EventListener::heard(VelEvent event) {

@@ -1,11 +1,18 @@
 // A dbus-daemon with a configuration of its own, or a dbus-broker with a launcher of its own: everything is allowed,
 // nothing is started on demand.
+//
+// A killed test cannot remove files. So the daemon has none: its socket is an abstract one, and its configuration is in
+// memory, as a file descriptor that it inherits.
 #include "testing/PrivateBus.h"
 
 #include <QFile>
 #include <QFileInfo>
+#include <QUuid>
 
-#include <cstdio>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace vel::testing {
 
 namespace {
 
@@ -16,7 +23,7 @@ const char configuration[] =
 <busconfig>
   <type>session</type>
   <keep_umask/>
-  <listen>unix:path=%1/bus</listen>
+  <listen>unix:abstract=%1</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
@@ -36,40 +43,68 @@ const char configuration[] =
 </busconfig>
 )";
 
+PrivateBus* latest = nullptr;
+
+QStringList daemonOptions(int configurationFile) {
+    return {QStringLiteral("--nofork"), QStringLiteral("--nopidfile"), QStringLiteral("--print-address=1"),
+            QStringLiteral("--config-file=/proc/self/fd/%1").arg(configurationFile)};
+}
+
 } // namespace
+
+PrivateBus* PrivateBus::current() {
+    return latest;
+}
 
 bool PrivateBus::isBroker() {
     return qgetenv("VEL_TEST_BROKER") == "dbus-broker";
 }
 
-QString PrivateBus::program() {
-    // Beside this program; the application object, which would know, does not exist yet.
-    const QFileInfo thisProgram(QFile::symLinkTarget(QStringLiteral("/proc/self/exe")));
-    return isBroker() ? thisProgram.absolutePath() + QStringLiteral("/broker-launcher") : QStringLiteral("dbus-daemon");
-}
-
-PrivateBus::PrivateBus() {
-    QFile file(m_folder.filePath(QStringLiteral("bus.conf")));
-    if (!file.open(QIODevice::WriteOnly) ||
-        file.write(QString::fromLatin1(configuration).arg(m_folder.path()).toUtf8()) < 0)
-        return;
-    file.close();
+PrivateBus::PrivateBus() : m_outer(latest), m_outerAddress(qgetenv("DBUS_SESSION_BUS_ADDRESS")) {
+    latest = this;
+    QFile configurationFile; // closed as soon as the daemon has read it
+    QString program = QStringLiteral("dbus-daemon");
+    QStringList options;
+    if (isBroker()) {
+        // Beside this program; the application object, which would know, does not exist yet.
+        const QFileInfo thisProgram(QFile::symLinkTarget(QStringLiteral("/proc/self/exe")));
+        program = thisProgram.absolutePath() + QStringLiteral("/broker-launcher");
+        m_brokerFolder = std::make_unique<QTemporaryDir>();
+        options << m_brokerFolder->filePath(QStringLiteral("bus"));
+    } else {
+        const QString name = QStringLiteral("vel-test-") + QUuid::createUuid().toString(QUuid::Id128);
+        const int inMemory = memfd_create("bus.conf", 0);
+        if (!configurationFile.open(inMemory, QIODevice::WriteOnly, QFile::AutoCloseHandle) ||
+            configurationFile.write(QString::fromLatin1(configuration).arg(name).toUtf8()) < 0 ||
+            !configurationFile.flush()) {
+            m_isRunning = Result::failure(QStringLiteral("cannot start a bus: ") + configurationFile.errorString());
+            return;
+        }
+        options = daemonOptions(inMemory);
+    }
     // The address is read from standard output only. The daemon's complaints about limits that this user may not
     // raise disturb nobody, so its error output is shown only when it does not start.
     m_daemon.setProcessChannelMode(QProcess::SeparateChannels);
-    const QStringList arguments = isBroker() ? QStringList{m_folder.filePath(QStringLiteral("bus"))}
-                                             : QStringList{QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
-                                                           QStringLiteral("--print-address=1"),
-                                                           QStringLiteral("--config-file=") + file.fileName()};
-    if (!m_daemon.run(program(), arguments) || !m_daemon.waitForLine(QStringLiteral("unix:"))) {
-        std::fputs(m_daemon.readAllStandardError().constData(), stderr);
+    m_isRunning = m_daemon.run(program, options);
+    if (m_isRunning)
+        m_isRunning = m_daemon.waitForLine(QStringLiteral("unix:"));
+    if (!m_isRunning) {
+        m_isRunning = Result::failure(QStringLiteral("cannot start a bus: ") + m_isRunning.message() + '\n' +
+                                      QString::fromUtf8(m_daemon.readAllStandardError()));
         return;
     }
     m_address = m_daemon.lines().first();
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_address.toUtf8());
 }
 
+PrivateBus::~PrivateBus() {
+    latest = m_outer;
+    qputenv("DBUS_SESSION_BUS_ADDRESS", m_outerAddress);
+}
+
 void PrivateBus::stop() {
     m_daemon.kill();
-    m_daemon.waitForFinished();
+    m_daemon.waitForFinished(-1); // nobody survives SIGKILL
 }
+
+} // namespace vel::testing

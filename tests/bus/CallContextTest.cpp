@@ -236,5 +236,5 @@ private:
     QDBusConnection m_caller = bustest::connectAs("caller");
 };
 
-VEL_BUS_TEST_MAIN(CallContextTest)
+VEL_TEST_MAIN(CallContextTest)
 #include "CallContextTest.moc"

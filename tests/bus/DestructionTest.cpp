@@ -43,5 +43,5 @@ private Q_SLOTS:
     }
 };
 
-VEL_BUS_TEST_MAIN(DestructionTest)
+VEL_TEST_MAIN(DestructionTest)
 #include "DestructionTest.moc"

@@ -158,5 +158,5 @@ private:
     std::unique_ptr<EventListener> m_listener;
 };
 
-VEL_BUS_TEST_MAIN(EventMarshallingTest)
+VEL_TEST_MAIN(EventMarshallingTest)
 #include "EventMarshallingTest.moc"

@@ -241,5 +241,5 @@ private:
     std::unique_ptr<EventListener> m_listener;
 };
 
-VEL_BUS_TEST_MAIN(EventsTest)
+VEL_TEST_MAIN(EventsTest)
 #include "EventsTest.moc"

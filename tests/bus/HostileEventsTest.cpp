@@ -187,5 +187,5 @@ private:
     std::unique_ptr<EventListener> m_listener;
 };
 
-VEL_BUS_TEST_MAIN(HostileEventsTest)
+VEL_TEST_MAIN(HostileEventsTest)
 #include "HostileEventsTest.moc"

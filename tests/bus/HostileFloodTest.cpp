@@ -198,5 +198,5 @@ private Q_SLOTS:
     }
 };
 
-VEL_BUS_TEST_MAIN(HostileFloodTest)
+VEL_TEST_MAIN(HostileFloodTest)
 #include "HostileFloodTest.moc"

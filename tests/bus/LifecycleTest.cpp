@@ -241,5 +241,5 @@ private:
     std::unique_ptr<ChildProcess> m_process;
 };
 
-VEL_BUS_TEST_MAIN(LifecycleTest)
+VEL_TEST_MAIN(LifecycleTest)
 #include "LifecycleTest.moc"

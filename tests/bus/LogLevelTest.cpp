@@ -104,5 +104,5 @@ private:
     VelModule m_module{"Display"};
 };
 
-VEL_BUS_TEST_MAIN(LogLevelTest)
+VEL_TEST_MAIN(LogLevelTest)
 #include "LogLevelTest.moc"

@@ -113,5 +113,5 @@ private:
     QString m_trace = m_folder.filePath("trace");
 };
 
-VEL_BUS_TEST_MAIN(MemoryTracingTest)
+VEL_TEST_MAIN(MemoryTracingTest)
 #include "MemoryTracingTest.moc"

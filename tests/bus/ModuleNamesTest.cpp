@@ -142,5 +142,5 @@ private:
     VelModule m_module{"Display"};
 };
 
-VEL_BUS_TEST_MAIN(ModuleNamesTest)
+VEL_TEST_MAIN(ModuleNamesTest)
 #include "ModuleNamesTest.moc"

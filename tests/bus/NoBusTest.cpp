@@ -64,5 +64,5 @@ private:
     QTemporaryDir m_folder;
 };
 
-VEL_BUS_TEST_MAIN(NoBusTest)
+VEL_TEST_MAIN(NoBusTest)
 #include "NoBusTest.moc"

@@ -304,5 +304,5 @@ private:
     Caller m_module;
 };
 
-VEL_BUS_TEST_MAIN(RemoteCallsTest)
+VEL_TEST_MAIN(RemoteCallsTest)
 #include "RemoteCallsTest.moc"

@@ -116,5 +116,5 @@ private:
     std::unique_ptr<EventListener> m_answers;
 };
 
-VEL_BUS_TEST_MAIN(ResetTest)
+VEL_TEST_MAIN(ResetTest)
 #include "ResetTest.moc"

@@ -157,5 +157,5 @@ private:
     int m_peers = 0;
 };
 
-VEL_BUS_TEST_MAIN(ReturnTypeTest)
+VEL_TEST_MAIN(ReturnTypeTest)
 #include "ReturnTypeTest.moc"

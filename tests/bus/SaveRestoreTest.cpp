@@ -278,5 +278,5 @@ private:
     int m_linesBefore = 0;
 };
 
-VEL_BUS_TEST_MAIN(SaveRestoreTest)
+VEL_TEST_MAIN(SaveRestoreTest)
 #include "SaveRestoreTest.moc"

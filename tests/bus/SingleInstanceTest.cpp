@@ -79,5 +79,5 @@ private:
     QDBusConnection m_other = bustest::connectAs("other");
 };
 
-VEL_BUS_TEST_MAIN(SingleInstanceTest)
+VEL_TEST_MAIN(SingleInstanceTest)
 #include "SingleInstanceTest.moc"

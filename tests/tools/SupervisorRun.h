@@ -13,6 +13,9 @@
 
 #include <sys/types.h>
 
+using vel::testing::ChildProcess;
+using vel::testing::PrivateBus;
+
 class SupervisorRun {
 public:
     SupervisorRun();
@@ -44,7 +47,7 @@ public:
     /// The supervisor's process: its lines are its own and its modules'.
     ChildProcess& process() { return m_process; }
 
-    [[nodiscard]] bool waitForLine(const QString& text) { return m_process.waitForLine(text); }
+    vel::testing::Result waitForLine(const QString& text) { return m_process.waitForLine(text); }
     [[nodiscard]] bool waitUntilUp(const QStringList& modules);
 
     /// Whether there is a line with that text, and where the first one stands.

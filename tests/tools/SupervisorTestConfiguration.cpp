@@ -255,7 +255,7 @@ void SupervisorTestConfiguration::commandLineMistakeIsRefused() {
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("[]");
     file.close();
-    ChildProcess process;
+    vel::testing::ChildProcess process;
     QVERIFY(process.run(builtProgram("vel-supervisor"), arguments));
     QCOMPARE(process.waitForStatus(), status);
     QVERIFY2(process.lines().value(0).startsWith(text), qPrintable(process.lines().value(0)));
@@ -266,7 +266,7 @@ void SupervisorTestConfiguration::withoutABusNothingIsStarted() {
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(withGoodModule("\"startLimit\": 60"));
     file.close();
-    ChildProcess process; // ctest gives every test the address of a bus that is not there
+    vel::testing::ChildProcess process; // ctest gives every test the address of a bus that is not there
     QVERIFY(process.run(builtProgram("vel-supervisor"), {file.fileName()}));
     QCOMPARE(process.waitForStatus(), badStatus);
     QVERIFY(process.lines().filter("cannot supervise: there is no session bus; nothing was started").size() == 1);

@@ -173,5 +173,5 @@ void VelctlTestEvents::replayPutsTheSameBytesOnTheBus() {
         QCOMPARE(again.at(index), sent.at(index));
 }
 
-VEL_BUS_TEST_MAIN(VelctlTestEvents)
+VEL_TEST_MAIN(VelctlTestEvents)
 #include "VelctlTestEvents.moc"
