@@ -15,17 +15,17 @@ QString quoted(const QString& text) {
     return '"' + inside + '"';
 }
 
-QString textOf(const QVariantMap& map) {
+QString entriesOf(const QVariantMap& map) {
     QStringList parts;
     for (auto entry = map.begin(); entry != map.end(); ++entry)
-        parts << entry.key() + ": " + testing::textOf(entry.value());
+        parts << entry.key() + ": " + textOf(entry.value());
     return parts.join(", ");
 }
 
-QString textOf(const QVariantList& list) {
+QString elementsOf(const QVariantList& list) {
     QStringList parts;
     for (const QVariant& value : list)
-        parts << testing::textOf(value);
+        parts << textOf(value);
     return parts.join(", ");
 }
 
@@ -63,10 +63,10 @@ QString textOf(const QVariant& value) {
     case QMetaType::QByteArray:
         return "bytes " + QString::fromLatin1(value.toByteArray().toHex(' '));
     case QMetaType::QVariantMap:
-        return '{' + textOf(value.toMap()) + '}';
+        return '{' + entriesOf(value.toMap()) + '}';
     case QMetaType::QStringList:
     case QMetaType::QVariantList:
-        return '[' + textOf(value.toList()) + ']';
+        return '[' + elementsOf(value.toList()) + ']';
     default:
         return QString("%1 %2").arg(value.isValid() ? value.typeName() : "no value", value.toString()).trimmed();
     }
@@ -74,9 +74,8 @@ QString textOf(const QVariant& value) {
 
 QString Passed::text() const {
     if (kind == Call)
-        return QString("call %1.%2(%3)").arg(module, name.isEmpty() ? "..." : name, testing::textOf(values));
-    const QString what = QString("event %1(%2)").arg(name.isEmpty() ? "..." : name, testing::textOf(arguments));
-    return module.isEmpty() ? what : what + " from " + module;
+        return QString("call %1.%2(%3)").arg(module, name, elementsOf(values));
+    return QString("event %1(%2) from %3").arg(name, entriesOf(arguments), module);
 }
 
 Expectation Expectation::from(const QString& module) const {
@@ -121,7 +120,13 @@ bool Expectation::isMetBy(const Passed& passed) const {
 }
 
 QString Expectation::text() const {
-    return m_wanted.text();
+    const bool isCall = m_wanted.kind == Passed::Call;
+    const QString inside = isCall ? elementsOf(m_wanted.values) : entriesOf(m_wanted.arguments);
+    const QString values = m_isExact ? '(' + inside + ')' : inside.isEmpty() ? QString() : '(' + inside + ", ...)";
+    const QString name = (m_wanted.name.isEmpty() ? "..." : m_wanted.name) + values;
+    if (isCall)
+        return QString("call %1.%2").arg(m_wanted.module, name);
+    return "event " + name + (m_wanted.module.isEmpty() ? QString() : " from " + m_wanted.module);
 }
 
 Expectation published(const QString& name) {

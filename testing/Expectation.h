@@ -43,7 +43,7 @@ public:
 
     bool isMetBy(const Passed& passed) const;
 
-    /// As Passed::text(), of what it names.
+    /// For a person: what may be anything is left out, or "...".
     QString text() const;
 
 private:

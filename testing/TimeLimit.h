@@ -32,7 +32,8 @@ private:
     QElapsedTimer m_timer;
 };
 
-/// Runs the event loop until `isTrue` answers true, or the limit passes: then false.
+/// Runs the event loop until `isTrue` answers true, or the limit passes: then false. It is asked again when the event loop
+/// has done something, so what makes it true must come through the event loop.
 ///
 /// Thread:   the one of the QCoreApplication, which must exist.
 [[nodiscard]] bool waitUntil(const std::function<bool()>& isTrue, const TimeLimit& limit = TimeLimit());
