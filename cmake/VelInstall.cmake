@@ -1,7 +1,7 @@
 # Installs what the developer of a module needs: headers, the CMake package, the pkg-config file, the documents. The
 # libraries and programs are installed by the folders that build them.
 #
-# Components: runtime (libvel), logging and statemachine (the stand-ins), development, tools, doc.
+# Components: runtime (libvel), logging and statemachine (the stand-ins), development, testing, tools, doc.
 
 set(vel_headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/vel)
 install(FILES ${VEL_FORWARDING_HEADERS} DESTINATION ${vel_headers_dir} COMPONENT development)
@@ -24,6 +24,8 @@ install(FILES
     ${PROJECT_BINARY_DIR}/installed/VelConfigVersion.cmake
     DESTINATION ${vel_package_dir} COMPONENT development)
 install(EXPORT VelTargets NAMESPACE Vel:: DESTINATION ${vel_package_dir} COMPONENT development)
+install(FILES cmake/VelTesting.cmake DESTINATION ${vel_package_dir} COMPONENT testing)
+install(EXPORT VelTestingTargets NAMESPACE Vel:: DESTINATION ${vel_package_dir} COMPONENT testing)
 
 set(vel_pkgconfig_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH vel_prefix_from_pc ${vel_pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})

@@ -17,7 +17,7 @@ public:
     static Result success() { return Result(QString(), true); }
     static Result failure(const QString& message) { return Result(message, false); }
 
-    explicit operator bool() const { return m_isSuccess; }
+    operator bool() const { return m_isSuccess; } // not explicit: a test takes it where it took a bool
 
     /// Lines for a person; empty for a success.
     const QString& message() const { return m_message; }
