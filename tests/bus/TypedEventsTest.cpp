@@ -315,5 +315,5 @@ private:
     std::unique_ptr<QObject> m_context;
 };
 
-VEL_BUS_TEST_MAIN(TypedEventsTest)
+VEL_TEST_MAIN(TypedEventsTest)
 #include "TypedEventsTest.moc"
