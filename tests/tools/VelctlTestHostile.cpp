@@ -308,5 +308,5 @@ private Q_SLOTS:
     }
 };
 
-VEL_BUS_TEST_MAIN(VelctlTestHostile)
+VEL_TEST_MAIN(VelctlTestHostile)
 #include "VelctlTestHostile.moc"
