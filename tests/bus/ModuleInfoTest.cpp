@@ -93,5 +93,5 @@ private:
     QDBusConnection m_other = bustest::connectAs("other");
 };
 
-VEL_BUS_TEST_MAIN(ModuleInfoTest)
+VEL_TEST_MAIN(ModuleInfoTest)
 #include "ModuleInfoTest.moc"
