@@ -199,8 +199,12 @@ void ApplicationManager::goOn() {
 void ApplicationManager::suspendIfNotNeeded() {
     if (!m_isToSuspend || m_saveRestore.isNeeded())
         return;
-    m_isToSuspend = false;
-    ::kill(getpid(), SIGSTOP);
+    // What was sent is only queued; the bus has it when it has answered a question that was sent after it.
+    askBus("NameHasOwner", getDbusServiceName(), this, [this](const QVariant&) {
+        if (m_saveRestore.isNeeded() || !std::exchange(m_isToSuspend, false))
+            return;
+        ::kill(getpid(), SIGSTOP);
+    });
 }
 
 LateAnswer ApplicationManager::answerLater() {
