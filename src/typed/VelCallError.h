@@ -13,6 +13,7 @@ namespace vel {
 /// What vel::call() throws, and what the second continuation of vel::ask() is given.
 class VEL_EXPORT CallError : public std::exception {
 public:
+    /// An error called `name` of a call to `method` of `module`; `text` says what went wrong.
     CallError(const QString& module, const QString& method, const QString& name, const QString& text);
     ~CallError() override;
 

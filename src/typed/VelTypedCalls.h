@@ -66,6 +66,7 @@ R call(VelModule& module, const QString& moduleName, const QString& methodName, 
 template <typename Signature>
 class Method;
 
+/// The method of a signature: R is its answer, Parameters are its arguments.
 template <typename R, typename... Parameters>
 class Method<R(Parameters...)> {
 public:
@@ -73,8 +74,8 @@ public:
     Method(const char* moduleName, const char* methodName)
         : m_module(moduleName), m_method(methodName), m_entry("calls", &describe, this) {}
 
-    QString module() const { return QString::fromUtf8(m_module); }
-    QString method() const { return QString::fromUtf8(m_method); }
+    QString module() const { return QString::fromUtf8(m_module); } ///< The name of the called module.
+    QString method() const { return QString::fromUtf8(m_method); } ///< The name of the method.
 
     /// Whether it can be called with arguments of those types.
     template <typename... Arguments>
@@ -114,6 +115,7 @@ R call(VelModule& module, TimeLimit limit, const Method<R(Parameters...)>& metho
             std::forward<Arguments>(arguments)...);
 }
 
+/// The same with the bus library's own limit, 25 s.
 template <typename R, typename... Parameters, typename... Arguments>
 R call(VelModule& module, const Method<R(Parameters...)>& method, Arguments&&... arguments) {
     return call(module, TimeLimit(), method, std::forward<Arguments>(arguments)...);
@@ -123,6 +125,7 @@ R call(VelModule& module, const Method<R(Parameters...)>& method, Arguments&&...
 template <typename R>
 class Pending {
 public:
+    /// Sends the question; ask() makes it.
     Pending(VelModule& module, typed::Question question)
         : m_question(std::move(question)), m_pending(typed::send(module, m_question)) {}
 
@@ -198,6 +201,7 @@ Pending<R> ask(VelModule& module, TimeLimit limit, const Method<R(Parameters...)
             std::forward<Arguments>(arguments)...);
 }
 
+/// The same with the bus library's own limit, 25 s.
 template <typename R, typename... Parameters, typename... Arguments>
 Pending<R> ask(VelModule& module, const Method<R(Parameters...)>& method, Arguments&&... arguments) {
     return ask(module, TimeLimit(), method, std::forward<Arguments>(arguments)...);
