@@ -9,7 +9,7 @@
 /// The application object of a module; the main function creates it before its VelModule and runs exec() on it.
 ///
 /// Whatever a slot, a timer, a queued call or a delivery from the bus throws and does not catch itself is caught in
-/// notify(), logged as one error line and dropped; the event loop goes on with the next event.
+/// notify(), logged and dropped; a second error line names the receiver. The event loop goes on with the next event.
 class VEL_EXPORT VelApplication : public QCoreApplication {
     Q_OBJECT
 public:

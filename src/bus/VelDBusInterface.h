@@ -41,21 +41,26 @@ public:
 
     /// Calls a method and waits for the answer, at most the bus library's default reply limit (25 s) or setTimeout().
     ///
+    /// Of "name.signature" the part before the dot is called, as in QDBusAbstractInterface.
+    ///
     /// Result:   the reply, always a method return.
-    /// Errors:   throws a QString: the error reply's text, or why the call could not be sent.
+    /// Errors:   throws a QString: the error reply's text, or why the call could not be sent; that is told in an error
+    ///           line, too. A VelException of a slot in this very process becomes its text.
     QDBusMessage call(const QString& method, const QList<QVariant>& args);
 
     /// Calls a method without waiting.
     ///
-    /// Errors:   throws a QString when it is known at once that the call cannot be made; what fails later is seen in
-    ///           the pending call.
+    /// Errors:   throws a QString when it is known at once that the call cannot be made, or when this very process has
+    ///           answered it with an error; what fails later is seen in the pending call.
     QDBusPendingCall asyncCall(const QString& method, const QList<QVariant>& args);
 
     /// Calls a method; the reply goes to the slot `returnMethod` of `receiver`, an error to its slot `errorMethod`,
     /// as QDBusAbstractInterface::callWithCallback() says.
     ///
-    /// Result:   true when the call was queued for sending.
-    /// Errors:   throws nothing.
+    /// Result:   true when the call was queued for sending, or when an argument has no D-Bus form: the slot
+    ///           `errorMethod` is called then. False when it cannot be a call at all (a method's name that is none, more
+    ///           than 63 levels, an array above 64 MiB, a message above 128 MiB); one error line says why.
+    /// Errors:   throws nothing; only what a slot of this very process throws comes out, as Qt calls it at once.
     bool callWithCallback(const QString& method, const QList<QVariant>& args, QObject* receiver,
                           const char* returnMethod, const char* errorMethod);
 

@@ -1,7 +1,6 @@
 // An event on its way into a message, written from where its parts lie.
 //
-// The message could hold a VelEvent. But that is a QObject, dear to make, and it has a map of type names, of which only the
-// texts are needed: whoever publishes under a name would pay for both with every event.
+// A VelEvent is a QObject with a map of type names; building both for every published event is wasted work.
 #pragma once
 
 #include "events/VelEvent.h"

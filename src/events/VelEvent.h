@@ -17,7 +17,7 @@
 /// To travel, an event's name must be a valid D-Bus member name (1 to 255 of A-Z a-z 0-9 _, not beginning with a
 /// digit) and every argument must have a D-Bus form: the basic types, QString, QStringList, QByteArray, QVariantList,
 /// QVariantMap, and what was registered with qDBusRegisterMetaType(); nested at most 63 levels deep (a map is three,
-/// a list two), about 64 MiB in all. Basic types and string lists come back as they were; lists, maps and structures
+/// a list two), at most 64 MiB of arguments. Basic types and string lists come back as they were; lists, maps and structures
 /// come back as a QDBusArgument that the receiver reads with qdbus_cast().
 ///
 /// Thread:   one at a time; copies may go to other threads.

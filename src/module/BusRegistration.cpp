@@ -43,6 +43,9 @@ void VelModule::initDBus(const QString& name) {
     m_dbusServiceName = vel::bus::serviceName(name);
     m_dbusObjectName = vel::bus::objectPath(name);
     letLargeMessagesIn(m_connection);
+    const bool isConnected = m_connection.isConnected();
+    if (!isConnected)
+        vel::logNoBus(name, m_connection); // now: what Qt is asked for later replaces the reason
 
     // Before this process registers anything: whoever answers now is another one. Two that start at the same moment
     // can both pass; the bus gives the name to one of them, and the other goes on without it.
@@ -64,9 +67,7 @@ void VelModule::initDBus(const QString& name) {
         vel::bus::isValidServiceName(m_dbusServiceName) && m_connection.registerService(m_dbusServiceName);
     if (!vel::bus::isReachable(name))
         vel::logUnreachableName(name);
-    else if (!m_connection.isConnected())
-        vel::logNoBus(name, m_connection);
-    else if (!nameIsTaken)
+    else if (isConnected && !nameIsTaken)
         vel::logNameNotTaken(name, m_connection);
     registerCoreDBusTypes();
 

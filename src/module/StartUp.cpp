@@ -24,9 +24,8 @@ void makeListOfTimerNumbers() {
         owner.killTimer(owner.startTimer(0));
 }
 
-// What is made first is destroyed last when the process ends, and until Qt's D-Bus thread is destroyed it goes on: it reads
-// what the bus sends, which needs the register of types, and gives up the calls that are open, each of which has a timer.
-// So these two come first. A list that was given back is written into by that thread otherwise.
+// Static objects die in reverse order, and Qt's D-Bus thread outlives most of them. It still needs the type registry and
+// the list of timer ids, so both are created before the connection.
 QDBusConnection sessionBusAfterWhatItNeeds() {
     registerCoreDBusTypes();
     makeListOfTimerNumbers();

@@ -10,10 +10,8 @@ namespace {
 
 const QString supervisor = QStringLiteral("ApplicationManager");
 
-// Keeps the connection until all of the module is gone. Qt's D-Bus thread waits for nobody when a connection loses its
-// last reference: it disconnects the receivers one by one, and finishes the calls that are open. A receiver, or a call's
-// watcher, that is being destroyed at that moment is used after its end. From a connection that lives, each takes its leave
-// in QObject's destructor, which waits for that thread.
+// Keeps the connection until all of the module is gone. When a connection loses its last reference, Qt tears it down
+// without waiting for receivers that are being destroyed. While it lives, ~QObject disconnects each of them safely.
 class ConnectionHolder final : public QObject {
 public:
     ConnectionHolder(const QDBusConnection& connection, QObject* parent) : QObject(parent), m_connection(connection) {}

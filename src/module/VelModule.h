@@ -45,6 +45,8 @@ extern VEL_EXPORT bool moduleIsDead;
 ///
 /// Thread:   everything here runs on the thread that made the object, which is the one of the event loop, unless its
 ///           own line "Thread" says otherwise.
+/// Errors:   a hook that fails, by false or by an exception, is told in one error line, with what follows; only check()
+///           answers false as an answer like any other.
 class VEL_EXPORT VelModule : public QObject, protected QDBusContext {
     Q_OBJECT
 public:
@@ -52,12 +54,13 @@ public:
     ///
     /// `name` is the module's name unless the command line says `--moduleName=NAME`; an empty one becomes "Default".
     /// Only letters, digits and underscores, not beginning with a digit, make a name that other modules can reach;
-    /// under any other the module runs its lifecycle but cannot be called. Without a bus it does the same.
+    /// under any other the module runs its lifecycle but cannot be called. Without a bus it does the same, and when
+    /// another process takes the name at the same moment. One error line says each of these.
     ///
     /// Precondition: the VelApplication exists.
     /// Ends the process: with status 1 after "-h", "--help" or "help" on the command line (two lines on standard
     ///                   output, nothing reaches the bus); with status 7 when another process already answers for
-    ///                   this name (a warning is logged).
+    ///                   this name (a warning and an error line are logged).
     explicit VelModule(const QString& name);
 
     /// Marks the module dead, drops the proxies, leaves the bus and takes the state machine apart.
@@ -227,8 +230,9 @@ public Q_SLOTS:
     ///
     /// Thread:   any.
     /// Result:   true when the event was queued for sending; false, and nothing reaches the bus, when its name is no
-    ///           valid member name, an argument has no D-Bus form, this module's name is not reachable, or there is
-    ///           no bus.
+    ///           valid member name, an argument has no D-Bus form, it is too large for the bus (an array above 64 MiB,
+    ///           a message above 128 MiB), this module's name is not reachable, or there is no bus. One error line
+    ///           says which, with the path to the argument; that there is no bus is said once.
     bool notifyEvent(const VelEvent& evt) const;
 
     /// The same for an event of that name, with an empty context.
@@ -241,7 +245,7 @@ public Q_SLOTS:
     /// at the same moment may still be missed.
     ///
     /// Result:   false when receiver or slot is null or unknown, the name is no valid member name, or there is no
-    ///           bus.
+    ///           bus; one error line says which.
     bool subscribeEvent(const VelEvent& evt, QObject* receiver, const char* slotSignature) const;
 
     /// The same for the events called `evtName`.
@@ -259,7 +263,7 @@ public Q_SLOTS:
 
     /// Removes the subscription that subscribeEvent() made with the same three values.
     ///
-    /// Result:   true when there was one.
+    /// Result:   true when there was one; false, in all three overloads, is told in one error line.
     bool unsubscribeEvent(const QString& evtName, QObject* receiver, const char* slotSignature) const;
 
     /// Calls a method of another module and waits for its answer, at most 25 s (the bus library's default limit). The
@@ -282,7 +286,8 @@ public Q_SLOTS:
     /// Calls a method of another module; its reply goes to the slot `callback` of `receiver` (which takes the reply's
     /// values), an error to its slot `errCallback` (which takes a QDBusError).
     ///
-    /// Result:   true when the call was queued for sending.
+    /// Result:   true when the call was queued for sending, or when an argument has no D-Bus form: `errCallback` is told
+    ///           then. False when it cannot be a call at all (its name, its size); one error line says why.
     /// Errors:   throws a QString when the module is not there.
     bool remoteCallWithCallback(const QString& moduleName, const QString& methodName, QObject* receiver,
                                 const char* callback, const char* errCallback,
