@@ -107,6 +107,18 @@ resets.
 This package contains what is needed to write such processes: headers,
 packages for CMake and pkg-config, and documents.")
 
+vel_package(libvel-testing-dev
+    COMPONENTS testing
+    SECTION libdevel
+    DEPENDS "libvel-dev (= ${CPACK_DEBIAN_PACKAGE_VERSION}), libdbus-1-dev, dbus-daemon"
+    SYNOPSIS "library for tests of Vel modules"
+    DESCRIPTION "Vel gives each process of a system a name on the D-Bus session bus, one
+lifecycle, named events, calls to other processes, and a part in saves and
+resets.
+.
+This package contains what a test of such a process stands on: a bus of its
+own, fake modules, and a record of what passes on the bus.")
+
 vel_package(vel-tools
     COMPONENTS tools
     SECTION utils
