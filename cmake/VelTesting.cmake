@@ -16,7 +16,8 @@ endfunction()
 #         SOURCES FILE...        the program, which has a main()
 #         [MODULE TARGET]        the module under test: its program is VEL_MODULE_PROGRAM in the sources, a text
 #         [LINK LIBRARY...]      a framework and what else it needs: Qt5::Test, GTest::gtest
-#         [TIMEOUT SECONDS])     60 unless said, times VEL_TEST_SLOWNESS
+#         [TIMEOUT SECONDS])     300 unless said, times VEL_TEST_SLOWNESS: above the waits for what never comes, which
+#                                tell more
 #
 # The test meets no session bus but the one that it makes.
 function(vel_add_module_test name)
@@ -25,7 +26,7 @@ function(vel_add_module_test name)
         message(FATAL_ERROR "vel_add_module_test(${name}): SOURCES is missing, or '${arg_UNPARSED_ARGUMENTS}' is unknown")
     endif()
     if(NOT arg_TIMEOUT)
-        set(arg_TIMEOUT 60)
+        set(arg_TIMEOUT 300)
     endif()
     add_executable(${name} ${arg_SOURCES})
     set_target_properties(${name} PROPERTIES AUTOMOC ON)

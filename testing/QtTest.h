@@ -10,7 +10,8 @@
 #define VEL_VERIFY(result)                                                                                             \
     do {                                                                                                               \
         const ::vel::testing::Result velResult = (result);                                                             \
-        if (!QTest::qVerify(static_cast<bool>(velResult), #result, velResult.text().constData(), __FILE__, __LINE__))  \
+        const QByteArray velText = '\n' + velResult.text();                                                            \
+        if (!QTest::qVerify(velResult, #result, velText.constData(), __FILE__, __LINE__))                              \
             return;                                                                                                    \
     } while (false)
 
