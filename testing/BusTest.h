@@ -40,5 +40,3 @@ void settle(const QDBusConnection& connection);
 QString program(const QString& name);
 
 } // namespace bustest
-
-#define VEL_BUS_TEST_MAIN VEL_TEST_MAIN

@@ -253,5 +253,5 @@ private:
     QThread m_thread;
 };
 
-VEL_BUS_TEST_MAIN(TypedCallsTest)
+VEL_TEST_MAIN(TypedCallsTest)
 #include "TypedCallsTest.moc"
