@@ -7,12 +7,11 @@
 
 #include "bus/BusNames.h"
 #include "bus/DBusContextKeeper.h"
+#include "bus/OwnObject.h"
 #include "errors/VelException.h"
 #include "events/Marshallable.h"
 #include "log/GuardedLog.h"
 #include "log/SafeText.h"
-
-#include <QThread>
 
 #include <memory>
 #include <optional>
@@ -68,16 +67,11 @@ QVariantList argumentsForQt(const VelDBusInterface& proxy, const QString& method
     return refusal->instead;
 }
 
-QObject* calledObject(const VelDBusInterface& proxy) {
-    QObject* const object = proxy.connection().objectRegisteredAt(proxy.path());
-    return object && object->thread() == QThread::currentThread() ? object : nullptr;
-}
-
 // Calls to a service of this very process run synchronously, so the slot's exception surfaces here. What the slot meant
 // as an error reply becomes the thrown text that a reply from elsewhere would be.
 template <typename Call>
 auto callAsIfRemote(const VelDBusInterface& proxy, Call&& call) {
-    const vel::DBusContextKeeper keeper(calledObject(proxy));
+    const vel::DBusContextKeeper keeper(bus::ownObjectAt(proxy.path()));
     try {
         return call();
     } catch (VelException* thrown) {

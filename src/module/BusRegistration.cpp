@@ -2,6 +2,7 @@
 #include "module/VelModule.h"
 
 #include "bus/BusNames.h"
+#include "bus/OwnObject.h"
 #include "errors/VelExitCodes.h"
 #include "events/VelDBusTypes.h"
 #include "log/GuardedLog.h"
@@ -42,6 +43,7 @@ void VelModule::initDBus(const QString& name) {
     vel::logInfo([&] { return QStringLiteral("The module's DBus name is ") + name; });
     m_dbusServiceName = vel::bus::serviceName(name);
     m_dbusObjectName = vel::bus::objectPath(name);
+    vel::bus::setOwnObject(this, m_dbusObjectName);
     letLargeMessagesIn(m_connection);
     const bool isConnected = m_connection.isConnected();
     if (!isConnected)

@@ -1,6 +1,7 @@
 // How a module ends: the requests that lead to STOP, and the destructor.
 #include "module/VelModule.h"
 
+#include "bus/OwnObject.h"
 #include "bus/VelDBusInterface.h"
 #include "log/GuardedLog.h"
 
@@ -59,6 +60,7 @@ void VelModule::slot_exit_module() {
 
 VelModule::~VelModule() {
     moduleIsDead = true;
+    vel::bus::setOwnObject(nullptr, QString());
     qDeleteAll(m_dbusInterfaces);
     m_dbusInterfaces.clear();
     QDBusConnection::disconnectFromBus(m_connection.name());
