@@ -28,6 +28,7 @@ const OptionRow options[] = {
     {"version", "", "show the version"},
     {"names", "", "write only the names: of the modules, or of the module's methods"},
     {"all", "", "the modules too that are down, from the supervisor"},
+    {"info", "", "what the module tells of itself too"},
     {"count", "N", "end after N events"},
     {"facility", "F", "change only the loggers of this facility"},
     {"as", "MODULE", "publish in the name of this module instead of velctl"},
@@ -71,7 +72,7 @@ QString generalHelp() {
     QString text = "Usage: velctl COMMAND [ARGUMENT...] [OPTION...]\n\n"
                    "Shows and works on the modules of a running system, over the session bus.\n\nCommands:\n";
     for (const Command& command : commands())
-        text += "  " + QString(command.name).leftJustified(10) + command.summary + '\n';
+        text += "  " + QString(command.name).leftJustified(13) + command.summary + '\n';
     text += "\nEvery command takes --json, --timeout SECONDS (5 unless given), --address ADDRESS of the bus, and\n"
             "--help, after the command or before it. 'velctl --version' shows the version.\n\n"
             "Statuses: 0 done, 1 failed, 2 usage, 3 module not running, 4 unknown method or event,\n"
@@ -166,6 +167,7 @@ Request requestOf(const QCommandLineParser& parser, const Command& command) {
     request.arguments = withNumbersShown(parser.positionalArguments());
     request.json = parser.isSet("json");
     request.namesOnly = parser.optionNames().contains("names");
+    request.info = parser.optionNames().contains("info");
     request.all = parser.optionNames().contains("all");
     request.facility = valueOf("facility");
     request.context = valueOf("context");

@@ -28,10 +28,11 @@ const std::vector<Command>& commands() {
          {"names", "all"}, 0, 0, usual, runList},
         {"status", "MODULE", "one module, with its bus names and methods",
          "Shows what list shows, the bus names, the exported methods with their types, and what the process\n"
-         "waits for when it does not answer; of a module that is down, what the supervisor knows. Ends with 3\n"
-         "when the module is stopped or down, and with 124 when it does not answer.",
+         "waits for when it does not answer; with --info, the step of its lifecycle, its log level, the events\n"
+         "that it has subscribed and its last error; of a module that is down, what the supervisor knows.\n"
+         "Ends with 3 when the module is stopped or down, and with 124 when it does not answer.",
          "velctl status Tuner",
-         {"names"}, 1, 1, usual, runStatus},
+         {"names", "info"}, 1, 1, usual, runStatus},
         {"watch", "[EVENT...]", "events as they are published",
          "Shows each event of those names, or every event: time, publishing module, name, context, arguments\n"
          "with their types. In a name, * and ? stand for any characters and for one. --from takes the events\n"
@@ -58,6 +59,10 @@ const std::vector<Command>& commands() {
          "that --from names; until the module is on the bus and answers; or until it has left the bus.",
          "velctl wait --running Tuner --timeout 30",
          {"running", "gone", "from"}, 0, anyNumber, usual, runWait},
+        {"subscribers", "EVENT", "the modules that have subscribed an event",
+         "Asks every module. Ends with 4 when none has subscribed the event, and tells who did not answer.",
+         "velctl subscribers station_changed",
+         {}, 1, 1, usual, runSubscribers},
         {"loglevel", "LEVEL", "change the log level",
          "Publishes log_level_changed and shows to which modules it was sent. LEVEL is 0 to 7, or silent,\n"
          "error, warning, info, debug. Without a facility the level is for all loggers; with one, for those\n"

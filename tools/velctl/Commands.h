@@ -15,6 +15,7 @@ struct Request {
     QStringList arguments;
     bool json = false;
     bool namesOnly = false;
+    bool info = false;
     bool all = false; ///< those of the supervisor too
     int count = 0;    ///< 0 is without end
     QString facility;
@@ -57,6 +58,7 @@ int runLogLevel(const Request& request);
 int runMemoryTracing(const Request& request);
 int runReset(const Request& request);
 int runStop(const Request& request);
+int runSubscribers(const Request& request);
 int runStart(const Request& request);
 int runRestart(const Request& request);
 int runSave(const Request& request);

@@ -17,10 +17,18 @@ Row titles(const QStringList& names) {
     return row;
 }
 
+// A module whose run() failed goes on, and ends with a status of its own.
+Cell stateOf(const ModuleReport& report) {
+    constexpr int runError = 4;
+    if (report.info.value("PendingStatus").toInt() == runError)
+        return {"run() failed", Colour::Yellow};
+    return {report.stateText(), report.stateColour()};
+}
+
 Row rowOf(const ModuleReport& report) {
     return {{report.module},
             {QString::number(report.process.pid), Colour::None, true},
-            {report.stateText(), report.stateColour()},
+            stateOf(report),
             {memoryText(report.process.memory), Colour::None, true},
             {durationText(report.process.uptime), Colour::None, true}};
 }
@@ -73,7 +81,7 @@ int runList(const Request& request) {
             printLine(name);
         return Ok;
     }
-    const QList<ModuleReport> reports = lookAt(bus, modules, request.limit.forSignsOfLife());
+    const QList<ModuleReport> reports = lookAt(bus, modules, request.limit.forSignsOfLife(), Question::Info);
     if (reports.isEmpty() && supervised.isEmpty()) {
         if (!request.json)
             printMessage("there is no module on the bus");
@@ -85,8 +93,11 @@ int runList(const Request& request) {
     }
     QVector<Row> table = {titles({"MODULE", "PROCESS", "STATE", "MEMORY", "UPTIME", "PROGRAM"})};
     for (const ModuleReport& report : reports) {
-        if (request.json)
-            printLine(report.toJson());
+        if (request.json) {
+            QJsonObject json = report.toJson();
+            json.remove("info"); // that is for --all
+            printLine(json);
+        }
         table += rowOf(report) + Row{{report.process.program, Colour::Grey}};
     }
     if (!request.json)

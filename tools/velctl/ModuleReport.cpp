@@ -7,6 +7,9 @@
 #include "ModuleNames.h"
 
 #include "process/WaitingFor.h"
+#include "wire/Json.h"
+
+#include <QJsonArray>
 
 #include <algorithm>
 
@@ -22,7 +25,30 @@ ModuleState stateOf(const ProcessInfo& process, bool answers) {
     return answers ? ModuleState::Running : ModuleState::Unresponsive;
 }
 
+wire::Message questionFor(const ModuleReport& report, Question question) {
+    if (question == Question::Methods)
+        return signOfLifeFrom(report);
+    wire::Message call = callTo(report.uniqueName, "/vel/info", DBUS_INTERFACE_PROPERTIES, "GetAll");
+    wire::Appender(call.get()).text('s', vel::bus::infoInterface());
+    return call;
+}
+
+QJsonObject infoIn(DBusMessage* answer) {
+    DBusMessageIter value;
+    if (!answer || isError(answer) || !dbus_message_has_signature(answer, "a{sv}") ||
+        !dbus_message_iter_init(answer, &value))
+        return {};
+    return propertiesIn(wire::jsonOf(value).toArray());
+}
+
 } // namespace
+
+QJsonObject propertiesIn(const QJsonArray& dictionary) {
+    QJsonObject properties;
+    for (const QJsonValue& entry : dictionary)
+        properties.insert(entry.toArray().at(0).toString(), entry.toArray().at(1).toObject().value("value"));
+    return properties;
+}
 
 QString ModuleReport::stateText() const {
     switch (state) {
@@ -56,14 +82,17 @@ Colour ModuleReport::stateColour() const {
 }
 
 QJsonObject ModuleReport::toJson() const {
-    return {{"module", module},
-            {"pid", process.pid},
-            {"program", process.program},
-            {"state", stateText()},
-            {"memory", process.memory},
-            {"uptime", process.uptime},
-            {"service", serviceOf(module)},
-            {"uniqueName", uniqueName}};
+    QJsonObject json{{"module", module},
+                     {"pid", process.pid},
+                     {"program", process.program},
+                     {"state", stateText()},
+                     {"memory", process.memory},
+                     {"uptime", process.uptime},
+                     {"service", serviceOf(module)},
+                     {"uniqueName", uniqueName}};
+    if (!info.isEmpty())
+        json.insert("info", info);
+    return json;
 }
 
 wire::Message signOfLifeFrom(const ModuleReport& report) {
@@ -76,7 +105,11 @@ bool isSignOfLife(DBusMessage* answer) {
     return answer && !isFromBusDaemon(answer);
 }
 
-QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, const QDeadlineTimer& end) {
+QJsonObject infoOf(Bus& bus, const ModuleReport& report, const QDeadlineTimer& end) {
+    return infoIn(bus.call(questionFor(report, Question::Info), end).get());
+}
+
+QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, const QDeadlineTimer& end, Question question) {
     QList<ModuleReport> reports;
     QVector<quint32> calls;
     for (const QString& module : modules) {
@@ -88,7 +121,7 @@ QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, const QDeadline
         report.process = processInfo(bus.processOf(report.uniqueName));
         report.state = stateOf(report.process, true);
         reports += report;
-        calls += report.state == ModuleState::Running ? bus.send(signOfLifeFrom(report)) : 0;
+        calls += report.state == ModuleState::Running ? bus.send(questionFor(report, question)) : 0;
     }
     const auto areAllThere = [&] {
         return std::all_of(calls.begin(), calls.end(),
@@ -103,6 +136,7 @@ QList<ModuleReport> lookAt(Bus& bus, const QStringList& modules, const QDeadline
         if (!isSignOfLife(answer))
             report.process = processInfo(report.process.pid); // it may have been stopped meanwhile
         report.state = stateOf(report.process, isSignOfLife(answer));
+        report.info = infoIn(answer);
         if (isSignOfLife(answer) && !isError(answer))
             report.introspection = firstText(answer);
         if (report.introspection.size() >= longestText)

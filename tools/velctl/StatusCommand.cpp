@@ -37,6 +37,25 @@ QString silenceOf(const ModuleReport& report) {
     return report.state == ModuleState::Running ? QString() : whySilent(report);
 }
 
+// What the module tells of itself.
+QVector<Row> rowsOf(const QJsonObject& info) {
+    if (info.isEmpty())
+        return {};
+    QStringList events;
+    for (const QJsonValue& name : info.value("Subscriptions").toArray())
+        events += name.toString().isEmpty() ? QString("(every event)") : name.toString();
+    QVector<Row> rows = {{{"lifecycle"}, {info.value("State").toString()}},
+                         {{"log level"}, {QString::number(info.value("LogLevel").toInt())}},
+                         {{"subscribed"}, {events.join(", ")}}};
+    if (const QString error = info.value("LastError").toString(); !error.isEmpty()) {
+        const qint64 time = info.value("LastErrorTime").toString().toLongLong();
+        rows.append(
+            Row{{"last error"},
+                {QDateTime::fromMSecsSinceEpoch(time).toString(Qt::ISODateWithMs) + ": " + error, Colour::Red}});
+    }
+    return rows;
+}
+
 // A module that is not on the bus, as the supervisor knows it.
 void printDown(const Request& request, const QString& module, const QJsonObject& supervised) {
     const QString state = supervised.value("State").toString();
@@ -73,6 +92,7 @@ void printForPeople(const ModuleReport& report, const QList<Method>& methods) {
         {{"interface"}, {commonInterface()}},
         {{"connection"}, {report.uniqueName}},
     };
+    rows += rowsOf(report.info);
     if (report.state != ModuleState::Running) {
         rows.append(Row{{"reason"}, {silenceOf(report), report.stateColour()}});
         rows.append(Row{{"methods"}, {"unknown: it does not answer", Colour::Grey}});
@@ -105,7 +125,9 @@ int runStatus(const Request& request) {
         throw Failure{
             NotRunning,
             QString("cannot show '%1': there is no such module on the bus; %2").arg(module, knownNames(bus.modules()))};
-    const ModuleReport& report = reports.first();
+    ModuleReport report = reports.first();
+    if (report.state == ModuleState::Running && request.info)
+        report.info = infoOf(bus, report, request.limit.forSignsOfLife());
     const QList<Method> methods = methodsIn(report.introspection);
     if (request.namesOnly) {
         for (const Method& method : methods) {

@@ -2,18 +2,17 @@
 #include "Supervisor.h"
 
 #include "ModuleNames.h"
+#include "ModuleReport.h"
 
 #include "wire/Json.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 
 namespace velctl {
 
 const QString supervisorName = "ApplicationManager";
 
 QMap<QString, QJsonObject> supervisedModules(Bus& bus, const QDeadlineTimer& end) {
-    constexpr int longestAnswer = 16 << 20; // bytes of JSON: tens of thousands of modules
     const QString owner = bus.ownerOf(supervisorName);
     if (owner.isEmpty())
         return {};
@@ -21,16 +20,9 @@ QMap<QString, QJsonObject> supervisedModules(Bus& bus, const QDeadlineTimer& end
     DBusMessageIter value;
     if (!answer || !dbus_message_has_signature(answer.get(), "aa{sv}") || !dbus_message_iter_init(answer.get(), &value))
         return {};
-    QByteArray json;
-    wire::writeJson(&value, [&json](const QByteArray& piece) {
-        if (json.size() < longestAnswer)
-            json += piece;
-    });
     QMap<QString, QJsonObject> modules;
-    for (const QJsonValue& dictionary : QJsonDocument::fromJson(json).array()) {
-        QJsonObject module;
-        for (const QJsonValue& entry : dictionary.toArray())
-            module.insert(entry.toArray().at(0).toString(), entry.toArray().at(1).toObject().value("value"));
+    for (const QJsonValue& dictionary : wire::jsonOf(value).toArray()) {
+        const QJsonObject module = propertiesIn(dictionary.toArray());
         modules.insert(module.value("ModuleName").toString(), module);
     }
     return modules;

@@ -277,6 +277,16 @@ void writeTypedJson(DBusMessageIter* value, const Sink& to) {
     writer.finish();
 }
 
+QJsonValue jsonOf(DBusMessageIter& value) {
+    constexpr int longest = 16 << 20;
+    QByteArray json = "[";
+    writeJson(&value, [&json](const QByteArray& piece) {
+        if (json.size() <= longest)
+            json += piece;
+    });
+    return json.size() > longest ? QJsonValue() : QJsonDocument::fromJson(json + ']').array().at(0);
+}
+
 QByteArray jsonString(const QByteArray& utf8) {
     QByteArray result;
     const Sink sink = [&result](const QByteArray& piece) { result += piece; };

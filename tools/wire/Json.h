@@ -27,6 +27,9 @@ void writeJson(DBusMessageIter* value, const Sink& to);
 /// The same with its type, as {"type": ..., "value": ...}.
 void writeTypedJson(DBusMessageIter* value, const Sink& to);
 
+/// The same as writeJson() to be looked at; null when it is longer than the 16 MiB that are worth it.
+QJsonValue jsonOf(DBusMessageIter& value);
+
 /// A text as a JSON string, with its quotes.
 QByteArray jsonString(const QByteArray& utf8);
 inline QByteArray jsonString(const QString& text) {

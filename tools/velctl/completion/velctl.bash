@@ -24,7 +24,7 @@ _velctl() {
                 words='--json --timeout --address --help'
                 case $command in
                     list) words+=' --all --names' ;;
-                    status) words+=' --names' ;;
+                    status) words+=' --names --info' ;;
                     watch) words+=' --count --from --rate' ;;
                     publish) words+=' --as --context' ;;
                     wait) words+=' --running --gone --from' ;;
@@ -32,7 +32,7 @@ _velctl() {
                 esac
             else
                 case $command:${#arguments[@]} in
-                    :0 | help:0) words='list status watch publish call wait loglevel mtrace reset stop start restart
+                    :0 | help:0) words='list status watch publish call wait subscribers loglevel mtrace reset stop start restart
                              save restore help' ;;
                     status:0 | call:0 | stop:0 | mtrace:1)
                         words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
