@@ -11,6 +11,7 @@ set(VEL_PUBLIC_HEADERS
     events/VelDBusTypes.h
     events/VelEvent.h
     module/VelModule.h
+    module/VelModuleMain.h
     module/VelUnixSignals.h
     platform/QtStateMachine.h
     platform/VelLogger.h

@@ -22,6 +22,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/installed/VelConfigVersio
 install(FILES
     ${PROJECT_BINARY_DIR}/installed/VelConfig.cmake
     ${PROJECT_BINARY_DIR}/installed/VelConfigVersion.cmake
+    cmake/VelAddModule.cmake
     DESTINATION ${vel_package_dir} COMPONENT development)
 install(EXPORT VelTargets NAMESPACE Vel:: DESTINATION ${vel_package_dir} COMPONENT development)
 install(FILES cmake/VelTesting.cmake DESTINATION ${vel_package_dir} COMPONENT testing)
