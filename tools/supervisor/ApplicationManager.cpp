@@ -27,8 +27,8 @@ constexpr int longestNames = highestModuleCount * 256; // characters: every modu
 
 } // namespace
 
-ApplicationManager::ApplicationManager(const Configuration& configuration, Guardian& guardian)
-    : VelModule("ApplicationManager"), m_fleet(configuration, guardian),
+ApplicationManager::ApplicationManager(const Configuration& configuration, Guardian& guardian, Launcher* launcher)
+    : VelModule("ApplicationManager"), m_fleet(configuration, guardian, launcher),
       m_saveRestore(configuration, m_fleet, guardian), m_progress(m_fleet) {
     new SupervisorAdaptor(this);
     connect(&m_fleet, &Fleet::changed, this, &ApplicationManager::answerRequests);

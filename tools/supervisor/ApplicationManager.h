@@ -15,7 +15,8 @@
 class ApplicationManager : public VelModule {
     Q_OBJECT
 public:
-    ApplicationManager(const Configuration& configuration, Guardian& guardian);
+    /// `launcher` is null when no module is forked.
+    ApplicationManager(const Configuration& configuration, Guardian& guardian, Launcher* launcher);
     ~ApplicationManager() override;
 
     bool init() override;

@@ -38,9 +38,12 @@ public:
 
     void read() {
         const QJsonObject root = m_reader.root();
-        if (!m_reader.isObject("", root, {"modules", "save", "restore", "answerLimit"}, {"modules"}))
+        if (!m_reader.isObject("", root, {"modules", "save", "restore", "answerLimit", "launch", "launcher"},
+                               {"modules"}))
             return;
         m_reader.readSeconds("answerLimit", root["answerLimit"], m_configuration.answerLimitMs);
+        readLaunch("launch", root["launch"], m_forksByDefault);
+        readLauncher("launcher", root["launcher"]);
         readCommand("save", root["save"], m_configuration.save);
         readCommand("restore", root["restore"], m_configuration.restore);
         const QJsonArray modules = root["modules"].toArray();
@@ -55,8 +58,8 @@ public:
 
 private:
     void readModule(const QString& path, const QJsonValue& value, ModuleConfiguration& module) {
-        const QStringList keys = {"name",       "command",   "arguments", "environment", "waitsFor",
-                                  "startLimit", "stopLimit", "restart",   "alive",       "dataFolder"};
+        const QStringList keys = {"name",      "command", "arguments", "environment", "waitsFor", "startLimit",
+                                  "stopLimit", "restart", "alive",     "dataFolder",  "launch"};
         if (!m_reader.isObject(path, value, keys, {"name", "command"}) && !value.isObject())
             return;
         const QJsonObject object = value.toObject();
@@ -71,6 +74,22 @@ private:
             readRestart(pathOf(path, "restart"), object["restart"], module.restart);
         readAlive(pathOf(path, "alive"), object["alive"], module.alive);
         readDataFolder(pathOf(path, "dataFolder"), object["dataFolder"], module.dataFolder);
+        module.isForked = m_forksByDefault;
+        readLaunch(pathOf(path, "launch"), object["launch"], module.isForked);
+    }
+
+    void readLaunch(const QString& path, const QJsonValue& value, bool& forks) {
+        if (value.isUndefined())
+            return;
+        if (value != "fork" && value != "exec")
+            return m_reader.mistake(path, "must be \"fork\" or \"exec\"");
+        forks = value == "fork";
+    }
+
+    void readLauncher(const QString& path, const QJsonValue& value) {
+        if (!value.isUndefined() && m_reader.isObject(path, value, {"libraries"}))
+            m_reader.readTexts(pathOf(path, "libraries"), value.toObject()["libraries"],
+                               m_configuration.launcherLibraries);
     }
 
     void readRestart(const QString& path, const QJsonValue& value, RestartPolicy& policy) {
@@ -159,6 +178,7 @@ private:
 
     ConfigurationReader& m_reader;
     Configuration& m_configuration;
+    bool m_forksByDefault = false;
 };
 
 } // namespace

@@ -44,6 +44,7 @@ struct ModuleConfiguration {
     RestartPolicy restart;
     AliveConfiguration alive;
     QString dataFolder; ///< an absolute path; empty for a module without data
+    bool isForked = false;
 };
 
 struct Configuration {
@@ -51,7 +52,8 @@ struct Configuration {
     QVector<ModuleConfiguration> modules;
     CommandConfiguration save; ///< for both the folders follow
     CommandConfiguration restore;
-    int answerLimitMs = 10000; ///< for a module to be ready for a save or a restore
+    QStringList launcherLibraries = {"libvel.so.1"}; ///< what forked modules find loaded
+    int answerLimitMs = 10000;                       ///< for a module to be ready for a save or a restore
 
     /// Reads a configuration file and everything that can be known to be wrong in it: each mistake is one text of the form
     /// "FILE:LINE: KEY: what is wrong". The configuration is good for use when there is none.

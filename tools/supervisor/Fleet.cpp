@@ -9,10 +9,10 @@
 
 using State = SupervisedModule::State;
 
-Fleet::Fleet(const Configuration& configuration, Guardian& guardian) {
+Fleet::Fleet(const Configuration& configuration, Guardian& guardian, Launcher* launcher) {
     int slot = 0;
     for (const ModuleConfiguration& one : configuration.modules) {
-        m_modules.push_back(std::make_unique<SupervisedModule>(one, configuration.folder, guardian, slot++));
+        m_modules.push_back(std::make_unique<SupervisedModule>(one, configuration.folder, guardian, launcher, slot++));
         connect(m_modules.back().get(), &SupervisedModule::changed, this, &Fleet::goOn);
         m_byName.insert(one.name, m_modules.back().get());
     }

@@ -11,7 +11,7 @@
 class Fleet : public QObject {
     Q_OBJECT
 public:
-    Fleet(const Configuration& configuration, Guardian& guardian);
+    Fleet(const Configuration& configuration, Guardian& guardian, Launcher* launcher);
 
     const std::vector<std::unique_ptr<SupervisedModule>>& modules() const { return m_modules; }
 

@@ -17,6 +17,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <fcntl.h>
+#include <iterator>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -93,6 +96,17 @@ void Guardian::enrol(int slot) const {
     // Nothing is lost when the guardian has just been killed: note() tells the next one.
     const Entry entry{slot, getpid()};
     send(m_channel, &entry, sizeof entry, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void Guardian::describe(int slot, std::string& announcement, launch::Descriptor& channel) const {
+    static_assert(offsetof(Entry, group) == sizeof slot, "the process id follows at once");
+    announcement.assign(reinterpret_cast<const char*>(&slot), sizeof slot);
+    channel = launch::Descriptor(fcntl(m_channel, F_DUPFD_CLOEXEC, 0));
+}
+
+bool Guardian::knows(pid_t process) const {
+    return process == m_process || std::count(m_ended.begin(), m_ended.end(), process) > 0 ||
+           std::count(std::begin(m_groups), std::end(m_groups), process) > 0;
 }
 
 void Guardian::note(int slot, pid_t group) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Configuration.h"
+#include "process/LaunchMessages.h"
 
 #include <QObject>
 
@@ -31,6 +32,12 @@ public:
 
     /// The supervisor's side: the group under `slot` is that one from now on; 0 when it is no more.
     void note(int slot, pid_t group);
+
+    /// What a process that somebody else forks has to send, with its process id after it, and where, to be enrolled.
+    void describe(int slot, std::string& announcement, launch::Descriptor& channel) const;
+
+    /// Whether the process leads a group in use, or is the guardian: somebody here collects it when it has ended.
+    bool knows(pid_t process) const;
 
     /// Watches the guardian itself; to be called once there is an event loop.
     void keepAlive();

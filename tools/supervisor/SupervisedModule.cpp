@@ -35,9 +35,11 @@ QString inPlainWords(QString error) {
 } // namespace
 
 SupervisedModule::SupervisedModule(const ModuleConfiguration& configuration, const QString& folder, Guardian& guardian,
-                                   int slot)
+                                   Launcher* launcher, int slot)
     : m_configuration(configuration), m_folder(folder), m_process(guardian, slot),
       m_alive(configuration.name, configuration.alive), m_dump(guardian, highestModuleCount + slot) {
+    if (configuration.isForked)
+        m_process.setLauncher(launcher);
     m_inState.start();
     for (QTimer* timer : {&m_limit, &m_pause, &m_steady, &m_dumpLimit})
         timer->setSingleShot(true);

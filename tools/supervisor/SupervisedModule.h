@@ -22,7 +22,8 @@ public:
         Pausing ///< no process; it waits for its next attempt
     };
 
-    SupervisedModule(const ModuleConfiguration& configuration, const QString& folder, Guardian& guardian, int slot);
+    SupervisedModule(const ModuleConfiguration& configuration, const QString& folder, Guardian& guardian,
+                     Launcher* launcher, int slot);
 
     const QString& name() const { return m_configuration.name; }
     const QStringList& waitsFor() const { return m_configuration.waitsFor; }

@@ -7,6 +7,8 @@
 #include "SupervisedProcess.h"
 
 #include "Guardian.h"
+#include "Launcher.h"
+#include "Log.h"
 
 #include <VelExitCodes>
 #include <VelUnixSignals>
@@ -41,6 +43,18 @@ private:
     std::vector<char*> m_pointers;
 };
 
+/// Why a forked process would not find what the variables promise; empty when it would. The dynamic linker and the C
+/// library read theirs before main() alone.
+QString whyOnlyExecuted(const QMap<QString, QString>& variables) {
+    for (auto variable = variables.cbegin(); variable != variables.cend(); ++variable) {
+        for (const char* prefix : {"LD_", "GLIBC_", "MALLOC_"}) {
+            if (variable.key().startsWith(prefix))
+                return QString("its variable '%1' is read before a process has forked").arg(variable.key());
+        }
+    }
+    return QString();
+}
+
 } // namespace
 
 SupervisedProcess::SupervisedProcess(Guardian& guardian, int slot) : m_guardian(guardian), m_slot(slot) {
@@ -56,21 +70,53 @@ SupervisedProcess::~SupervisedProcess() {
 
 void SupervisedProcess::run(const QString& program, const QStringList& arguments,
                             const QMap<QString, QString>& variables, const QString& folder) {
-    m_program = program;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (auto variable = variables.cbegin(); variable != variables.cend(); ++variable)
         environment.insert(variable.key(), variable.value());
+    m_start = {program, QStringList{program} + arguments, environment.toStringList(), folder};
+    QString reason = whyOnlyExecuted(variables);
+    m_isForked = m_launcher && reason.isEmpty() && fork(reason);
+    if (m_isForked)
+        return;
+    if (m_launcher)
+        logWarning(QString("cannot fork '%1': %2; it is executed instead").arg(program, reason));
+    execute();
+}
+
+bool SupervisedProcess::fork(QString& reason) {
+    launch::Request request;
+    const QString object = m_start.program + ".so";
+    if (!QFile::exists(object)) {
+        reason = QString("there is no '%1'").arg(object);
+        return false;
+    }
+    request.object = QFile::encodeName(object).toStdString();
+    for (const QString& argument : qAsConst(m_start.arguments))
+        request.arguments.push_back(QFile::encodeName(argument).toStdString());
+    for (const QString& variable : qAsConst(m_start.environment))
+        request.environment.push_back(QFile::encodeName(variable).toStdString());
+    request.folder = QFile::encodeName(m_start.folder).toStdString();
+    request.input = launch::Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    request.output = launch::Descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+    request.error = launch::Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
+    m_process = m_launcher->launch(request, m_slot, reason);
+    if (m_process > 0)
+        m_guardian.note(m_slot, m_process);
+    return m_process > 0;
+}
+
+void SupervisedProcess::execute() {
     // All that needs memory is made before the fork.
-    TextArray argumentArray(QStringList{program} + arguments);
-    TextArray environmentArray(environment.toStringList());
-    const QByteArray path = QFile::encodeName(program);
-    const QByteArray folderPath = QFile::encodeName(folder);
+    TextArray argumentArray(m_start.arguments);
+    TextArray environmentArray(m_start.environment);
+    const QByteArray path = QFile::encodeName(m_start.program);
+    const QByteArray folderPath = QFile::encodeName(m_start.folder);
     const pid_t supervisor = getpid();
     int failure[2];
     if (pipe2(failure, O_CLOEXEC | O_NONBLOCK) != 0)
         failure[0] = failure[1] = -1;
 
-    m_process = fork();
+    m_process = ::fork();
     if (m_process == 0) {
         m_guardian.enrol(m_slot);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -115,7 +161,7 @@ QString SupervisedProcess::endText() const {
         return QString("ended with %1, by signal %2").arg(getProcessErrorInString(QProcess::Crashed)).arg(m_end.number);
     case End::NotStarted:
         return QString("did not start: %1, '%2': %3")
-            .arg(getProcessErrorInString(QProcess::FailedToStart), m_program, qt_error_string(m_end.number));
+            .arg(getProcessErrorInString(QProcess::FailedToStart), m_start.program, qt_error_string(m_end.number));
     }
     return QString();
 }
@@ -129,6 +175,11 @@ void SupervisedProcess::takeEnd() {
     ::kill(-m_process, SIGKILL);
     m_guardian.note(m_slot, 0);
     waitid(P_PID, static_cast<id_t>(m_process), &info, WEXITED);
+    if (const QString failure = m_isForked ? m_launcher->failureOf(m_process) : QString(); !failure.isEmpty()) {
+        logWarning(QString("cannot fork '%1': %2; it is executed instead").arg(m_start.program, failure));
+        m_isForked = false;
+        return execute();
+    }
     int reason = 0;
     if (read(m_failure, &reason, sizeof reason) == sizeof reason)
         finish({End::NotStarted, reason});

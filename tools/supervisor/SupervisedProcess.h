@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 class Guardian;
+class Launcher;
 
 class SupervisedProcess : public QObject {
     Q_OBJECT
@@ -24,6 +25,9 @@ public:
 
     /// Kills the group.
     ~SupervisedProcess() override;
+
+    /// From now on processes are forked by this one, when it can do that, and executed otherwise.
+    void setLauncher(Launcher* launcher) { m_launcher = launcher; }
 
     /// Starts a program, with the supervisor's environment and the variables given; its output goes where the supervisor's
     /// goes, and it has no input.
@@ -48,12 +52,24 @@ Q_SIGNALS:
     void ended();
 
 private:
+    /// What to start.
+    struct Start {
+        QString program;
+        QStringList arguments;
+        QStringList environment;
+        QString folder;
+    };
+
+    bool fork(QString& reason);
+    void execute();
     void takeEnd();
     void finish(const End& end);
 
     Guardian& m_guardian;
     const int m_slot;
-    QString m_program;
+    Launcher* m_launcher = nullptr;
+    bool m_isForked = false;
+    Start m_start;
     pid_t m_process = 0;
     int m_failure = -1; // the pipe through which a process tells that it could not become its program
     End m_end;

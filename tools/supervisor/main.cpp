@@ -1,6 +1,7 @@
 // The reference supervisor: starts, watches, saves and ends the modules that its configuration file names.
 #include "ApplicationManager.h"
 #include "Guardian.h"
+#include "Launcher.h"
 #include "Output.h"
 
 #include <VelApplication>
@@ -9,8 +10,10 @@
 
 #include <QCommandLineParser>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <memory>
 
 namespace {
 
@@ -26,7 +29,11 @@ int fail(const QString& text) {
 int supervise(const Configuration& configuration) {
     Output::takeOverLog();
     Guardian guardian; // before the first thread, which the module's connection to the bus is
-    ApplicationManager manager(configuration, guardian);
+    std::unique_ptr<Launcher> launcher;
+    const auto& modules = configuration.modules;
+    if (std::any_of(modules.begin(), modules.end(), [](const ModuleConfiguration& one) { return one.isForked; }))
+        launcher = std::make_unique<Launcher>(guardian, configuration.launcherLibraries);
+    ApplicationManager manager(configuration, guardian, launcher.get());
     guardian.keepAlive();
     velOnSignals({SIGTERM, SIGINT, SIGHUP}, &manager, [&manager](int) { manager.askToEnd(); });
     velOnSignals({SIGTSTP, SIGTTIN, SIGTTOU}, &manager, [&manager](int) { manager.suspend(); });
