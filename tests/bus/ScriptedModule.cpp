@@ -192,12 +192,16 @@ ScriptedModule::ScriptedModule() : VelModule("Scripted") {
         subscribeEvent(restored, this, SLOT(postOperationForRestore(VelEvent)));
 }
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     ScriptedModule module;
     if (module.getParameters().value("signals") == "stop")
         velStopOnSignals(module, {SIGTERM, SIGINT});
     return application.exec();
+}
+
+int main(int argc, char** argv) {
+    return velModuleMain(argc, argv);
 }
 
 #include "ScriptedModule.moc"

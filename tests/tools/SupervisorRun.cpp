@@ -75,6 +75,10 @@ bool SupervisorRun::start(const QString& log) {
     QFile file(path("supervisor.json"));
     if (!file.open(QIODevice::WriteOnly))
         return false;
+    if (qgetenv("VEL_TEST_LAUNCH") == "fork") { // the same test, with modules that are not executed
+        m_root["launch"] = "fork";
+        m_root["launcher"] = QJsonObject{{"libraries", QJsonArray{VEL_RECORDING_LIBRARY, "libvel.so.1"}}};
+    }
     file.write(QJsonDocument(m_root).toJson());
     file.close();
     if (log.isEmpty())

@@ -66,7 +66,7 @@ ProcessInfo processInfo(qint64 pid) {
     info.name = stat.name;
     info.state = stat.field(stateField).at(0);
     info.program = QFile::symLinkTarget(QString("/proc/%1/exe").arg(pid));
-    if (info.program.isEmpty())
+    if (info.program.isEmpty() || info.program.endsWith("/vel-launcher")) // a forked module's is told by its arguments
         info.program = QFile::decodeName(procFile(pid, "cmdline").split('\0').value(0));
     info.memory = stat.field(residentPagesField).toLongLong() * sysconf(_SC_PAGESIZE);
     info.uptime = secondsSince(stat.field(startTimeField).toLongLong());

@@ -21,6 +21,7 @@
 namespace {
 
 constexpr int answerLimitMs = 1000;
+constexpr int loadLimitMs = 10000; // until the first spare: on a slow device, from a slow disk
 constexpr int shortLifeMs = 10000;
 constexpr int mostShortLives = 5;
 
@@ -40,7 +41,7 @@ Launcher::Launcher(Guardian& guardian, const QStringList& libraries)
         m_refusal = "this kernel gives no adopted processes";
     // After whoever knows the process that has ended.
     velOnSignals({SIGCHLD}, this,
-                 [this](int) { QMetaObject::invokeMethod(this, &Launcher::collectStrays, Qt::QueuedConnection); });
+                 [this](int) { QMetaObject::invokeMethod(this, &Launcher::collectEnded, Qt::QueuedConnection); });
     start();
 }
 
@@ -50,6 +51,7 @@ void Launcher::start() {
     if (!m_refusal.isEmpty())
         return;
     m_sinceStart.start();
+    m_hasLoaded = false;
     if (!m_process.start())
         return takeEnd(qt_error_string());
     m_notifier = std::make_unique<QSocketNotifier>(m_process.socket(), QSocketNotifier::Read);
@@ -66,7 +68,7 @@ pid_t Launcher::launch(launch::Request& request, int slot, QString& reason) {
         return 0;
     }
     while (m_process.isRunning() && !m_taken.contains(request.id)) {
-        const auto left = answerLimitMs - static_cast<int>(waited.elapsed());
+        const auto left = (m_hasLoaded ? answerLimitMs : loadLimitMs) - static_cast<int>(waited.elapsed());
         pollfd wait{m_process.socket(), POLLIN, 0};
         if (left <= 0 || poll(&wait, 1, left) == 0)
             takeEnd("does not answer");
@@ -95,6 +97,7 @@ void Launcher::read() {
 }
 
 void Launcher::note(const launch::Reply& reply) {
+    m_hasLoaded = m_hasLoaded || reply.kind == launch::Reply::Ready;
     if (reply.kind == launch::Reply::Taken)
         m_taken.insert(reply.id, reply.process);
     else if (reply.kind == launch::Reply::Failed)
@@ -120,11 +123,15 @@ void Launcher::takeEnd(const QString& how) {
     start();
 }
 
-void Launcher::collectStrays() {
+// The launcher's end is seen here, too: its spare holds the socket open.
+void Launcher::collectEnded() {
     siginfo_t info{};
     while (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0 &&
-           !m_guardian.knows(info.si_pid) && info.si_pid != m_process.processId()) {
-        waitid(P_PID, static_cast<id_t>(info.si_pid), &info, WEXITED | WNOHANG);
+           !m_guardian.knows(info.si_pid)) {
+        if (info.si_pid == m_process.processId())
+            takeEnd("has ended");
+        else
+            waitid(P_PID, static_cast<id_t>(info.si_pid), &info, WEXITED | WNOHANG);
         info.si_pid = 0;
     }
 }

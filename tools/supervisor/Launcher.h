@@ -28,7 +28,7 @@ public:
     ///
     /// Result:   its process id; 0 when there is none, and `reason` says why. It may still fail to become that: see
     ///           failureOf().
-    /// Waits:    for the launcher, which is ready as a rule; a second at most, then the launcher is replaced.
+    /// Waits:    for the launcher, which is ready as a rule; a second at most (ten until it has loaded), then it is replaced.
     [[nodiscard]] pid_t launch(launch::Request& request, int slot, QString& reason);
 
     /// Why a process that launch() returned, and that has ended, did not become the module; empty when it did.
@@ -39,7 +39,7 @@ private:
     void read();
     void note(const launch::Reply& reply);
     void takeEnd(const QString& how);
-    void collectStrays();
+    void collectEnded();
 
     Guardian& m_guardian;
     launch::LauncherProcess m_process;
@@ -48,6 +48,7 @@ private:
     QHash<pid_t, QString> m_failures;    // not yet asked for
     QString m_refusal;                   // why there will be no launcher any more
     QElapsedTimer m_sinceStart;
+    bool m_hasLoaded = false;
     int m_shortLives = 0; // in a row
     std::uint32_t m_lastId = 0;
 };
