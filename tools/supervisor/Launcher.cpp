@@ -67,7 +67,7 @@ pid_t Launcher::launch(launch::Request& request, int slot, QString& reason) {
         reason = m_refusal.isEmpty() ? "the launcher is not ready" : m_refusal;
         return 0;
     }
-    while (m_process.isRunning() && !m_taken.contains(request.id)) {
+    for (const int launcher = m_launchers; launcher == m_launchers && !m_taken.contains(request.id);) {
         const auto left = (m_hasLoaded ? answerLimitMs : loadLimitMs) - static_cast<int>(waited.elapsed());
         pollfd wait{m_process.socket(), POLLIN, 0};
         if (left <= 0 || poll(&wait, 1, left) == 0)
@@ -75,7 +75,7 @@ pid_t Launcher::launch(launch::Request& request, int slot, QString& reason) {
         else
             read();
     }
-    reason = m_refusal.isEmpty() ? "the launcher has ended" : m_refusal;
+    reason = m_refusal.isEmpty() ? "the launcher was replaced" : m_refusal;
     return m_taken.take(request.id);
 }
 
@@ -111,6 +111,7 @@ void Launcher::takeEnd(const QString& how) {
         m_notifier->setEnabled(false);
         m_notifier.release()->deleteLater(); // it may be the one that called
     }
+    ++m_launchers;
     std::set<std::uint32_t> lost; // of which launch() finds nothing in m_taken
     for (const launch::Reply& reply : m_process.stop(lost))
         note(reply);

@@ -49,6 +49,7 @@ private:
     QString m_refusal;                   // why there will be no launcher any more
     QElapsedTimer m_sinceStart;
     bool m_hasLoaded = false;
-    int m_shortLives = 0; // in a row
+    int m_launchers = 0;  // that have ended
+    int m_shortLives = 0; // of them, the last ones in a row
     std::uint32_t m_lastId = 0;
 };
