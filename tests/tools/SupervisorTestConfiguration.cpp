@@ -84,7 +84,7 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
         "\"sh\",\n\"command\": \"sh\"}}",
         "4: save.command: is given twice");
     row("terminal's commands", "{\"modules\": [{\"name\": \"A\", \"command\": \"sh\"}],\n\"\\u001b[2J\\n\": 1}",
-        "2: \\u001b[2J\\n: unknown key; known are modules, save, restore, answerLimit");
+        "2: \\u001b[2J\\n: unknown key; known are modules, save, restore, answerLimit, launch, launcher");
     row("no object", "[]", "1: must be an object");
     row("no modules", "{}", "1: the key 'modules' is missing");
     row("modules of another type", "{\n\"modules\": 5}", "2: modules: must be an array of at least one module");
@@ -92,7 +92,9 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
     row("module of another type", "{\"modules\": [\n5]}", "2: modules[0]: must be an object");
     row("unknown key", withGoodModule("\"neme\": 1"),
         "4: modules[0].neme: unknown key; known are name, command, arguments, environment, waitsFor, startLimit, "
-        "stopLimit, restart, alive, dataFolder");
+        "stopLimit, restart, alive, dataFolder, launch");
+    row("start of another kind", withGoodModule("\"launch\": \"thread\""),
+        "4: modules[0].launch: must be \"fork\" or \"exec\"");
     row("key twice", withGoodModule("\"startLimit\": 1,\n\"startLimit\": 2"),
         "5: modules[0].startLimit: is given twice");
     row("escaped key twice", withGoodModule("\"startLimit\": 1,\n\"st\\u0061rtLimit\": 2"),
@@ -186,7 +188,7 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey() {
 }
 
 void SupervisorTestConfiguration::allMistakesAreNamedFromTheFirstLineToTheLast() {
-    const QString known = ": unknown key; known are modules, save, restore, answerLimit";
+    const QString known = ": unknown key; known are modules, save, restore, answerLimit, launch, launcher";
     QCOMPARE(
         mistakesIn("{ \"x\": 1,\n\"modules\": [{ \"name\": 1,\n\"command\": 2,\n\"waitsFor\": [\"Z\"] }],\n\"y\": 1 }"),
         (QStringList{"c.json:1: x" + known, "c.json:2: modules[0].name: must be a text",
