@@ -4,6 +4,7 @@
 
 #include "bus/VelReturnType.h"
 #include "log/GuardedLog.h"
+#include "typed/VelTypedEvents.h"
 
 #include <VelApplication>
 
@@ -16,6 +17,23 @@ const auto text = QStringLiteral("a text of common length");
 
 } // namespace
 
+// The same event as a struct.
+struct GateEvent {
+    Q_GADGET
+    Q_PROPERTY(int number MEMBER number)
+    Q_PROPERTY(bool flag MEMBER flag)
+    Q_PROPERTY(double ratio MEMBER ratio)
+    Q_PROPERTY(QString text MEMBER text)
+    Q_PROPERTY(QStringList names MEMBER names)
+public:
+    static constexpr auto eventName = "gate_event";
+    int number = 0;
+    bool flag = false;
+    double ratio = 0;
+    QString text;
+    QStringList names;
+};
+
 class Gate : public BenchModule {
     Q_OBJECT
 public:
@@ -26,7 +44,18 @@ public:
         return true;
     }
 
+    void hearTyped(const GateEvent& event) { m_hearing.heard(event.flag && event.names.size() == 2); }
+
 public Q_SLOTS:
+    void hearByHand(const VelEvent& heard) {
+        GateEvent event;
+        event.number = heard.getArgument("number").toInt();
+        event.flag = heard.getArgument("flag").toBool();
+        event.ratio = heard.getArgument("ratio").toDouble();
+        event.text = heard.getArgument("text").toString();
+        event.names = heard.getArgument("names").toStringList();
+        hearTyped(event);
+    }
     void hear(const VelEvent& event) { m_hearing.heard(event.argumentCount() == member::arguments().size()); }
 
 private:
@@ -58,6 +87,24 @@ private:
                      notifyEvent(gates::eventName, arguments);
                  gates::flush();
              }},
+            {"publish-by-hand", // the arguments put together for each event, as a module does
+             [this](int times) {
+                 const GateEvent event = this->event();
+                 while (times-- > 0)
+                     notifyEvent(gates::eventName, {{"number", event.number},
+                                                    {"flag", event.flag},
+                                                    {"ratio", event.ratio},
+                                                    {"text", event.text},
+                                                    {"names", event.names}});
+                 gates::flush();
+             }},
+            {"publish-typed",
+             [this](int times) {
+                 const GateEvent event = this->event();
+                 while (times-- > 0)
+                     vel::publish(*this, event);
+                 gates::flush();
+             }},
         };
     }
 
@@ -79,7 +126,26 @@ private:
                  gates::flush();
                  m_hearing.expect(events);
              }},
+            {"hear-by-hand", // each argument asked for, and made what it is
+             [this](int events) {
+                 subscribeEvent(gates::eventName, this, SLOT(hearByHand(VelEvent)));
+                 gates::flush();
+                 m_hearing.expect(events);
+             }},
+            {"hear-typed",
+             [this](int events) {
+                 if (!m_typed.isActive())
+                     m_typed = vel::onEvent<GateEvent>(*this, this, &Gate::hearTyped);
+                 gates::flush();
+                 m_hearing.expect(events);
+             }},
         };
+    }
+
+    static GateEvent event() {
+        const QVariantMap arguments = member::arguments();
+        return {arguments["number"].toInt(), arguments["flag"].toBool(), arguments["ratio"].toDouble(),
+                arguments["text"].toString(), arguments["names"].toStringList()};
     }
 
     void callProxy(int times, const QString& method, const QVariant& value) {
@@ -102,6 +168,7 @@ private:
     std::unique_ptr<VelDBusInterface> m_proxy;
     std::unique_ptr<gates::Works> m_works;
     gates::Hearing m_hearing;
+    vel::Subscription m_typed;
 };
 
 int main(int argc, char** argv) {

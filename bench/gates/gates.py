@@ -25,6 +25,7 @@ TIMES = {"calls": 200, "events": 500, "lines": 20_000, "self": 300}
 CALL_LIMITS = {"proxy-text": 1.03, "proxy-map": 1.03, "module-text": 1.03, "module-map": 1.03}
 PUBLISHER_LIMIT = 1.08
 RECEIVER_LIMIT = 1.08
+TYPED_LIMIT = 1.05  # a struct, against the same arguments put together and asked for by hand
 LINE_LIMIT = 60  # instructions of a line that is filtered out
 # The depth of a tree grows as much from 1 proxy to 100 as from there to 10,000: a logarithm gives 2, a list 100.
 GROWTH_LIMIT = 3  # what 10,000 proxies add to a call, against what 100 add
@@ -73,10 +74,10 @@ class Counted:
         long, _ = self.do(work, 2 * times)
         return (long - short) / times
 
-    def each_heard(self, publisher, times):
+    def each_heard(self, publisher, times, order="hear"):
         """Instructions of one event that is received."""
         def hear(events):
-            if self.worker.ask("hear", events) != {"listening": events}:
+            if self.worker.ask(order, events) != {"listening": events}:
                 sys.exit("gates: no receiver")
             publisher.ask("publish", events)
             return self.taken(json.loads(self.worker.line()))[0]
@@ -110,6 +111,19 @@ def events(session):
             ("published", PUBLISHER_LIMIT, lambda program: program.each("publish", TIMES["events"])),
             ("received", RECEIVER_LIMIT, lambda program: program.each_heard(publisher, TIMES["events"]))):
         hold_against(f"an event {side}", count, vel, plain, limit)
+
+
+def typed(session):
+    """Structs as events."""
+    bus = session.bus()
+    publisher = peer(bus)
+    typed_one = Counted(bus, "gate-vel", "Typed")
+    by_hand = Counted(bus, "gate-vel", "ByHand")
+    way = {typed_one: "typed", by_hand: "by-hand"}
+    for side, count in (
+            ("published", lambda program: program.each(f"publish-{way[program]}", TIMES["events"])),
+            ("received", lambda program: program.each_heard(publisher, TIMES["events"], f"hear-{way[program]}"))):
+        hold_against(f"a struct {side}", count, typed_one, by_hand, TYPED_LIMIT)
 
 
 def started(session):
@@ -186,7 +200,7 @@ def inside(session):
          GROWTH_LIMIT)
 
 
-GATES = {"calls": calls, "events": events, "start": started, "traffic": traffic, "inside": inside}
+GATES = {"calls": calls, "events": events, "start": started, "traffic": traffic, "inside": inside, "typed": typed}
 
 parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
 parser.add_argument("--programs", required=True, help="the folder with the built programs")
