@@ -97,7 +97,7 @@ Subscription subscribe(VelModule& module, const QString& eventName, QObject* con
         return refused(eventName, form->record().problem());
     Dispatcher* dispatcher = Dispatcher::of(module, eventName);
     if (!dispatcher)
-        return refused(eventName, QStringLiteral("it is no event's name, or there is no bus"));
+        return Subscription(); // subscribeEvent() has said why
     return dispatcher->add(context, std::move(handler));
 }
 

@@ -194,8 +194,7 @@ private Q_SLOTS:
         QVERIFY_EXCEPTION_THROWN(vel::call<QString>(m_radio, vel::within(300ms), "Scripted", "echo", "text"),
                                  vel::CallError);
         const qint64 librarysOwnLimit = 25000;
-        QVERIFY2(elapsed.elapsed() < librarysOwnLimit / 2,
-                 qPrintable(QString::number(elapsed.elapsed())));
+        QVERIFY2(elapsed.elapsed() < librarysOwnLimit / 2, qPrintable(QString::number(elapsed.elapsed())));
     }
 
     void deadlockIsTold() {
