@@ -10,7 +10,9 @@
 namespace {
 
 // Until the test writes a line: as long as it likes, and not a moment longer.
-void blockEventLoop() {
+void blockEventLoop(const VelModule& module) {
+    if (module.property("tells").toBool())
+        std::cout << "blocking" << std::endl;
     std::string line;
     std::getline(std::cin, line);
 }
@@ -23,6 +25,26 @@ public:
     ToolPeer();
 
     bool init() override { return subscribeEvent("test_save", this, SLOT(stopForSaveRestore(VelEvent))); }
+
+    bool stop() override {
+        follow("stop");
+        return true;
+    }
+
+    bool restoreDataToDefault() override {
+        follow("reset");
+        return false;
+    }
+
+private:
+    // What the option of that name says: --reset=throw, --stop=hang.
+    void follow(const char* hook) {
+        const QString order = getParameters().value(hook);
+        if (order == "throw")
+            throw QString("told to");
+        if (order == "hang")
+            blockEventLoop(*this);
+    }
 };
 
 class ToolPeerAdaptor : public QDBusAbstractAdaptor {
@@ -49,7 +71,7 @@ public Q_SLOTS:
         return QString();
     }
 
-    void block() { blockEventLoop(); }
+    void block() { blockEventLoop(m_peer); }
     void vanish() { _exit(0); }
 
 private:
@@ -58,6 +80,7 @@ private:
 
 ToolPeer::ToolPeer() : VelModule("Peer") {
     new ToolPeerAdaptor(this);
+    setProperty("tells", getParameters().contains("tells"));
 }
 
 int main(int argc, char** argv) {

@@ -38,8 +38,9 @@ Outcome velctl(const QStringList& arguments, const QByteArray& input = QByteArra
 // A module that is as modules are, once it answers.
 std::unique_ptr<ChildProcess> startPeer(const QString& name, const QStringList& options = {}) {
     auto peer = std::make_unique<ChildProcess>();
-    const bool runs = peer->run(bustest::program("tool-peer"), QStringList("--moduleName=" + name) + options) &&
-                      velctl({"wait", "--running", name, "--timeout", "60"}).status == 0;
+    const bool runs =
+        peer->run(bustest::program("tool-peer"), QStringList{"--moduleName=" + name, "--tells"} + options) &&
+        velctl({"wait", "--running", name, "--timeout", "60"}).status == 0;
     return runs ? std::move(peer) : nullptr;
 }
 
