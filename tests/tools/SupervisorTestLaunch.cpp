@@ -96,7 +96,9 @@ private Q_SLOTS:
         run.addModule("A");
         QVERIFY(run.start());
         QVERIFY(run.waitUntilUp({"A"}));
-        kill(launcherOf(run), SIGSTOP);
+        const pid_t launcher = launcherOf(run);
+        QVERIFY(launcher > 0); // 0 would stop this test and its starter
+        kill(launcher, SIGSTOP);
         QVERIFY(run.answer("restartModule", "A").startsWith("'A' is up")); // by the spare
         QVERIFY(run.answer("restartModule", "A").startsWith("'A' is up")); // by nobody, so it is executed
         QVERIFY(run.waitForLine("warning: the launcher does not answer: another one takes its place"));

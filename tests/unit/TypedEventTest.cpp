@@ -285,7 +285,7 @@ private:
     }
 
     const vel::typed::Form& m_form = vel::typed::formOf<Everything>();
-    const Everything m_everything;
+    const Everything m_everything{};
 };
 
 QTEST_GUILESS_MAIN(TypedEventTest)

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <sys/prctl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -72,11 +73,12 @@ void setProcessName(const std::vector<std::string>& arguments) {
     std::string all;
     for (const std::string& argument : arguments)
         all.append(argument).push_back('\0');
-    auto* const kept = new char[all.size()]; // for the life of the process
-    std::copy(all.cbegin(), all.cend(), kept);
-    if (moveArguments(kept, kept + all.size()))
+    static std::vector<char>* shown = nullptr; // for the kernel to read, whatever else has ended already
+    auto* const next = new std::vector<char>(all.cbegin(), all.cend());
+    const bool isMoved = moveArguments(next->data(), next->data() + next->size());
+    delete (isMoved ? std::exchange(shown, next) : next);
+    if (isMoved)
         return;
-    delete[] kept;
 
     const auto room = static_cast<std::size_t>(areaEnd - areaBegin);
     std::memset(areaBegin, 0, room);

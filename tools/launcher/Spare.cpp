@@ -85,12 +85,12 @@ using Entry = int (*)(int, char**);
     setProcessName(request.arguments);
 
     // Both live as long as the process, as main()'s do.
-    auto* const variables = new std::vector<char*>;
+    static auto* const variables = new std::vector<char*>;
     for (std::string& variable : request.environment)
         variables->push_back(variable.data());
     variables->push_back(nullptr);
     environ = variables->data();
-    auto* const arguments = new std::vector<char*>;
+    static auto* const arguments = new std::vector<char*>;
     for (std::string& argument : request.arguments)
         arguments->push_back(argument.data());
     arguments->push_back(nullptr);
