@@ -53,6 +53,7 @@ const Row list[] = {
     {"CallContextTest::exceptionFromAnEventsSlotAnswersNobody", throwThroughQtDBus},
     {"CallContextTest::throwingSlotDoesNotDisturbTheOthers", throwThroughQtDBus},
     {"CallContextTest::callToItselfThrowsTextAndLeavesNoContext", throwThroughQtDBus},
+    {"RemoteCallsTest::failureOfTheModulesOwnIsThrown", throwThroughQtDBus},
     {"ResetTest::throwingHookIsNotAnswered", throwThroughQtDBus},
     {"SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped", throwThroughQtDBus},
     {"SupervisorTestSave::moduleThatTakesNoPartIsNamed(failing preparation)", throwThroughQtDBus},
