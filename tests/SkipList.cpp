@@ -56,7 +56,7 @@ const Row list[] = {
     {"RemoteCallsTest::failureOfTheModulesOwnIsThrown", throwThroughQtDBus},
     {"ResetTest::throwingHookIsNotAnswered", throwThroughQtDBus},
     {"SaveRestoreTest::throwingPreSaveIsNeitherAnsweredNorStopped", throwThroughQtDBus},
-    {"SupervisorTestSave::moduleThatTakesNoPartIsNamed(failing preparation)", throwThroughQtDBus},
+    {"SupervisorSaveTest::moduleThatTakesNoPartIsNamed(failing preparation)", throwThroughQtDBus},
 };
 
 } // namespace

@@ -26,7 +26,7 @@ bool isForked(pid_t process) {
 
 } // namespace
 
-class SupervisorTestLaunch : public QObject {
+class SupervisorLaunchTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -135,6 +135,6 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(SupervisorTestLaunch)
+QTEST_GUILESS_MAIN(SupervisorLaunchTest)
 
-#include "SupervisorTestLaunch.moc"
+#include "SupervisorLaunchTest.moc"

@@ -14,7 +14,7 @@ const QByteArray stopped = "T";
 
 } // namespace
 
-class SupervisorTestHostile : public QObject {
+class SupervisorHostileTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -155,6 +155,6 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(SupervisorTestHostile)
+QTEST_GUILESS_MAIN(SupervisorHostileTest)
 
-#include "SupervisorTestHostile.moc"
+#include "SupervisorHostileTest.moc"

@@ -51,7 +51,7 @@ void waitFor(quint32 microseconds) {
 
 } // namespace
 
-class SupervisorTestKills : public QObject {
+class SupervisorKillsTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -61,7 +61,7 @@ private Q_SLOTS:
     void nothingOutlivesASupervisorKilledWhileItStarts();
 };
 
-void SupervisorTestKills::noProcessStaysStopped_data() {
+void SupervisorKillsTest::noProcessStaysStopped_data() {
     QTest::addColumn<int>("victim");
     QTest::addColumn<quint32>("moment");
     // The moments are the same in every run, so that a failure can be had again; the machine makes them differ enough.
@@ -74,7 +74,7 @@ void SupervisorTestKills::noProcessStaysStopped_data() {
     }
 }
 
-void SupervisorTestKills::noProcessStaysStopped() {
+void SupervisorKillsTest::noProcessStaysStopped() {
     QFETCH(int, victim);
     QFETCH(quint32, moment);
     SupervisorRun run;
@@ -119,14 +119,14 @@ void SupervisorTestKills::noProcessStaysStopped() {
     }
 }
 
-void SupervisorTestKills::nothingOutlivesASupervisorKilledWhileItStarts_data() {
+void SupervisorKillsTest::nothingOutlivesASupervisorKilledWhileItStarts_data() {
     QTest::addColumn<quint32>("moment");
     QRandomGenerator random(815);
     for (int round = 0; round < starts; ++round)
         QTest::addRow("%d", round) << random.bounded(static_cast<quint32>(longestMomentUs));
 }
 
-void SupervisorTestKills::nothingOutlivesASupervisorKilledWhileItStarts() {
+void SupervisorKillsTest::nothingOutlivesASupervisorKilledWhileItStarts() {
     QFETCH(quint32, moment);
     SupervisorRun run;
     for (const char* name : {"A", "B", "C"})
@@ -138,6 +138,6 @@ void SupervisorTestKills::nothingOutlivesASupervisorKilledWhileItStarts() {
     QVERIFY(QTest::qWaitFor([&] { return processesOf(run).isEmpty(); }, 60000));
 }
 
-QTEST_GUILESS_MAIN(SupervisorTestKills)
+QTEST_GUILESS_MAIN(SupervisorKillsTest)
 
-#include "SupervisorTestKills.moc"
+#include "SupervisorKillsTest.moc"

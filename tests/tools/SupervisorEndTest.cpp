@@ -14,7 +14,7 @@ const QByteArray gone(1, '\0');
 
 } // namespace
 
-class SupervisorTestEnd : public QObject {
+class SupervisorEndTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -29,14 +29,14 @@ private Q_SLOTS:
     void secondSupervisorEndsWithStatus7();
 };
 
-void SupervisorTestEnd::modulesEndInReverseOrder_data() {
+void SupervisorEndTest::modulesEndInReverseOrder_data() {
     QTest::addColumn<int>("signalNumber"); // 0: by event
     QTest::newRow("SIGTERM") << SIGTERM;
     QTest::newRow("SIGINT") << SIGINT;
     QTest::newRow("its stop event") << 0;
 }
 
-void SupervisorTestEnd::modulesEndInReverseOrder() {
+void SupervisorEndTest::modulesEndInReverseOrder() {
     QFETCH(int, signalNumber);
     SupervisorRun run;
     run.addModule("First");
@@ -59,7 +59,7 @@ void SupervisorTestEnd::modulesEndInReverseOrder() {
     QVERIFY(run.waitForLine("'First' ended with NORMAL_EXIT [1]"));
 }
 
-void SupervisorTestEnd::moduleThatIsStillStartingEnds() {
+void SupervisorEndTest::moduleThatIsStillStartingEnds() {
     SupervisorRun run;
     run.addModule("A", {"--init=hold", run.gate("a")});
     run.addModule("B", {}, {{"waitsFor", QJsonArray{"A"}}});
@@ -73,7 +73,7 @@ void SupervisorTestEnd::moduleThatIsStillStartingEnds() {
     QVERIFY(!run.hasLine("starts 'B'"));
 }
 
-void SupervisorTestEnd::secondRequestKillsAtOnce() {
+void SupervisorEndTest::secondRequestKillsAtOnce() {
     SupervisorRun run;
     run.addModule("A", {"--stop=hold", run.gate("a")}, {{"stopLimit", 3600}});
     QVERIFY(run.start());
@@ -85,14 +85,14 @@ void SupervisorTestEnd::secondRequestKillsAtOnce() {
     QVERIFY(run.waitForLine("'A' ended with Crashed [1], by signal 9"));
 }
 
-void SupervisorTestEnd::nothingOutlivesAKilledSupervisor_data() {
+void SupervisorEndTest::nothingOutlivesAKilledSupervisor_data() {
     QTest::addColumn<int>("signalToGuardian");
     QTest::newRow("with its first guardian") << 0;
     QTest::newRow("whose guardian was killed") << SIGKILL;
     QTest::newRow("whose guardian was stopped") << SIGSTOP;
 }
 
-void SupervisorTestEnd::nothingOutlivesAKilledSupervisor() {
+void SupervisorEndTest::nothingOutlivesAKilledSupervisor() {
     QFETCH(int, signalToGuardian);
     SupervisorRun run;
     run.addModule("A", {"--helper"});
@@ -128,7 +128,7 @@ void SupervisorTestEnd::nothingOutlivesAKilledSupervisor() {
         QVERIFY2(waitForState(process, gone), qPrintable(nameOf(process)));
 }
 
-void SupervisorTestEnd::helpersEndWithTheirModule() {
+void SupervisorEndTest::helpersEndWithTheirModule() {
     SupervisorRun run;
     run.addModule("A", {"--helper"}, {{"restart", QJsonObject{{"on", QJsonArray{}}}}});
     QVERIFY(run.start());
@@ -139,7 +139,7 @@ void SupervisorTestEnd::helpersEndWithTheirModule() {
     QVERIFY(waitForState(helper, gone));
 }
 
-void SupervisorTestEnd::lostBusEndsEverything() {
+void SupervisorEndTest::lostBusEndsEverything() {
     SupervisorRun run;
     run.addModule("A");
     run.addModule("B", {}, {{"waitsFor", QJsonArray{"A"}}});
@@ -151,7 +151,7 @@ void SupervisorTestEnd::lostBusEndsEverything() {
     QVERIFY(run.waitForLine("'A' ended with Crashed [1], by signal 9"));
 }
 
-void SupervisorTestEnd::secondSupervisorEndsWithStatus7() {
+void SupervisorEndTest::secondSupervisorEndsWithStatus7() {
     SupervisorRun run;
     run.addModule("A");
     QVERIFY(run.start());
@@ -162,6 +162,6 @@ void SupervisorTestEnd::secondSupervisorEndsWithStatus7() {
     QVERIFY(run.isServing("A"));
 }
 
-QTEST_GUILESS_MAIN(SupervisorTestEnd)
+QTEST_GUILESS_MAIN(SupervisorEndTest)
 
-#include "SupervisorTestEnd.moc"
+#include "SupervisorEndTest.moc"

@@ -54,7 +54,7 @@ QVariantMap detailsOf(const SupervisorRun& run, const QString& module) {
 
 } // namespace
 
-class SupervisorTestAlive : public QObject {
+class SupervisorAliveTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -180,6 +180,6 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(SupervisorTestAlive)
+QTEST_GUILESS_MAIN(SupervisorAliveTest)
 
-#include "SupervisorTestAlive.moc"
+#include "SupervisorAliveTest.moc"

@@ -8,7 +8,7 @@
 
 #include <csignal>
 
-class SupervisorTestModules : public QObject {
+class SupervisorModulesTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -37,7 +37,7 @@ private:
     }
 };
 
-void SupervisorTestModules::startFollowsWhatWaitsForWhat() {
+void SupervisorModulesTest::startFollowsWhatWaitsForWhat() {
     SupervisorRun run;
     run.addModule("Last", {}, {{"waitsFor", QJsonArray{"Middle", "Free"}}});
     run.addModule("Middle", {}, {{"waitsFor", QJsonArray{"First"}}});
@@ -59,7 +59,7 @@ void SupervisorTestModules::startFollowsWhatWaitsForWhat() {
     QVERIFY(run.indexOfLine("'Middle' is up") < run.indexOfLine("starts 'Last'"));
 }
 
-void SupervisorTestModules::waitingModuleStartsOnceWhatItNeedsIsUp() {
+void SupervisorModulesTest::waitingModuleStartsOnceWhatItNeedsIsUp() {
     SupervisorRun run;
     run.addModule("First", {"--init=hold", run.gate("first")}, {{"startLimit", 1.5}});
     run.addModule("Second", {}, {{"waitsFor", QJsonArray{"First"}}});
@@ -74,7 +74,7 @@ void SupervisorTestModules::waitingModuleStartsOnceWhatItNeedsIsUp() {
     QVERIFY(run.waitUntilUp({"Second"}));
 }
 
-void SupervisorTestModules::failureToComeUpIsNamed_data() {
+void SupervisorModulesTest::failureToComeUpIsNamed_data() {
     QTest::addColumn<QString>("step");
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("end");
@@ -92,7 +92,7 @@ void SupervisorTestModules::failureToComeUpIsNamed_data() {
                                     << "ended with [42]";
 }
 
-void SupervisorTestModules::failureToComeUpIsNamed() {
+void SupervisorModulesTest::failureToComeUpIsNamed() {
     QFETCH(QString, step);
     QFETCH(QString, command);
     QFETCH(QString, end);
@@ -118,7 +118,7 @@ void SupervisorTestModules::failureToComeUpIsNamed() {
     QCOMPARE(run.answer("startModule", "A"), QString("cannot start 'A': it %1; it stays down").arg(end));
 }
 
-void SupervisorTestModules::restartsBackOffAndGiveUpLoudly() {
+void SupervisorModulesTest::restartsBackOffAndGiveUpLoudly() {
     SupervisorRun run;
     run.addModule(
         "A", {"--init=false"},
@@ -137,7 +137,7 @@ void SupervisorTestModules::restartsBackOffAndGiveUpLoudly() {
                                     "warning: starts 'A' again in 0.08 s, attempt 3 of 3"}));
 }
 
-void SupervisorTestModules::steadyModuleIsForgivenItsEarlierEnds() {
+void SupervisorModulesTest::steadyModuleIsForgivenItsEarlierEnds() {
     SupervisorRun run;
     run.addModule("A", {}, {{"restart", QJsonObject{{"attempts", 1}, {"delay", 0.001}, {"steady", 0.001}}}});
     QVERIFY(run.start());
@@ -152,7 +152,7 @@ void SupervisorTestModules::steadyModuleIsForgivenItsEarlierEnds() {
     }
 }
 
-void SupervisorTestModules::moduleGetsItsNameArgumentsEnvironmentAndFolder() {
+void SupervisorModulesTest::moduleGetsItsNameArgumentsEnvironmentAndFolder() {
     SupervisorRun run;
     QFile file(run.path("show"));
     QVERIFY(file.open(QIODevice::WriteOnly));
@@ -167,7 +167,7 @@ void SupervisorTestModules::moduleGetsItsNameArgumentsEnvironmentAndFolder() {
     QVERIFY(run.process().lines().contains("value of X"));
 }
 
-void SupervisorTestModules::callsStartStopAndRestart() {
+void SupervisorModulesTest::callsStartStopAndRestart() {
     SupervisorRun run;
     run.addModule("A", {"--run=false"}, {{"restart", QJsonObject{{"on", QJsonArray{"RUN_ERROR"}}}}});
     QVERIFY(run.start());
@@ -192,13 +192,13 @@ void SupervisorTestModules::callsStartStopAndRestart() {
                                                      .arg(QString(name).replace("\x1b", "\\u001b")));
 }
 
-void SupervisorTestModules::moduleThatDoesNotEndIsKilled_data() {
+void SupervisorModulesTest::moduleThatDoesNotEndIsKilled_data() {
     QTest::addColumn<bool>("isFrozen");
     QTest::newRow("busy") << false;
     QTest::newRow("frozen") << true;
 }
 
-void SupervisorTestModules::moduleThatDoesNotEndIsKilled() {
+void SupervisorModulesTest::moduleThatDoesNotEndIsKilled() {
     QFETCH(bool, isFrozen);
     SupervisorRun run;
     run.addModule("A", {isFrozen ? "" : "--stop=hold", run.gate("a")}, {{"stopLimit", 0.2}});
@@ -212,7 +212,7 @@ void SupervisorTestModules::moduleThatDoesNotEndIsKilled() {
     QVERIFY(run.waitForLine("error: cannot stop 'A': it did not end in 0.2 s; it is killed"));
 }
 
-void SupervisorTestModules::moduleThatAsksForItsEndIsStopped() {
+void SupervisorModulesTest::moduleThatAsksForItsEndIsStopped() {
     SupervisorRun run;
     run.addModule("A");
     QVERIFY(run.start());
@@ -222,7 +222,7 @@ void SupervisorTestModules::moduleThatAsksForItsEndIsStopped() {
     QVERIFY(run.waitForLine("A stop"));
 }
 
-void SupervisorTestModules::terminalShowsProgressAndAPipeDoesNot() {
+void SupervisorModulesTest::terminalShowsProgressAndAPipeDoesNot() {
     SupervisorRun run;
     run.addModule("A");
     run.addModule("B", {}, {{"waitsFor", QJsonArray{"A"}}});
@@ -244,6 +244,6 @@ void SupervisorTestModules::terminalShowsProgressAndAPipeDoesNot() {
     QVERIFY(terminal.lines().filter("2 of 2 down after ").size() == 1);
 }
 
-QTEST_GUILESS_MAIN(SupervisorTestModules)
+QTEST_GUILESS_MAIN(SupervisorModulesTest)
 
-#include "SupervisorTestModules.moc"
+#include "SupervisorModulesTest.moc"

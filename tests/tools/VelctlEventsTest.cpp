@@ -104,7 +104,7 @@ bool succeeds(QProcess* process) {
 
 } // namespace
 
-class VelctlTestEvents : public QObject {
+class VelctlEventsTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -112,7 +112,7 @@ private Q_SLOTS:
     void replayPutsTheSameBytesOnTheBus();
 };
 
-void VelctlTestEvents::publishedEventIsWhatAModuleWouldPublish() {
+void VelctlEventsTest::publishedEventIsWhatAModuleWouldPublish() {
     ByteRecorder recorder;
     const QVariantMap arguments = {{"a", QVariantMap{{"k", true}}},
                                    {"b", QVariantList{1, "x"}},
@@ -143,7 +143,7 @@ void VelctlTestEvents::publishedEventIsWhatAModuleWouldPublish() {
     QCOMPARE(events.at(1), events.at(0));
 }
 
-void VelctlTestEvents::replayPutsTheSameBytesOnTheBus() {
+void VelctlEventsTest::replayPutsTheSameBytesOnTheBus() {
     // One type of each kind, nested ones, and what JSON by itself could not hold.
     const QByteArrayList types =
         QByteArray("b y n q i u x t d s o v as ay av a{sv} (is) a(is) aai a{ya{s(dv)}} a{ss} (i(av)ay) aay aas ab ssi "
@@ -173,5 +173,5 @@ void VelctlTestEvents::replayPutsTheSameBytesOnTheBus() {
         QCOMPARE(again.at(index), sent.at(index));
 }
 
-VEL_TEST_MAIN(VelctlTestEvents)
-#include "VelctlTestEvents.moc"
+VEL_TEST_MAIN(VelctlEventsTest)
+#include "VelctlEventsTest.moc"

@@ -34,7 +34,7 @@ QByteArray withModules(const QByteArray& first, const QByteArray& second, const 
 
 } // namespace
 
-class SupervisorTestConfiguration : public QObject {
+class SupervisorConfigurationTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -55,7 +55,7 @@ private:
     QTemporaryDir m_folder;
 };
 
-QStringList SupervisorTestConfiguration::mistakesIn(const QByteArray& text) const {
+QStringList SupervisorConfigurationTest::mistakesIn(const QByteArray& text) const {
     QFile file("c.json");
     if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
         return {"the test cannot write its file"};
@@ -65,12 +65,12 @@ QStringList SupervisorTestConfiguration::mistakesIn(const QByteArray& text) cons
     return mistakes;
 }
 
-void SupervisorTestConfiguration::initTestCase() {
+void SupervisorConfigurationTest::initTestCase() {
     QDir::setCurrent(m_folder.path());
     QDir().mkpath("data/x");
 }
 
-void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
+void SupervisorConfigurationTest::mistakeIsNamedByLineAndKey_data() {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QString>("mistake");
     const auto row = [](const char* name, const QByteArray& text, const QString& mistake) {
@@ -181,13 +181,13 @@ void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey_data() {
         "2: answerLimit: must be a number of seconds between 0.001 and 86400");
 }
 
-void SupervisorTestConfiguration::mistakeIsNamedByLineAndKey() {
+void SupervisorConfigurationTest::mistakeIsNamedByLineAndKey() {
     QFETCH(QByteArray, text);
     QFETCH(QString, mistake);
     QCOMPARE(mistakesIn(text), QStringList{mistake.replace("%1", QDir::currentPath())}); // folders are named in full
 }
 
-void SupervisorTestConfiguration::allMistakesAreNamedFromTheFirstLineToTheLast() {
+void SupervisorConfigurationTest::allMistakesAreNamedFromTheFirstLineToTheLast() {
     const QString known = ": unknown key; known are modules, save, restore, answerLimit, launch, launcher";
     QCOMPARE(
         mistakesIn("{ \"x\": 1,\n\"modules\": [{ \"name\": 1,\n\"command\": 2,\n\"waitsFor\": [\"Z\"] }],\n\"y\": 1 }"),
@@ -196,7 +196,7 @@ void SupervisorTestConfiguration::allMistakesAreNamedFromTheFirstLineToTheLast()
                      "c.json:4: modules[0].waitsFor[0]: there is no module 'Z'", "c.json:5: y" + known}));
 }
 
-void SupervisorTestConfiguration::goodConfigurationHasNoMistake() {
+void SupervisorConfigurationTest::goodConfigurationHasNoMistake() {
     const QByteArray text = R"({ "modules": [
         { "name": "A", "command": "sh", "arguments": [], "environment": { "X": "" }, "dataFolder": "data",
           "startLimit": 0.5, "stopLimit": 5, "alive": { "every": 1, "limit": 2, "dump": { "command": "sh" } },
@@ -209,7 +209,7 @@ void SupervisorTestConfiguration::goodConfigurationHasNoMistake() {
 }
 
 // Twenty thousand modules are no configuration, but a file of that length can be given; its check must end.
-void SupervisorTestConfiguration::checkTakesTimeInProportionToTheFile() {
+void SupervisorConfigurationTest::checkTakesTimeInProportionToTheFile() {
     const auto secondsFor = [this](int count) {
         QByteArray text = "{\"modules\":[\n";
         for (int index = 0; index < count; ++index) {
@@ -227,7 +227,7 @@ void SupervisorTestConfiguration::checkTakesTimeInProportionToTheFile() {
     QVERIFY2(secondsFor(24000) < 24 * one, "eight times the modules take many times as long as that");
 }
 
-void SupervisorTestConfiguration::commandLineMistakeIsRefused_data() {
+void SupervisorConfigurationTest::commandLineMistakeIsRefused_data() {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("text");
@@ -249,7 +249,7 @@ void SupervisorTestConfiguration::commandLineMistakeIsRefused_data() {
     QTest::newRow("version") << QStringList{"--version"} << goodStatus << "vel-supervisor ";
 }
 
-void SupervisorTestConfiguration::commandLineMistakeIsRefused() {
+void SupervisorConfigurationTest::commandLineMistakeIsRefused() {
     QFETCH(QStringList, arguments);
     QFETCH(int, status);
     QFETCH(QString, text);
@@ -263,7 +263,7 @@ void SupervisorTestConfiguration::commandLineMistakeIsRefused() {
     QVERIFY2(process.lines().value(0).startsWith(text), qPrintable(process.lines().value(0)));
 }
 
-void SupervisorTestConfiguration::withoutABusNothingIsStarted() {
+void SupervisorConfigurationTest::withoutABusNothingIsStarted() {
     QFile file(QString("alone.json"));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(withGoodModule("\"startLimit\": 60"));
@@ -274,6 +274,6 @@ void SupervisorTestConfiguration::withoutABusNothingIsStarted() {
     QVERIFY(process.lines().filter("cannot supervise: there is no session bus; nothing was started").size() == 1);
 }
 
-QTEST_GUILESS_MAIN(SupervisorTestConfiguration)
+QTEST_GUILESS_MAIN(SupervisorConfigurationTest)
 
-#include "SupervisorTestConfiguration.moc"
+#include "SupervisorConfigurationTest.moc"

@@ -123,7 +123,7 @@ constexpr int boundedMemory = 300 * 1024; // KiB: a message of the greatest leng
 
 } // namespace
 
-class VelctlTestHostile : public QObject {
+class VelctlHostileTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -313,5 +313,5 @@ private Q_SLOTS:
     }
 };
 
-VEL_TEST_MAIN(VelctlTestHostile)
-#include "VelctlTestHostile.moc"
+VEL_TEST_MAIN(VelctlHostileTest)
+#include "VelctlHostileTest.moc"

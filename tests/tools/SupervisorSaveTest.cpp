@@ -16,7 +16,7 @@ const QByteArray running = "SR";
 
 } // namespace
 
-class SupervisorTestSave : public QObject {
+class SupervisorSaveTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -56,7 +56,7 @@ private:
     }
 };
 
-void SupervisorTestSave::saveFreezesCopiesAndResumes() {
+void SupervisorSaveTest::saveFreezesCopiesAndResumes() {
     SupervisorRun run;
     run.addModule("WithoutData");
     run.addKeeper("Down");
@@ -83,7 +83,7 @@ void SupervisorTestSave::saveFreezesCopiesAndResumes() {
     QVERIFY(run.isServing("B"));
 }
 
-void SupervisorTestSave::restoreRunsThePostStep() {
+void SupervisorSaveTest::restoreRunsThePostStep() {
     SupervisorRun run;
     run.setCommand("restore",
                    "printf '%s\n' \"$VEL_OPERATION\" \"$VEL_MODULES\" >copied; echo copying; exit $(cat status)");
@@ -107,7 +107,7 @@ void SupervisorTestSave::restoreRunsThePostStep() {
     QVERIFY(!run.hasLine("B postRestore"));
 }
 
-void SupervisorTestSave::failingCommandIsToldAndEverybodyGoesOn_data() {
+void SupervisorSaveTest::failingCommandIsToldAndEverybodyGoesOn_data() {
     QTest::addColumn<QString>("command");
     QTest::addColumn<double>("limit");
     QTest::addColumn<QString>("reason");
@@ -117,7 +117,7 @@ void SupervisorTestSave::failingCommandIsToldAndEverybodyGoesOn_data() {
     QTest::newRow("not startable") << "" << 600. << "did not start: FailedToStart [0], '%1': No such file or directory";
 }
 
-void SupervisorTestSave::failingCommandIsToldAndEverybodyGoesOn() {
+void SupervisorSaveTest::failingCommandIsToldAndEverybodyGoesOn() {
     QFETCH(QString, command);
     QFETCH(double, limit);
     QFETCH(QString, reason);
@@ -145,7 +145,7 @@ void SupervisorTestSave::failingCommandIsToldAndEverybodyGoesOn() {
     QVERIFY(run.isServing("B"));
 }
 
-void SupervisorTestSave::impossibleSaveIsRefused_data() {
+void SupervisorSaveTest::impossibleSaveIsRefused_data() {
     QTest::addColumn<QString>("method");
     QTest::addColumn<QString>("modules");
     QTest::addColumn<QString>("text");
@@ -164,7 +164,7 @@ void SupervisorTestSave::impossibleSaveIsRefused_data() {
                                 << "cannot restore 'A': the configuration has no key 'restore'; nothing was done";
 }
 
-void SupervisorTestSave::impossibleSaveIsRefused() {
+void SupervisorSaveTest::impossibleSaveIsRefused() {
     QFETCH(QString, method);
     QFETCH(QString, modules);
     QFETCH(QString, text);
@@ -174,13 +174,13 @@ void SupervisorTestSave::impossibleSaveIsRefused() {
     QCOMPARE(run.answer(method, modules), text);
 }
 
-void SupervisorTestSave::moduleThatTakesNoPartIsNamed_data() {
+void SupervisorSaveTest::moduleThatTakesNoPartIsNamed_data() {
     QTest::addColumn<QStringList>("options");
     QTest::newRow("not subscribed") << QStringList{"--deaf"};
     QTest::newRow("failing preparation") << QStringList{"--preSave=QString"};
 }
 
-void SupervisorTestSave::moduleThatTakesNoPartIsNamed() {
+void SupervisorSaveTest::moduleThatTakesNoPartIsNamed() {
     VEL_SKIP_WHERE_IMPOSSIBLE();
     QFETCH(QStringList, options);
     SupervisorRun run;
@@ -198,7 +198,7 @@ void SupervisorTestSave::moduleThatTakesNoPartIsNamed() {
     QVERIFY(run.isServing("B"));
 }
 
-void SupervisorTestSave::moduleThatFreezesTooLateIsResumed_data() {
+void SupervisorSaveTest::moduleThatFreezesTooLateIsResumed_data() {
     QTest::addColumn<QString>("preSave");
     QTest::addColumn<QString>("reason");
     QTest::newRow("busy") << "hold"
@@ -208,7 +208,7 @@ void SupervisorTestSave::moduleThatFreezesTooLateIsResumed_data() {
         << "went on without freezing: it takes no part in saves, or its preparation failed";
 }
 
-void SupervisorTestSave::moduleThatFreezesTooLateIsResumed() {
+void SupervisorSaveTest::moduleThatFreezesTooLateIsResumed() {
     QFETCH(QString, preSave);
     SupervisorRun run;
     run.set("answerLimit", 2);
@@ -230,13 +230,13 @@ void SupervisorTestSave::moduleThatFreezesTooLateIsResumed() {
     QCOMPARE(processState(a), '\0');
 }
 
-void SupervisorTestSave::moduleThatEndsMeanwhileIsNamed_data() {
+void SupervisorSaveTest::moduleThatEndsMeanwhileIsNamed_data() {
     QTest::addColumn<bool>("isFrozen");
     QTest::newRow("before it answers") << false;
     QTest::newRow("while it is frozen") << true;
 }
 
-void SupervisorTestSave::moduleThatEndsMeanwhileIsNamed() {
+void SupervisorSaveTest::moduleThatEndsMeanwhileIsNamed() {
     QFETCH(bool, isFrozen);
     SupervisorRun run;
     QVERIFY(start(run, {isFrozen ? "" : "--preSave=hold", run.gate("a")}, true));
@@ -257,7 +257,7 @@ void SupervisorTestSave::moduleThatEndsMeanwhileIsNamed() {
 }
 
 // Stopped by somebody else is not saved, and resumed by somebody else is not saved either.
-void SupervisorTestSave::onlyItsOwnFreezeCounts() {
+void SupervisorSaveTest::onlyItsOwnFreezeCounts() {
     SupervisorRun run;
     run.set("answerLimit", 2);
     QVERIFY(start(run, {}, true));
@@ -280,7 +280,7 @@ void SupervisorTestSave::onlyItsOwnFreezeCounts() {
     QVERIFY(run.isServing("A"));
 }
 
-void SupervisorTestSave::processOfADebuggerIsNotTakenForASavedOne() {
+void SupervisorSaveTest::processOfADebuggerIsNotTakenForASavedOne() {
     SupervisorRun run;
     run.set("answerLimit", 2);
     QVERIFY(start(run, {}));
@@ -301,7 +301,7 @@ void SupervisorTestSave::processOfADebuggerIsNotTakenForASavedOne() {
     QVERIFY(run.isServing("A")); // the freeze was to come yet, and was resumed
 }
 
-void SupervisorTestSave::requestsWaitForTheEndOfASave() {
+void SupervisorSaveTest::requestsWaitForTheEndOfASave() {
     SupervisorRun run;
     QVERIFY(start(run, {}, true));
     const QDBusPendingCall saving = save(run);
@@ -317,13 +317,13 @@ void SupervisorTestSave::requestsWaitForTheEndOfASave() {
     QVERIFY(run.indexOfLine("save: done") < run.indexOfLine("stops '"));
 }
 
-void SupervisorTestSave::supervisorThatIsToldToEndResumesFirst_data() {
+void SupervisorSaveTest::supervisorThatIsToldToEndResumesFirst_data() {
     QTest::addColumn<bool>("copies");
     QTest::newRow("while modules freeze") << false;
     QTest::newRow("while the command runs") << true;
 }
 
-void SupervisorTestSave::supervisorThatIsToldToEndResumesFirst() {
+void SupervisorSaveTest::supervisorThatIsToldToEndResumesFirst() {
     QFETCH(bool, copies);
     SupervisorRun run;
     QVERIFY(start(run, {copies ? "" : "--preSave=hold", run.gate("a")}, true));
@@ -341,6 +341,6 @@ void SupervisorTestSave::supervisorThatIsToldToEndResumesFirst() {
     QVERIFY(run.waitForLine("'B' ended with NORMAL_EXIT [1]"));
 }
 
-QTEST_GUILESS_MAIN(SupervisorTestSave)
+QTEST_GUILESS_MAIN(SupervisorSaveTest)
 
-#include "SupervisorTestSave.moc"
+#include "SupervisorSaveTest.moc"
