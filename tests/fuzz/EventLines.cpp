@@ -10,7 +10,7 @@ namespace {
 
 QByteArray lineOf(DBusMessage* event) {
     QByteArray line;
-    velctl::writeEventJson(event, [&line](const QByteArray& piece) { line += piece; });
+    wire::writeEventJson(event, [&line](const QByteArray& piece) { line += piece; });
     QJsonObject object = QJsonDocument::fromJson(line).object();
     object.remove("time");
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
@@ -23,11 +23,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (!document.isObject())
         return 0;
     try {
-        const wire::Message event = velctl::eventFromJson(document.object(), "velctl");
+        const wire::Message event = wire::eventFromJson(document.object(), "velctl");
         const wire::Message received = wire::fromBytes(wire::toBytes(event.get())); // which validates, as a bus does
         fuzz::require(lineOf(received.get()) == lineOf(event.get()), "what arrives is what was sent");
         const wire::Message again =
-            velctl::eventFromJson(QJsonDocument::fromJson(lineOf(event.get())).object(), "velctl");
+            wire::eventFromJson(QJsonDocument::fromJson(lineOf(event.get())).object(), "velctl");
         fuzz::require(wire::toBytes(again.get()) == wire::toBytes(event.get()), "its line gives the same bytes");
         velctl::eventLine(event.get());
     } catch (const wire::Error& error) {

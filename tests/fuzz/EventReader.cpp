@@ -20,7 +20,7 @@ const QString eventSignature = "(ssia{ss}a{sv})";
 
 QJsonObject lineOf(DBusMessage* event) {
     QByteArray line;
-    velctl::writeEventJson(event, [&line](const QByteArray& piece) { line += piece; });
+    wire::writeEventJson(event, [&line](const QByteArray& piece) { line += piece; });
     QJsonParseError error;
     QJsonObject object = QJsonDocument::fromJson(line, &error).object();
     fuzz::require(error.error == QJsonParseError::NoError && !line.contains('\n'), "an event is one line of JSON");
@@ -33,7 +33,7 @@ void comesBackFromItsLine(DBusMessage* event) {
     velctl::eventLine(event);
     const QJsonObject line = lineOf(event);
     try {
-        const wire::Message again = velctl::eventFromJson(line, "velctl");
+        const wire::Message again = wire::eventFromJson(line, "velctl");
         fuzz::require(lineOf(again.get()) == line, "an event comes back from its line");
     } catch (const wire::Error& error) {
         // A descriptor means nothing to another process; and libdbus itself takes one level more than others do.

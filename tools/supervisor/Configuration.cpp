@@ -1,8 +1,8 @@
 // From the file to the values, with what can be said about each value alone.
 #include "Configuration.h"
 
-#include "ConfigurationReader.h"
 #include "ConfigurationRules.h"
+#include "configuration/ConfigurationReader.h"
 
 #include <VelExitCodes>
 

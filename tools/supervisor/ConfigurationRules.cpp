@@ -2,7 +2,7 @@
 #include "ConfigurationRules.h"
 
 #include "Configuration.h"
-#include "ConfigurationReader.h"
+#include "configuration/ConfigurationReader.h"
 
 #include "bus/BusNames.h"
 

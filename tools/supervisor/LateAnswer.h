@@ -1,7 +1,7 @@
 // The answer to a call from the bus, given when the work is done and not when the called method returns.
 #pragma once
 
-#include "Shown.h"
+#include "wire/Shown.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

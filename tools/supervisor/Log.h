@@ -1,7 +1,7 @@
 // The supervisor's log lines: to the module's default logger, which filters them by its level. Whatever they quote is safe.
 #pragma once
 
-#include "Shown.h"
+#include "wire/Shown.h"
 
 #include <VelLogger>
 

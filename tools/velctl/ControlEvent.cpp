@@ -12,9 +12,9 @@
 
 namespace velctl {
 
-int sendControlEvent(const Request& request, Bus& bus, const QString& name, std::vector<EventArgument> arguments,
+int sendControlEvent(const Request& request, Bus& bus, const QString& name, std::vector<wire::EventArgument> arguments,
                      const QStringList& modules) {
-    bus.publish(makeEvent(request.publisher, name, QString(), std::move(arguments)).get());
+    bus.publish(wire::makeEvent(request.publisher, name, QString(), std::move(arguments)).get());
     Status status = Ok;
     QVector<Row> rows;
     for (const ModuleReport& report : lookAt(bus, modules, request.limit.forAnswers())) {

@@ -33,9 +33,9 @@ EventFilter::EventFilter(const QString& verb, const QStringList& names, const QS
 void EventFilter::subscribe(Bus& bus, std::function<void(DBusMessage*)> heard) const {
     QStringList rules;
     for (const QString& name : m_names)
-        rules += eventRule(name, m_module);
+        rules += wire::eventRule(name, m_module);
     if (m_names.isEmpty() || std::any_of(m_names.begin(), m_names.end(), isPattern))
-        rules = QStringList(eventRule(QString(), m_module));
+        rules = QStringList(wire::eventRule(QString(), m_module));
     bus.subscribe(rules, [filter = *this, heard = std::move(heard)](DBusMessage* message) {
         if (filter.matches(message))
             heard(message);
@@ -43,7 +43,7 @@ void EventFilter::subscribe(Bus& bus, std::function<void(DBusMessage*)> heard) c
 }
 
 bool EventFilter::matches(DBusMessage* message) const {
-    if (!isEvent(message))
+    if (!wire::isEvent(message))
         return false;
     if (!m_module.isEmpty() && !dbus_message_has_path(message, pathOf(m_module).toUtf8().constData()))
         return false;
@@ -51,7 +51,7 @@ bool EventFilter::matches(DBusMessage* message) const {
         return false;
     return std::all_of(m_arguments.begin(), m_arguments.end(), [message](const QPair<QString, QString>& argument) {
         DBusMessageIter value;
-        return findArgument(message, argument.first.toUtf8(), value) && textOf(value) == argument.second;
+        return wire::findArgument(message, argument.first.toUtf8(), value) && textOf(value) == argument.second;
     });
 }
 

@@ -32,9 +32,9 @@ int runLogLevel(const Request& request) {
     const QStringList modules = bus.modules();
     if (modules.isEmpty())
         printMessage("there is no module on the bus that could take the level");
-    return sendControlEvent(request, bus, "log_level_changed",
-                            {textArgument("syslog_facility", request.facility), intArgument("syslog_level", level)},
-                            modules);
+    return sendControlEvent(
+        request, bus, "log_level_changed",
+        {wire::textArgument("syslog_facility", request.facility), wire::intArgument("syslog_level", level)}, modules);
 }
 
 } // namespace velctl

@@ -15,7 +15,7 @@ int runMemoryTracing(const Request& request) {
     Bus bus(request.limit, request.address);
     const ModuleReport before = requireModule(bus, "trace", module, module, request.limit.forSignsOfLife());
     const int status =
-        sendControlEvent(request, bus, "mtrace_" + direction, {textArgument("module", module)}, {module});
+        sendControlEvent(request, bus, "mtrace_" + direction, {wire::textArgument("module", module)}, {module});
     const QString obstacle = direction == "on" ? whyTracingWritesNothing(before.process.pid) : QString();
     if (obstacle.isEmpty() || status != Ok)
         return status;

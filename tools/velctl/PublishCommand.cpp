@@ -24,7 +24,7 @@ namespace {
 }
 
 // NAME=VALUE or NAME:=TYPE:VALUE
-EventArgument argumentOf(const QString& text) {
+wire::EventArgument argumentOf(const QString& text) {
     const int equals = text.indexOf('=');
     if (equals < 0)
         refuse(text, "there is no '=' in it");
@@ -46,12 +46,12 @@ EventArgument argumentOf(const QString& text) {
 }
 
 // The arguments' mistakes are told with the argument.
-std::vector<EventArgument> argumentsOf(const QStringList& texts) {
-    std::vector<EventArgument> arguments;
+std::vector<wire::EventArgument> argumentsOf(const QStringList& texts) {
+    std::vector<wire::EventArgument> arguments;
     for (const QString& text : texts) {
         try {
-            EventArgument argument = argumentOf(text);
-            for (const EventArgument& earlier : arguments) {
+            wire::EventArgument argument = argumentOf(text);
+            for (const wire::EventArgument& earlier : arguments) {
                 if (earlier.name == argument.name)
                     refuse(text, QString("'%1' is given twice").arg(argument.name));
             }
@@ -76,7 +76,7 @@ int publishOne(const Request& request) {
     requireValidName("publish as", "a module", request.publisher);
     wire::Message event;
     try {
-        event = makeEvent(request.publisher, name, request.context, argumentsOf(request.arguments.mid(1)));
+        event = wire::makeEvent(request.publisher, name, request.context, argumentsOf(request.arguments.mid(1)));
     } catch (const wire::Error& error) {
         refuse(name, error.reason);
     }
@@ -143,7 +143,7 @@ wire::Message eventOf(const QByteArray& line, const QString& publisher) {
         throw wire::Error(error.errorString());
     if (!document.isObject())
         throw wire::Error("it is no JSON object");
-    return eventFromJson(document.object(), publisher);
+    return wire::eventFromJson(document.object(), publisher);
 }
 
 int publishLines(const Request& request) {

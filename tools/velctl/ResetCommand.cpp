@@ -25,13 +25,14 @@ struct Answer {
 
 QString textArgumentOf(DBusMessage* event, const char* name) {
     DBusMessageIter value;
-    const bool isText = findArgument(event, name, value) && dbus_message_iter_get_arg_type(&value) == DBUS_TYPE_STRING;
+    const bool isText =
+        wire::findArgument(event, name, value) && dbus_message_iter_get_arg_type(&value) == DBUS_TYPE_STRING;
     return isText ? textOf(value) : QString();
 }
 
 bool truthArgumentOf(DBusMessage* event, const char* name) {
     DBusMessageIter value;
-    return findArgument(event, name, value) && dbus_message_iter_get_arg_type(&value) == DBUS_TYPE_BOOLEAN &&
+    return wire::findArgument(event, name, value) && dbus_message_iter_get_arg_type(&value) == DBUS_TYPE_BOOLEAN &&
            textOf(value) == "true";
 }
 
@@ -99,7 +100,7 @@ int runReset(const Request& request) {
     });
     const QList<ModuleReport> reports = lookAt(bus, bus.modules(), request.limit.forSignsOfLife());
     answers.expect(reports);
-    bus.publish(makeEvent(request.publisher, "reset_data_" + kind, QString(), {}).get());
+    bus.publish(wire::makeEvent(request.publisher, "reset_data_" + kind, QString(), {}).get());
 
     // Those that are stopped will not answer, and the answer of one that ends meanwhile will not come.
     const auto isStillExpected = [&](const ModuleReport& report) {

@@ -25,7 +25,7 @@ int runStop(const Request& request) {
     Bus bus(request.limit, request.address);
     const ModuleReport report = requireModule(bus, "stop", module, module, request.limit.forSignsOfLife());
     const OwnerWatch watch(bus, module);
-    bus.publish(makeEvent(request.publisher, "stop_module_" + module, QString(), {}).get());
+    bus.publish(wire::makeEvent(request.publisher, "stop_module_" + module, QString(), {}).get());
 
     // Another instance may take the name at once: this one has left when the name's owner is another.
     bool hasLeftBus = false;

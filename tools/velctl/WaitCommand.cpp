@@ -30,7 +30,7 @@ int waitForEvent(const Request& request) {
         if (!request.json)
             return printLine(eventLine(event));
         const auto put = [&](const QByteArray& piece) { Output::writePiece(piece, request.limit); };
-        writeEventJson(event, put);
+        wire::writeEventJson(event, put);
         put("\n");
     });
     printMessage("waiting for " + request.arguments.join(' '));

@@ -29,7 +29,7 @@ bool printEvent(DBusMessage* event, bool isJson) {
         return true;
     }
     QByteArray line;
-    writeEventJson(event, [&line](const QByteArray& piece) {
+    wire::writeEventJson(event, [&line](const QByteArray& piece) {
         if (line.size() <= longestLine)
             line += piece;
     });

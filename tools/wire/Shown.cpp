@@ -1,5 +1,5 @@
 // Shortened before it is made visible: a text may be as long as a message of the bus.
-#include "Shown.h"
+#include "wire/Shown.h"
 
 #include "wire/Printable.h"
 

@@ -1,6 +1,6 @@
 // RapidJSON reads and tells where it is; this keeps the lines, and makes Qt's values of what it reads. Qt's own reader was
 // rejected: it tells no places, and says nothing about a key that is given twice.
-#include "JsonDocument.h"
+#include "configuration/JsonDocument.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

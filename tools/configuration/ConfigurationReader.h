@@ -1,7 +1,7 @@
 // Reads values of a JSON document by their path and collects what is wrong with them.
 #pragma once
 
-#include "JsonDocument.h"
+#include "configuration/JsonDocument.h"
 
 #include <QJsonObject>
 #include <QJsonValue>

@@ -1,7 +1,7 @@
 // Values by path, each with the mistakes that its type allows.
-#include "ConfigurationReader.h"
+#include "configuration/ConfigurationReader.h"
 
-#include "Shown.h"
+#include "wire/Shown.h"
 
 #include <QJsonArray>
 
