@@ -14,13 +14,44 @@
 #include <QDBusPendingCallWatcher>
 #include <QTimer>
 
+#include <dbus/dbus.h>
+
 #include <cstdio>
+#include <cstdlib>
+
+// A child of the module: dies in ~QObject, in which Qt's D-Bus thread must find nothing to do.
+class LateWitness : public QObject {
+    Q_OBJECT
+public:
+    LateWitness(const QDBusConnection& connection, QObject* module)
+        : QObject(module), m_libdbus(static_cast<DBusConnection*>(connection.internalPointer())) {
+        if (m_libdbus)
+            dbus_connection_ref(m_libdbus);
+    }
+
+    ~LateWitness() override {
+        if (!m_libdbus)
+            return;
+        // Qt opens a connection on its D-Bus thread, after all that was asked of this thread before.
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, "witness");
+        QDBusConnection::disconnectFromBus("witness");
+        if (!dbus_connection_get_is_connected(m_libdbus)) {
+            std::fputs("the connection ended before the module\n", stderr);
+            std::abort();
+        }
+        dbus_connection_unref(m_libdbus);
+    }
+
+private:
+    DBusConnection* const m_libdbus;
+};
 
 class HeldModule : public VelModule {
     Q_OBJECT
 public:
     HeldModule() : VelModule("Held"), m_target(getParameters().value("in")) {
         m_ownedObject = new QObject;
+        new LateWitness(m_connection, this);
         connect(this, &VelModule::sig_init_ok, this, [this] { holdIn("END_OF_INIT"); });
     }
 

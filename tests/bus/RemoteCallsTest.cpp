@@ -16,6 +16,29 @@
 #include <QDBusVariant>
 #include <QTest>
 
+#include <dlfcn.h>
+
+namespace {
+
+int answersAwaited = -1; // negative: none is waited for
+
+} // namespace
+
+// In the place of Qt's, for the whole process: when the test wants it, the peer's answer is there before the library looks
+// at the call. On a busy machine that happens by itself, now and then.
+QDBusPendingCall QDBusAbstractInterface::asyncCallWithArgumentList(const QString& method,
+                                                                   const QList<QVariant>& arguments) {
+    using Function = QDBusPendingCall (*)(QDBusAbstractInterface*, const QString&, const QList<QVariant>&);
+    static const auto ofQt = reinterpret_cast<Function>(
+        dlsym(RTLD_NEXT, "_ZN22QDBusAbstractInterface25asyncCallWithArgumentListERK7QStringRK5QListI8QVariantE"));
+    QDBusPendingCall pending = ofQt(this, method, arguments);
+    if (answersAwaited >= 0) {
+        pending.waitForFinished();
+        ++answersAwaited;
+    }
+    return pending;
+}
+
 namespace {
 
 const QString peer = "Scripted";
@@ -126,13 +149,11 @@ private Q_SLOTS:
     void quickErrorReplyStaysInThePendingCall() {
         const auto process = startPeer();
         QVERIFY(process);
-        // Whether the answer is there before the call returns is a race between two processes: many rounds, each outcome
-        // seen.
-        for (int round = 0; round < 500; ++round) {
-            QDBusPendingCall pending = m_module.asyncRemoteCall(peer, "noSuchMethod");
-            pending.waitForFinished();
-            QCOMPARE(pending.error().type(), QDBusError::UnknownMethod);
-        }
+        answersAwaited = 0;
+        QDBusPendingCall pending = m_module.asyncRemoteCall(peer, "noSuchMethod", hello);
+        QCOMPARE(answersAwaited, 1);
+        answersAwaited = -1;
+        QCOMPARE(pending.error().type(), QDBusError::UnknownMethod);
     }
 
     void moduleThatLeftAndCameBack() {
