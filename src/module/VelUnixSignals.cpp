@@ -1,7 +1,8 @@
 // Signals of the operating system, told by the event loop.
 //
-// A handler may do next to nothing, so it writes the signal's number into a pipe that the event loop reads. A signalfd
-// was rejected: it needs the signals blocked, and every program started from here would inherit that.
+// A handler may do next to nothing, so it marks the signal as pending and wakes the event loop up through a pipe. The
+// mark, not the byte in the pipe, tells which signal came: a pipe can be full. A signalfd was rejected: it needs the
+// signals blocked, and every program started from here would inherit that.
 //
 // What must always hold: the second signal that asks for the end works without the event loop, since a hook may hang.
 // So the handler itself counts them.
@@ -26,6 +27,7 @@ namespace {
 int wakeUp[2] = {-1, -1};
 pid_t owner = 0; // a process that was forked from here inherits the handler, and must not write into this pipe
 
+std::atomic<bool> isPending[NSIG];
 std::atomic<bool> asksForTheEnd[NSIG];
 std::atomic<bool> endWasAskedFor{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler uses it");
@@ -35,10 +37,9 @@ void handle(int number) {
     if (getpid() != owner || (asksForTheEnd[number] && endWasAskedFor.exchange(true))) {
         std::signal(number, SIG_DFL);
         raise(number); // delivered when this handler returns
-    } else {
-        const auto byte = static_cast<unsigned char>(number);
-        [[maybe_unused]] const ssize_t written =
-            write(wakeUp[1], &byte, 1); // a full pipe wakes the loop up just as well
+    } else if (!isPending[number].exchange(true)) {
+        const char byte = 0;
+        [[maybe_unused]] const ssize_t written = write(wakeUp[1], &byte, sizeof byte);
     }
     errno = errnoBefore;
 }
@@ -83,10 +84,14 @@ private:
     }
 
     void read() {
-        unsigned char numbers[64];
-        const ssize_t count = ::read(wakeUp[0], numbers, sizeof numbers); // what is left makes the notifier fire again
-        for (ssize_t at = 0; at < count; ++at)
-            tell(numbers[at]);
+        char bytes[NSIG];
+        while (::read(wakeUp[0], bytes, sizeof bytes) >
+               0) { // first: a signal that comes from here on writes a new byte
+        }
+        for (int number = 1; number < NSIG; ++number) {
+            if (isPending[number].exchange(false))
+                tell(number);
+        }
     }
 
     void tell(int number) {
