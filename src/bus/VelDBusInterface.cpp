@@ -8,6 +8,7 @@
 #include "bus/BusNames.h"
 #include "bus/DBusContextKeeper.h"
 #include "bus/OwnObject.h"
+#include "errors/ErrorName.h"
 #include "errors/VelException.h"
 #include "events/Marshallable.h"
 #include "log/GuardedLog.h"
@@ -67,18 +68,40 @@ QVariantList argumentsForQt(const VelDBusInterface& proxy, const QString& method
     return refusal->instead;
 }
 
-// Calls to a service of this very process run synchronously, so the slot's exception surfaces here. What the slot meant
-// as an error reply becomes the thrown text that a reply from elsewhere would be.
+// What a slot of this very process meant as an error reply, as a reply from elsewhere would be.
+QDBusMessage errorReplyOf(VelException* thrown) {
+    const std::unique_ptr<VelException> exception(thrown);
+    return exception ? QDBusMessage::createError(vel::errorNameOf(exception->m_errorType), exception->m_message)
+                     : QDBusMessage::createError(QDBusError::Failed, QString());
+}
+
+// Calls to a service of this very process run synchronously, so the slot's exception surfaces here. It becomes the
+// thrown text that a reply from elsewhere would be.
 template <typename Call>
 auto callAsIfRemote(const VelDBusInterface& proxy, Call&& call) {
     const vel::DBusContextKeeper keeper(bus::ownObjectAt(proxy.path()));
     try {
         return call();
     } catch (VelException* thrown) {
-        const std::unique_ptr<VelException> exception(thrown);
-        throw exception ? QString(exception->m_message) : QString();
+        throw errorReplyOf(thrown).errorMessage();
     }
 }
+
+// Calls a slot for errors from the event loop, as Qt does.
+class ErrorSlot : public QObject {
+    Q_OBJECT
+public:
+    static void callLater(QObject* receiver, const char* slot, const QDBusMessage& reply) {
+        if (!receiver || !slot)
+            return;
+        ErrorSlot sender;
+        connect(&sender, SIGNAL(failed(QDBusError, QDBusMessage)), receiver, slot, Qt::QueuedConnection);
+        Q_EMIT sender.failed(QDBusError(reply), reply);
+    }
+
+Q_SIGNALS:
+    void failed(const QDBusError& error, const QDBusMessage& reply);
+};
 
 // A peer's error may already have arrived; it has a sender, so it stays in the pending call, as it would a moment later.
 bool failedToSend(const QDBusPendingCall& pending, const QDBusConnection& connection) {
@@ -137,8 +160,15 @@ bool VelDBusInterface::callWithCallback(const QString& method, const QList<QVari
     } catch (const QString&) {
         return false; // and said why
     }
-    const bool queued = callAsIfRemote(
-        *this, [&] { return QDBusInterface::callWithCallback(method, sent, receiver, returnMethod, errorMethod); });
+    const vel::DBusContextKeeper keeper(bus::ownObjectAt(path()));
+    bool queued = true;
+    try {
+        queued = QDBusInterface::callWithCallback(method, sent, receiver, returnMethod, errorMethod);
+    } catch (VelException* thrown) { // a slot of this very process, as in callAsIfRemote()
+        ErrorSlot::callLater(receiver, errorMethod, errorReplyOf(thrown));
+    } catch (const QString& text) { // the same slot, whose own call to another module has failed
+        ErrorSlot::callLater(receiver, errorMethod, QDBusMessage::createError(QDBusError::Failed, text));
+    }
     if (!queued)
         logRefusal(*this, method,
                    connection().isConnected() ? lastError().message() : QStringLiteral("there is no bus"));
@@ -149,3 +179,5 @@ VelDBusInterface& VelDBusInterface::operator=(const VelDBusInterface& other) {
     setParent(other.parent());
     return *this;
 }
+
+#include "VelDBusInterface.moc"

@@ -60,7 +60,8 @@ public:
     /// Result:   true when the call was queued for sending, or when an argument has no D-Bus form: the slot
     ///           `errorMethod` is called then. False when it cannot be a call at all (a method's name that is none, more
     ///           than 63 levels, an array above 64 MiB, a message above 128 MiB); one error line says why.
-    /// Errors:   throws nothing; only what a slot of this very process throws comes out, as Qt calls it at once.
+    /// Errors:   throws nothing. A call to this very process runs at once: a VelException or a QString that its slot
+    ///           throws goes to the slot `errorMethod`; any other exception of that slot comes out, to the net.
     bool callWithCallback(const QString& method, const QList<QVariant>& args, QObject* receiver,
                           const char* returnMethod, const char* errorMethod);
 

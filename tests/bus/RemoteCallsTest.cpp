@@ -54,6 +54,7 @@ public:
 
 public Q_SLOTS:
     void refuse() { throw new VelException(m_module, VelException::AccessDenied, "refused"); }
+    void ask() { m_module->syncRemoteCall("Nobody", "answer"); }
 
 private:
     VelModule* m_module;
@@ -74,6 +75,7 @@ public:
 public Q_SLOTS:
     void answered(const QString& text) { answers << text; }
     void failed(const QDBusError& error) { answers << QString("error ") + error.message(); }
+    void refused(const QDBusError& error) { answers << error.name(); }
 };
 
 // A type that Qt D-Bus was never told about.
@@ -295,7 +297,15 @@ private Q_SLOTS:
         QCOMPARE(thrownBy([&] { m_module.asyncRemoteCall(own, "refuse"); }), QString("refused"));
         VelDBusInterface proxy(own, QDBusConnection::sessionBus(), nullptr);
         QCOMPARE(thrownBy([&] { proxy.call("refuse", {}); }), QString("refused"));
+        QVERIFY(proxy.callWithCallback("refuse", {}, &m_module, SLOT(answered(QString)), SLOT(refused(QDBusError))));
+        QVERIFY(proxy.callWithCallback("refuse", {}, &m_module, SLOT(answered(QString)), nullptr));
+        QVERIFY(callWithCallback(own, "refuse", {}));
+        QVERIFY(callWithCallback(own, "ask", {}));
         QVERIFY(!m_module.calledFromDBus());
+        QCOMPARE(m_module.answers, QStringList());
+        QVERIFY(QTest::qWaitFor([&] { return m_module.answers.size() == 3; }, 60000));
+        QCOMPARE(m_module.answers, (QStringList{"org.freedesktop.DBus.Error.AccessDenied", "error refused",
+                                                "error Invalid interface: is module 'Nobody' started ?"}));
     }
 
 private:
