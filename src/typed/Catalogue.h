@@ -11,13 +11,15 @@ namespace vel::typed {
 
 /// One event or call. It adds itself when the program is loaded, before main(), and then does nothing until the program is
 /// started with --describe: the application object, when it is made, prints all of them as JSON and ends the process with
-/// status 0, before anything touches the bus. A program without entries does not know the option.
+/// status 0, before anything touches the bus. A program without entries knows the option only when VEL_DESCRIBE is set in
+/// its environment, as `velctl describe` does: it may have an option of that name itself.
 class CatalogueEntry {
 public:
     using Describe = QJsonObject (*)(const void* what);
 
-    /// `list` is "publishes", "hears" or "calls". All must live as long as the process.
-    VEL_EXPORT CatalogueEntry(const char* list, Describe describe, const void* what = nullptr);
+    /// `list` is "publishes", "hears" or "calls"; without `describe` the entry says that the program also has names in this
+    /// list that it chooses at run time. All must live as long as the process.
+    VEL_EXPORT explicit CatalogueEntry(const char* list, Describe describe = nullptr, const void* what = nullptr);
 
 private:
     friend class Catalogue;
@@ -38,6 +40,13 @@ struct EventEntry {
     static QJsonObject describe(const void*) { return describedEvent(Event::eventName, formOf<Event>()); }
     static inline const CatalogueEntry published{"publishes", &describe};
     static inline const CatalogueEntry heard{"hears", &describe};
+};
+
+/// The entries for names that are texts at run time. A template, so that only a program that uses one has it.
+template <typename = void>
+struct NamesAtRunTime {
+    static inline const CatalogueEntry heard{"hears"};
+    static inline const CatalogueEntry called{"calls"};
 };
 
 /// Makes the compiler keep an entry.

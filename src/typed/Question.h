@@ -135,4 +135,9 @@ struct Answer<std::tuple<Values...>> {
     static constexpr bool isTakenBy = std::is_invocable_v<Done&, Values...>;
 };
 
+template <typename R>
+R callAndWait(VelModule& module, const Question& question) {
+    return Answer<R>::read(question, answerTo(module, question));
+}
+
 } // namespace vel::typed

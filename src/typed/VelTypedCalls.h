@@ -48,8 +48,8 @@ constexpr TimeLimit within(std::chrono::duration<Rep, Period> duration) {
 template <typename R, typename... Arguments>
 R call(VelModule& module, TimeLimit limit, const QString& moduleName, const QString& methodName,
        const Arguments&... arguments) {
-    const typed::Question question = typed::questionOf(moduleName, methodName, limit.milliseconds, arguments...);
-    return typed::Answer<R>::read(question, typed::answerTo(module, question));
+    typed::keep(&typed::NamesAtRunTime<>::called);
+    return typed::callAndWait<R>(module, typed::questionOf(moduleName, methodName, limit.milliseconds, arguments...));
 }
 
 /// The same with the bus library's own limit, 25 s.
@@ -111,7 +111,10 @@ R call(VelModule& module, TimeLimit limit, const Method<R(Parameters...)>& metho
     static_assert(fits, "vel::call: the method takes other arguments");
     if constexpr (fits)
         return method.converted(
-            [&](const auto&... exact) { return call<R>(module, limit, method.module(), method.method(), exact...); },
+            [&](const auto&... exact) {
+                return typed::callAndWait<R>(
+                    module, typed::questionOf(method.module(), method.method(), limit.milliseconds, exact...));
+            },
             std::forward<Arguments>(arguments)...);
 }
 
@@ -187,6 +190,7 @@ private:
 template <typename R, typename... Arguments>
 Pending<R> ask(VelModule& module, TimeLimit limit, const QString& moduleName, const QString& methodName,
                const Arguments&... arguments) {
+    typed::keep(&typed::NamesAtRunTime<>::called);
     return Pending<R>(module, typed::questionOf(moduleName, methodName, limit.milliseconds, arguments...));
 }
 
@@ -197,7 +201,10 @@ Pending<R> ask(VelModule& module, TimeLimit limit, const Method<R(Parameters...)
     static_assert(fits, "vel::ask: the method takes other arguments");
     if constexpr (fits)
         return method.converted(
-            [&](const auto&... exact) { return ask<R>(module, limit, method.module(), method.method(), exact...); },
+            [&](const auto&... exact) {
+                return Pending<R>(module,
+                                  typed::questionOf(method.module(), method.method(), limit.milliseconds, exact...));
+            },
             std::forward<Arguments>(arguments)...);
 }
 

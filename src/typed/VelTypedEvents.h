@@ -50,6 +50,7 @@ constexpr bool isHandler() {
 template <typename Context, typename Callable>
 Subscription onEvent(VelModule& module, const QString& eventName, Context* context, Callable handler) {
     if constexpr (typed::isHandler<Context, Callable>()) {
+        typed::keep(&typed::NamesAtRunTime<>::heard);
         const typed::Form* form = typed::formTaken<typed::TakenBy<Callable>>();
         return typed::subscribe(module, eventName, context, form, typed::handlerOf(context, std::move(handler)));
     }

@@ -1,8 +1,10 @@
 // A struct's fields to an event's arguments and back: which values are taken, and what is said of those that are not.
+#include "typed/Catalogue.h"
 #include "typed/Form.h"
 #include "typed/Record.h"
 
 #include <QDBusVariant>
+#include <QJsonArray>
 #include <QTest>
 #include <QUrl>
 
@@ -262,6 +264,22 @@ private Q_SLOTS:
         everything.anything = QVariant();
         QVERIFY(!m_form.record().write(&everything, sent, mismatch));
         QCOMPARE(mismatch.text(), "field 'anything' is nothing, wanted QVariant");
+    }
+
+    // Names of types are not enough to compare two programs: what is inside is told too.
+    void descriptionGoesIntoContainersAndStructs() {
+        QMap<QString, QJsonObject> fields;
+        for (const QJsonValue& field : vel::typed::describedEvent("x", m_form)["fields"].toArray())
+            fields.insert(field.toObject()["name"].toString(), field.toObject());
+        QCOMPARE(fields.size(), Everything::staticMetaObject.propertyCount());
+        QCOMPARE(fields["number"], (QJsonObject{{"name", "number"}, {"type", "int"}}));
+        const QJsonArray keys{"Day", "Night"};
+        QCOMPARE(fields["mode"], (QJsonObject{{"name", "mode"}, {"type", "Everything::Mode"}, {"keys", keys}}));
+        QCOMPARE(fields["modes"]["keys"].toArray(), keys);
+        for (const char* of : {"station", "stations", "byName", "maybeStation"})
+            QCOMPARE(fields[of]["fields"].toArray().at(1).toObject()["name"].toString(), "megahertz");
+        QVERIFY(fields["maybeStation"]["optional"].toBool());
+        QCOMPARE(fields["maybeStation"]["type"].toString(), "Station");
     }
 
     void unknownTypeIsNamed() {

@@ -83,6 +83,13 @@ const std::vector<Command>& commands() {
          "Publishes stop_module_MODULE and waits until the module has left the bus and its process has ended.",
          "velctl stop Tuner",
          {}, 1, 1, usual, runStop},
+        {"describe", "PROGRAM...", "the events and calls of programs, and where they do not fit",
+         "Starts each program with --describe, without a bus: it prints what it publishes, hears and calls with\n"
+         "types, and ends. A file that is not executable is such a description that was saved. Shows every event\n"
+         "with its fields, who publishes and who hears it, what differs between them, and what nobody hears or\n"
+         "publishes. Ends with 1 when something differs or a program says nothing. The time limit is 60 s.",
+         "velctl describe /usr/lib/radio/*",
+         {}, 1, anyNumber, forStarts, runDescribe},
         {"start", "MODULE", "have the supervisor start a module",
          "Ends when the module is up, or with the reason why it is not. The states through which modules go\n"
          "are told meanwhile. The time limit is 60 s unless given.",

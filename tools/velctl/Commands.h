@@ -59,6 +59,7 @@ int runMemoryTracing(const Request& request);
 int runReset(const Request& request);
 int runStop(const Request& request);
 int runSubscribers(const Request& request);
+int runDescribe(const Request& request);
 int runStart(const Request& request);
 int runRestart(const Request& request);
 int runSave(const Request& request);

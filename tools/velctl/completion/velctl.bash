@@ -32,13 +32,14 @@ _velctl() {
                 esac
             else
                 case $command:${#arguments[@]} in
-                    :0 | help:0) words='list status watch publish call wait subscribers loglevel mtrace reset stop start restart
-                             save restore help' ;;
+                    :0 | help:0) words='list status watch publish call wait subscribers loglevel mtrace reset stop describe
+                             start restart save restore help' ;;
                     status:0 | call:0 | stop:0 | mtrace:1)
                         words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
                     start:0 | restart:0 | save:* | restore:*)
                         words=$("$velctl" list --all --names --timeout 1 2>/dev/null) ;;
                     call:1) words=$("$velctl" status "${arguments[0]}" --names --timeout 1 2>/dev/null) ;;
+                    describe:*) words=$(compgen -f -- "$current") ;;
                     loglevel:0) words='silent error warning info debug' ;;
                     mtrace:0) words='on off' ;;
                     reset:0) words='default factory' ;;
