@@ -2,6 +2,7 @@
 #include <VelApplication>
 #include <VelLogger>
 #include <VelModule>
+#include <VelModuleMain>
 #include <VelReturnType>
 #include <VelUnixSignals>
 
@@ -42,7 +43,7 @@ private:
     }
 };
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Console console;
     velStopOnSignals(console, {SIGTERM, SIGINT});

@@ -4,6 +4,7 @@
 #include <VelExceptionNet>
 #include <VelLogger>
 #include <VelModule>
+#include <VelModuleMain>
 #include <VelUnixSignals>
 
 #include <QDBusAbstractAdaptor>
@@ -89,7 +90,7 @@ Display::Display() : VelModule("Display") {
     new DisplayAdaptor(this);
 }
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Display display;
     velStopOnSignals(display, {SIGTERM, SIGINT});

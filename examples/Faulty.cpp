@@ -2,6 +2,7 @@
 #include <VelApplication>
 #include <VelLogger>
 #include <VelModule>
+#include <VelModuleMain>
 #include <VelUnixSignals>
 
 #include <csignal>
@@ -40,7 +41,7 @@ private:
     bool failsIn(const QString& step) { return getParameters().value("fail") == step; }
 };
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Faulty faulty;
     velStopOnSignals(faulty, {SIGTERM, SIGINT});

@@ -2,6 +2,7 @@
 #include <VelApplication>
 #include <VelLogger>
 #include <VelModule>
+#include <VelModuleMain>
 #include <VelUnixSignals>
 
 #include <QDBusAbstractAdaptor>
@@ -80,7 +81,7 @@ Media::Media() : VelModule("Media") {
     new MediaAdaptor(this);
 }
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Media media;
     velStopOnSignals(media, {SIGTERM, SIGINT});

@@ -1,6 +1,7 @@
 // A module with a mistake in it: --mistake=slot, class, name, value, unsendable, check or event.
 #include <VelApplication>
 #include <VelModule>
+#include <VelModuleMain>
 
 #include <stdexcept>
 
@@ -53,7 +54,7 @@ private:
     Listener m_listener;
 };
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Mistaken mistaken;
     return application.exec();

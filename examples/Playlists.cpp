@@ -2,6 +2,7 @@
 #include <VelApplication>
 #include <VelLogger>
 #include <VelModule>
+#include <VelModuleMain>
 #include <VelUnixSignals>
 
 #include <QDBusAbstractAdaptor>
@@ -79,7 +80,7 @@ Playlists::Playlists() : VelModule("Playlists") {
     new PlaylistsAdaptor(this);
 }
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Playlists playlists;
     velStopOnSignals(playlists, {SIGTERM, SIGINT});

@@ -4,6 +4,7 @@
 #include <VelExceptionNet>
 #include <VelLogger>
 #include <VelModule>
+#include <VelModuleMain>
 #include <VelUnixSignals>
 
 #include <QDBusAbstractAdaptor>
@@ -79,7 +80,7 @@ Tuner::Tuner() : VelModule("Tuner") {
     new TunerAdaptor(this);
 }
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Tuner tuner;
     velStopOnSignals(tuner, {SIGTERM, SIGINT});

@@ -1,11 +1,12 @@
 #include "Dimmer.h"
 
 #include <VelApplication>
+#include <VelModuleMain>
 #include <VelUnixSignals>
 
 #include <csignal>
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Dimmer module;
     velStopOnSignals(module, {SIGTERM, SIGINT});

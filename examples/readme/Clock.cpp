@@ -1,6 +1,7 @@
 // A module that publishes the time once a second.
 #include <VelApplication>
 #include <VelModule>
+#include <VelModuleMain>
 
 #include <QTime>
 #include <QTimer>
@@ -22,7 +23,7 @@ private:
     QTimer m_second;
 };
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Clock clock;
     return application.exec();

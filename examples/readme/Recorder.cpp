@@ -1,6 +1,7 @@
 // A recorder: hears a setting, takes part in saves, and records in a thread of its own. docs/ shows parts of it.
 #include <VelApplication>
 #include <VelModule>
+#include <VelModuleMain>
 
 #include <QDBusArgument>
 #include <QStringList>
@@ -52,7 +53,7 @@ private:
     std::unique_ptr<QThread> m_recording;
 };
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Recorder recorder;
     return application.exec();

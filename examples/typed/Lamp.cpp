@@ -4,6 +4,7 @@
 
 #include <VelApplication>
 #include <VelLogger>
+#include <VelModuleMain>
 #include <VelTypedCalls>
 
 using namespace std::chrono_literals;
@@ -32,7 +33,7 @@ void Lamp::stationChanged() {
             [](const vel::CallError& error) { logger("")->warning(error.what()); });
 }
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Lamp lamp;
     return application.exec();

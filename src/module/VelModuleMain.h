@@ -3,7 +3,7 @@
 
 #include "platform/VelExport.h"
 
-/// Stands in the place of `int main(int argc, char** argv)` in a module that vel_add_module() builds:
+/// Stands in the place of `int main(int argc, char** argv)`, in one source file of a module:
 ///
 ///     VEL_MODULE_MAIN(argc, argv) {
 ///         VelApplication application(argc, argv);
@@ -11,12 +11,16 @@
 ///         return application.exec();
 ///     }
 ///
-/// A program made so is executed as always. Beside it lies the same module as a shared object, which vel-launcher loads
-/// into a process that it has forked; this function is then called there, once, on the process's first thread.
-/// Arguments, environment, folder and descriptors are those that an executed process would have.
+/// It defines main(), so a program made of it is executed as always. vel_add_module() builds a shared object of the same
+/// sources beside the program; vel-launcher loads that into a process that it has forked, and calls this function there,
+/// once, on the process's first thread. Arguments, environment, folder and descriptors are those that an executed process
+/// would have.
 ///
 /// Result:   the status of the process.
 /// Do not:   rely on /proc/self/exe, which is vel-launcher there; argv[0] is the module's program in both.
-#define VEL_MODULE_MAIN(argc, argv) extern "C" VEL_EXPORT int velModuleMain(int argc, char** argv)
-
-VEL_MODULE_MAIN(argc, argv);
+#define VEL_MODULE_MAIN(argc, argv)                                                                                    \
+    extern "C" VEL_EXPORT int velModuleMain(int, char**);                                                              \
+    int main(int count, char** arguments) {                                                                            \
+        return velModuleMain(count, arguments);                                                                        \
+    }                                                                                                                  \
+    int velModuleMain(int argc, char** argv)

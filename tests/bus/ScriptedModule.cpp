@@ -200,8 +200,4 @@ VEL_MODULE_MAIN(argc, argv) {
     return application.exec();
 }
 
-int main(int argc, char** argv) {
-    return velModuleMain(argc, argv);
-}
-
 #include "ScriptedModule.moc"
