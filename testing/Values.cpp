@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <iterator>
 
 namespace vel::testing {
 
@@ -22,49 +23,23 @@ void appendBasic(DBusMessageIter* to, int type, const QVariant& value) {
     dbus_message_iter_append_basic(to, type, &number);
 }
 
-// The type code of what has one; 0 for all else.
-char typeOf(const QVariant& value) {
-    switch (value.userType()) {
-    case QMetaType::Bool:
-        return 'b';
-    case QMetaType::UChar:
-        return 'y';
-    case QMetaType::Short:
-        return 'n';
-    case QMetaType::UShort:
-        return 'q';
-    case QMetaType::Int:
-        return 'i';
-    case QMetaType::UInt:
-        return 'u';
-    case QMetaType::LongLong:
-        return 'x';
-    case QMetaType::ULongLong:
-        return 't';
-    case QMetaType::Double:
-        return 'd';
-    case QMetaType::QString:
-        return 's';
-    default:
-        return 0;
-    }
-}
-
+// The form of a type; empty when it has none here.
 QByteArray signatureOf(const QVariant& value) {
-    if (const char type = typeOf(value))
-        return QByteArray(1, type);
-    switch (value.userType()) {
-    case QMetaType::QStringList:
-        return "as";
-    case QMetaType::QByteArray:
-        return "ay";
-    case QMetaType::QVariantList:
-        return "av";
-    case QMetaType::QVariantMap:
-        return "a{sv}";
-    default:
-        return QByteArray();
-    }
+    static const struct {
+        int type;
+        const char* signature;
+    } forms[] = {
+        {QMetaType::Bool, "b"},          {QMetaType::UChar, "y"},
+        {QMetaType::Short, "n"},         {QMetaType::UShort, "q"},
+        {QMetaType::Int, "i"},           {QMetaType::UInt, "u"},
+        {QMetaType::LongLong, "x"},      {QMetaType::ULongLong, "t"},
+        {QMetaType::Double, "d"},        {QMetaType::QString, "s"},
+        {QMetaType::QStringList, "as"},  {QMetaType::QByteArray, "ay"},
+        {QMetaType::QVariantList, "av"}, {QMetaType::QVariantMap, "a{sv}"},
+    };
+    const auto* const form =
+        std::find_if(std::begin(forms), std::end(forms), [&](const auto& one) { return one.type == value.userType(); });
+    return form == std::end(forms) ? QByteArray() : QByteArray(form->signature);
 }
 
 void appendText(DBusMessageIter* to, const QString& text) {

@@ -1,6 +1,8 @@
 // A struct's fields, read from and written to the arguments of an event: what stands between C++ types and the bus.
 #pragma once
 
+#include "typed/Received.h"
+
 #include <QMetaObject>
 #include <QVariant>
 #include <QVector>
@@ -9,15 +11,6 @@
 #include <vector>
 
 namespace vel::typed {
-
-/// Why a value could not be taken over.
-struct Mismatch {
-    QString field;  ///< a path: "stations[2].name"; empty for the value itself
-    QString came;   ///< what was there, made safe to be shown: "text 'abc'", "nothing"
-    QString wanted; ///< "int", "Light::Mode"
-
-    QString text() const; ///< "field 'x' is ..., wanted ..."
-};
 
 struct Type;
 
