@@ -58,64 +58,72 @@ QString descriptorOf(const OutArgument& out) {
     return descriptor(typeNameOf(out.signature), QString(), QString());
 }
 
-// Reads a description from its first byte to its last: half of one must not be believed. Where an element stands is told
-// by its depth alone: a node, its interfaces, their methods, and what describes a method.
+// Reads a description from its first byte to its last: half of one must not be believed. A node has interfaces, these have
+// methods, and a method has what describes it; whatever else there is is skipped.
 class Description {
 public:
     explicit Description(const QString& text) : m_reader(text) { m_reader.setNamespaceProcessing(false); }
 
     /// Whether it is well-formed, and not nested far deeper than a description is.
     bool read() {
-        constexpr int deepestElement = 100;
-        while (!m_reader.atEnd() && m_depth <= deepestElement) {
-            const QXmlStreamReader::TokenType token = m_reader.readNext();
-            if (token == QXmlStreamReader::StartElement)
-                begin(++m_depth);
-            else if (token == QXmlStreamReader::EndElement)
-                end(m_depth--);
-        }
-        return !m_reader.hasError() && m_depth <= deepestElement;
+        if (m_reader.readNextStartElement())
+            readNode();
+        while (!m_reader.atEnd()) // what follows the node must be well-formed, too
+            m_reader.readNext();
+        return !m_reader.hasError();
     }
 
     const QList<vel::bus::ReturnType>& types() const { return m_types; }
 
 private:
-    enum Depth { Node = 1, Interface, Method, Detail };
-
     bool is(const char* tag) const { return m_reader.qualifiedName() == QLatin1String(tag); }
     QString attribute(const char* name) const { return m_reader.attributes().value(QLatin1String(name)).toString(); }
 
-    void begin(int depth) {
-        if (depth == Interface) {
-            m_isCommon = is("interface") && attribute("name") == vel::bus::commonInterface();
-        } else if (depth == Method) {
-            m_isMethod = m_isCommon && is("method");
-            m_method = attribute("name");
-            m_out = OutArgument();
-        } else if (depth == Detail && m_isMethod) {
-            readDetail();
+    void readNode() {
+        while (m_reader.readNextStartElement()) {
+            if (is("interface") && attribute("name") == vel::bus::commonInterface())
+                readInterface();
+            else
+                skip();
+        }
+    }
+
+    void readInterface() {
+        while (m_reader.readNextStartElement()) {
+            if (is("method"))
+                readMethod();
+            else
+                skip();
         }
     }
 
     // The last "out" argument and the last "...Out0" annotation win.
-    void readDetail() {
-        if (is("arg") && attribute("direction") == QLatin1String("out"))
-            m_out.signature = attribute("type");
-        if (is("annotation") && attribute("name").endsWith(QLatin1String("Out0")))
-            m_out.annotation = attribute("value");
+    void readMethod() {
+        const QString method = attribute("name");
+        OutArgument out;
+        while (m_reader.readNextStartElement()) {
+            if (is("arg") && attribute("direction") == QLatin1String("out"))
+                out.signature = attribute("type");
+            if (is("annotation") && attribute("name").endsWith(QLatin1String("Out0")))
+                out.annotation = attribute("value");
+            skip();
+        }
+        if (!m_reader.hasError())
+            m_types.append({method, out.signature, descriptorOf(out)});
     }
 
-    void end(int depth) {
-        if (depth == Method && m_isMethod)
-            m_types.append({m_method, m_out.signature, descriptorOf(m_out)});
+    // Qt's own skipCurrentElement() follows any nesting.
+    void skip() {
+        constexpr int deepest = 100;
+        for (int open = 1; open > 0 && !m_reader.hasError();) {
+            m_reader.readNext();
+            open += int(m_reader.isStartElement()) - int(m_reader.isEndElement());
+            if (open > deepest)
+                m_reader.raiseError(QStringLiteral("nested too deep"));
+        }
     }
 
     QXmlStreamReader m_reader;
-    int m_depth = 0;
-    bool m_isCommon = false;
-    bool m_isMethod = false;
-    QString m_method;
-    OutArgument m_out;
     QList<vel::bus::ReturnType> m_types;
 };
 
