@@ -19,7 +19,7 @@ Dimmer::Dimmer() : VelModule("Dimmer"), m_percent(byDefault) {
 
 // False ends the process with status 3.
 bool Dimmer::init() {
-    return subscribeEvent("daylight_changed", this, SLOT(daylightChanged(VelEvent)));
+    return vel::onEvent<DaylightChanged>(*this, this, &Dimmer::daylightChanged).isActive();
 }
 
 // Starts the work and returns: the event loop does the rest.
@@ -40,12 +40,10 @@ void Dimmer::setBrightness(int percent) {
     if (percent == m_percent)
         return;
     m_percent = percent;
-    notifyEvent("brightness_changed", {{"percent", percent}});
+    vel::publish(*this, BrightnessChanged{percent});
 }
 
-// Anybody can publish anything under this name: an event without the argument changes nothing.
-void Dimmer::daylightChanged(const VelEvent& event) {
-    const QVariant daylight = event.getArgument("daylight");
-    if (daylight.isValid())
-        setBrightness(daylight.toBool() ? byDefault : atNight);
+// Anybody can publish anything under this name: what is not such an event is logged, and does not come here.
+void Dimmer::daylightChanged(const DaylightChanged& event) {
+    setBrightness(event.daylight ? byDefault : atNight);
 }

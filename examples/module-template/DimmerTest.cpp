@@ -32,7 +32,7 @@ private Q_SLOTS:
     }
 
     void nightDims() {
-        VEL_VERIFY(m_peer.publish("Test", "daylight_changed")); // without its argument: changes nothing
+        VEL_VERIFY(m_peer.publish("Test", "daylight_changed")); // without its field: changes nothing
         VEL_VERIFY(m_peer.publish("Test", "daylight_changed", {{"daylight", false}}));
         VEL_VERIFY(m_heard->next(changedTo(20)));
     }
