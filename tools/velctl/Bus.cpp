@@ -62,6 +62,7 @@ void Bus::Close::operator()(DBusConnection* connection) const {
 Bus::Bus(const TimeLimit& limit, const QString& address) : m_limit(limit) {
     if (address.isEmpty())
         throw noBus(address, "there is no address");
+    dbus_connection_set_change_sigpipe(false); // it is for those who write the output: see Output.h
     BusError error;
     m_connection.reset(dbus_connection_open_private(address.toUtf8().constData(), &error));
     if (!m_connection)

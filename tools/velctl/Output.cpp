@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -89,7 +90,7 @@ private:
     ssize_t writeOnce(const char* bytes, int count) const {
         const auto size = static_cast<size_t>(count);
         if (m_isSocket)
-            return send(m_descriptor, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+            return send(m_descriptor, bytes, size, MSG_DONTWAIT);
         if (!m_mayBlock)
             return ::write(m_descriptor, bytes, size);
         pollfd room{m_descriptor, POLLOUT, 0};
@@ -285,6 +286,11 @@ void Output::writeKept(const QVector<pollfd>& seen) {
 
 bool Output::hasReader() {
     return !out().isGone();
+}
+
+void Output::endWithoutReader() {
+    std::raise(SIGPIPE);
+    throw Failure{Failed, "cannot write the output: nobody reads standard output any more"};
 }
 
 bool Output::finish(const QDeadlineTimer& end) {

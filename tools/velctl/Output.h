@@ -3,7 +3,9 @@
 // Nothing else writes. So what a stranger wrote is made safe here, whatever it stands in; and nobody waits for a
 // reader without end: what a terminal or a pipe does not take at once is kept, and goes out while the program waits
 // for something else, or at its end. A terminal that was stopped, or a reader that sleeps, costs the time limit at
-// most; a disk that is full, or a reader that has gone, ends the command at once.
+// most; a disk that is full ends the command at once.
+// A reader that has gone ends it as it ends other programs: silently, by SIGPIPE, or with the reason where somebody told
+// the process to ignore that signal.
 #pragma once
 
 #include "TimeLimit.h"
@@ -70,6 +72,9 @@ public:
 
     /// False when poll() has seen that nobody can read standard output any more.
     static bool hasReader();
+
+    /// Ends the command as writing to a pipe without a reader would.
+    [[noreturn]] static void endWithoutReader();
 
     /// Waits until all has gone out, or `end`; true when it has.
     [[nodiscard]] static bool finish(const QDeadlineTimer& end);

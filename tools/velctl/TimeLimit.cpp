@@ -16,6 +16,13 @@ namespace {
 
 constexpr qint64 signOfLifeMs = 1000; // a module whose event loop is away for longer is called unresponsive
 
+// What follows the end of the limit: the messages of the end in the first half, and the kernel's timer after it.
+constexpr qint64 shortestMarginMs = 300;
+
+qint64 marginAfter(qint64 limitMs) {
+    return std::max(limitMs * 9 / 100, shortestMarginMs);
+}
+
 QDeadlineTimer in(qint64 milliseconds) {
     return QDeadlineTimer(milliseconds, Qt::PreciseTimer);
 }
@@ -46,14 +53,14 @@ TimeLimit TimeLimit::start(double seconds) {
     Output::prepareToBeLate(
         QString("cannot go on: it is not done within %1, and what it waits for does not end").arg(limit.text()),
         TimeLimitReached);
-    endAfter(limit.m_milliseconds + std::max(limit.m_milliseconds * 9 / 100, qint64(1)));
+    endAfter(limit.m_milliseconds + marginAfter(limit.m_milliseconds));
     return limit;
 }
 
 QDeadlineTimer TimeLimit::lastMoment() const {
     if (isUnlimited())
         return m_deadline;
-    return in(std::max(m_deadline.remainingTime(), qint64(0)) + std::max(m_milliseconds / 20, qint64(1)));
+    return in(std::max(m_deadline.remainingTime(), qint64(0)) + marginAfter(m_milliseconds) / 2);
 }
 
 QDeadlineTimer TimeLimit::part(int tenths) const {

@@ -107,7 +107,9 @@ int watchRate(const Request& request, Bus& bus, const EventFilter& filter) {
     for (int told = 0; told < most; ++told) {
         (void)bus.waitUntil([&] { return request.limit.hasPassed() || !Output::hasReader(); },
                             std::min(next, request.limit.end()));
-        if (request.limit.hasPassed() || !Output::hasReader())
+        if (!Output::hasReader())
+            Output::endWithoutReader();
+        if (request.limit.hasPassed())
             break;
         if (!Output::isFull())
             rate.tell(request.json);
@@ -127,9 +129,9 @@ int runWatch(const Request& request) {
     filter.subscribe(bus, [&](DBusMessage* event) { shown.take(event); });
     printMessage("watching " + (request.arguments.isEmpty() ? "every event" : request.arguments.join(", ")));
     (void)bus.waitUntil([&] { return shown.isDone() || !Output::hasReader(); }, request.limit.end());
-    shown.tellMissing();
     if (!Output::hasReader() && !shown.isDone())
-        throw Failure{Failed, "cannot go on watching: nobody reads standard output any more"};
+        Output::endWithoutReader();
+    shown.tellMissing();
     if (request.count > 0 && !shown.isDone())
         throw Failure{TimeLimitReached, QString("cannot watch %1 events: only %2 within %3; gave up")
                                             .arg(request.count)

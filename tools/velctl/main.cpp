@@ -51,7 +51,6 @@ int finish(int status, const velctl::TimeLimit& limit) {
 int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "");
     std::signal(SIGINT, endInterrupted);
-    std::signal(SIGPIPE, SIG_IGN);
     QStringList arguments;
     for (int index = 1; index < argc; ++index)
         arguments += QString::fromUtf8(argv[index]);
