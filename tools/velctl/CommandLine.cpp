@@ -26,7 +26,7 @@ const OptionRow options[] = {
     {"address", "ADDRESS", "the bus's, instead of DBUS_SESSION_BUS_ADDRESS"},
     {"help", "", "show this help"},
     {"version", "", "show the version"},
-    {"names", "", "write only the names: of the modules, or of the module's methods"},
+    {"names", "", "write only the names: of modules, methods or events"},
     {"all", "", "the modules too that are down, from the supervisor"},
     {"info", "", "what the module tells of itself too"},
     {"count", "N", "end after N events"},

@@ -59,10 +59,11 @@ const std::vector<Command>& commands() {
          "that --from names; until the module is on the bus and answers; or until it has left the bus.",
          "velctl wait --running Tuner --timeout 30",
          {"running", "gone", "from"}, 0, anyNumber, usual, runWait},
-        {"subscribers", "EVENT", "the modules that have subscribed an event",
-         "Asks every module. Ends with 4 when none has subscribed the event, and tells who did not answer.",
+        {"subscribers", "[EVENT]", "the modules that have subscribed an event",
+         "Asks every module. Ends with 4 when none has subscribed the event, and tells who did not answer.\n"
+         "Without an event, shows all events that modules have subscribed; with --names, only their names.",
          "velctl subscribers station_changed",
-         {}, 1, 1, usual, runSubscribers},
+         {"names"}, 0, 1, usual, runSubscribers},
         {"loglevel", "LEVEL", "change the log level",
          "Publishes log_level_changed and shows to which modules it was sent. LEVEL is 0 to 7, or silent,\n"
          "error, warning, info, debug. Without a facility the level is for all loggers; with one, for those\n"

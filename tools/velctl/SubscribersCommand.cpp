@@ -1,4 +1,4 @@
-// velctl subscribers: which modules have subscribed an event, by what they tell of themselves.
+// velctl subscribers: which modules have subscribed an event, or which events there are, by what modules tell of themselves.
 #include "Bus.h"
 #include "Commands.h"
 #include "ModuleNames.h"
@@ -11,7 +11,35 @@
 
 namespace velctl {
 
+namespace {
+
+// "" stands for every event; it is a subscription and no name.
+int listEvents(const Request& request, const QList<ModuleReport>& reports) {
+    QMap<QString, QStringList> subscribers;
+    for (const ModuleReport& report : reports) {
+        for (const QJsonValue& event : report.info.value("Subscriptions").toArray())
+            subscribers[event.toString()] += report.module;
+    }
+    QVector<Row> rows;
+    for (auto event = subscribers.cbegin(); event != subscribers.cend(); ++event) {
+        if (request.json)
+            printLine(QJsonObject{{"event", event.key()}, {"modules", QJsonArray::fromStringList(*event)}});
+        else if (!request.namesOnly)
+            rows += Row{{event.key().isEmpty() ? "(every event)" : event.key()}, {event->join(", ")}};
+        else if (!event.key().isEmpty())
+            printLine(event.key());
+    }
+    printTable(rows);
+    return Ok;
+}
+
+} // namespace
+
 int runSubscribers(const Request& request) {
+    if (request.arguments.isEmpty()) {
+        Bus bus(request.limit, request.address);
+        return listEvents(request, lookAt(bus, bus.modules(), request.limit.forSignsOfLife(), Question::Info));
+    }
     const QString event = request.arguments.first();
     requireValidName("look for the subscribers of", "an event", event);
     Bus bus(request.limit, request.address);

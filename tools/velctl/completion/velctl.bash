@@ -1,4 +1,5 @@
-# Completion of velctl(1) for bash, with the names of the modules that are on the bus now.
+# Completion of velctl(1) for bash, with the names of the modules that are on the bus now, and of the events that they have
+# subscribed.
 
 _velctl() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
@@ -24,6 +25,7 @@ _velctl() {
                 words='--json --timeout --address --help'
                 case $command in
                     list) words+=' --all --names' ;;
+                    subscribers) words+=' --names' ;;
                     status) words+=' --names --info' ;;
                     watch) words+=' --count --from --rate' ;;
                     publish) words+=' --as --context' ;;
@@ -38,6 +40,8 @@ _velctl() {
                         words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
                     start:0 | restart:0 | save:* | restore:*)
                         words=$("$velctl" list --all --names --timeout 1 2>/dev/null) ;;
+                    watch:* | publish:0 | wait:0 | subscribers:0)
+                        words=$("$velctl" subscribers --names --timeout 1 2>/dev/null) ;;
                     call:1) words=$("$velctl" status "${arguments[0]}" --names --timeout 1 2>/dev/null) ;;
                     describe:*) words=$(compgen -f -- "$current") ;;
                     loglevel:0) words='silent error warning info debug' ;;
