@@ -206,6 +206,14 @@ private Q_SLOTS:
         QCOMPARE(seen.mid(seen.indexOf("call echo")), (QStringList{"call echo", "return", "signal last"}));
     }
 
+    void emptyInterfaceNameCallsAnyInterface() {
+        const auto process = startPeer();
+        QVERIFY(process);
+        VelDBusInterface proxy(peer, QString(), QDBusConnection::sessionBus(), nullptr);
+        QVERIFY(proxy.isValid());
+        QCOMPARE(proxy.call(echo, hello).arguments(), hello);
+    }
+
     void methodNamesWithADot() {
         const auto process = startPeer();
         QVERIFY(process);
