@@ -8,7 +8,6 @@
 namespace {
 
 constexpr double longestSeconds = 24 * 60 * 60;
-constexpr int highestCount = 1000;
 
 bool isWholeNumber(double number) {
     return number == static_cast<double>(static_cast<qint64>(number));
@@ -126,12 +125,13 @@ void ConfigurationReader::readSeconds(const QString& path, const QJsonValue& val
         milliseconds = static_cast<int>(seconds * 1000);
 }
 
-void ConfigurationReader::readCount(const QString& path, const QJsonValue& value, int& result) {
+void ConfigurationReader::readCount(const QString& path, const QJsonValue& value, int& result, int lowest,
+                                    int highest) {
     if (value.isUndefined())
         return;
     const double number = value.toDouble(-1);
-    if (number < 0 || number > highestCount || !isWholeNumber(number))
-        mistake(path, QString("must be a whole number between 0 and %1").arg(highestCount));
+    if (number < lowest || number > highest || !isWholeNumber(number))
+        mistake(path, QString("must be a whole number between %1 and %2").arg(lowest).arg(highest));
     else
         result = static_cast<int>(number);
 }

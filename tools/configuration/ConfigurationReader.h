@@ -34,7 +34,8 @@ public:
     /// Seconds, with decimals, to milliseconds.
     void readSeconds(const QString& path, const QJsonValue& value, int& milliseconds);
 
-    void readCount(const QString& path, const QJsonValue& value, int& result);
+    /// A whole number in that range.
+    void readCount(const QString& path, const QJsonValue& value, int& result, int lowest = 0, int highest = 1000);
 
 private:
     void add(int line, const QString& text);
