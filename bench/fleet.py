@@ -34,19 +34,24 @@ def bend(figure):
     return f"{figure.rsplit('/', 1)[0]}, off the line"
 
 
+NAMES = {start.VEL: "Vel modules", start.FORKED: "Vel modules, by fork", start.QT: "Qt programs",
+         start.SDBUS: "sd-bus programs"}
+VEL, FORKED, QT, SDBUS = NAMES.values()
+
 TARGETS = [
     frame.Target(WORK, "Vel modules", "Qt programs", each(BOOT), 1.40),
     frame.Target(WORK, "Vel modules", "Qt programs", each(EVENT), math.inf),  # only told
     frame.Target(WORK, "Vel modules", "Qt programs", each(MEMORY), 1.10),
+    frame.Target(WORK, FORKED, QT, at(BOOT, 100), 0.65),
+    frame.Target(WORK, FORKED, SDBUS, at(BOOT, 100)),
+    frame.Target(WORK, FORKED, QT, each(MEMORY), 0.70),
     *[frame.Target(WORK, "Vel modules", "", bend(figure), 0.05) for figure in GROWING],
 ]
 
 
 def plot(file, title, label, figure):
-    names = {"Vel modules": "Vel modules", "Qt programs": "plain Qt programs"}
     return frame.Plot(file, title, "processes on one bus", label,
-                      {words: [(number, WORK, name, at(figure, number)) for number in NUMBERS]
-                       for name, words in names.items()})
+                      {name: [(number, WORK, name, at(figure, number)) for number in NUMBERS] for name in NAMES.values()})
 
 
 PLOTS = [
@@ -55,7 +60,8 @@ PLOTS = [
     plot("fleet-memory", "Memory of all processes together (PSS)", "kB", MEMORY),
 ]
 NOTES = ["A fleet's figures at 1, 10, 50 and 100 processes lie on a straight line by least squares; \"each\" is its "
-         "slope, \"off the line\" the part of the variance that it leaves."]
+         "slope, \"off the line\" the part of the variance that it leaves. The memory of forked modules includes that of the "
+         "launcher."]
 
 
 def line_through(points):
@@ -73,12 +79,14 @@ def one_event(members):
     return (max(member.moment("heard") for member in members) - published) / 1e6
 
 
-def fleet(session, program, number):
+def fleet(session, kind, number):
     bus = session.bus(f"fleet{next(_buses)}")
     begin = time.monotonic_ns()
-    members = [start.Member(bus, program) for _ in range(number)]
+    members = [start.Member(bus, kind) for _ in range(number)]
     boot = (max(member.settle() for member in members) - begin) / 1e6
     memory = sum(frame.memory_kb(member.process.pid)["PSS/kB"] for member in members)
+    if kind == start.FORKED:
+        memory += start.memory_of_launcher(session)["PSS/kB"]
     for member in members:
         member.order("listen")
     for member in members:
@@ -91,8 +99,8 @@ def fleet(session, program, number):
     return {BOOT: boot, EVENT: event, MEMORY: memory, DAEMON: daemon}
 
 
-def all_sizes(session, program):
-    fleets = {number: fleet(session, program, number) for number in NUMBERS}
+def all_sizes(session, kind):
+    fleets = {number: fleet(session, kind, number) for number in NUMBERS}
     figures = {at(figure, number): fleets[number][figure] for figure in GROWING for number in NUMBERS}
     for figure in GROWING:
         figures[each(figure)], figures[bend(figure)] = line_through(
@@ -101,5 +109,4 @@ def all_sizes(session, program):
 
 
 def cells(session):
-    return [frame.Cell(WORK, f"{name}s", lambda p=program: all_sizes(session, p))
-            for name, program in start.PROGRAMS.items()]
+    return [frame.Cell(WORK, NAMES[kind], lambda k=kind: all_sizes(session, k)) for kind in start.kinds(session)]

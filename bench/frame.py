@@ -12,6 +12,8 @@ import math
 import os
 import random
 import shutil
+import signal
+import socket
 import statistics
 import subprocess
 import sys
@@ -82,6 +84,7 @@ class Session:
         self.quick = quick
         self.missing = []  # what is left out for want of a library, in words
         self._stack = contextlib.ExitStack()
+        self._starter = None
 
     def __enter__(self):
         self.folder = Path(self._stack.enter_context(tempfile.TemporaryDirectory(prefix="vel-bench-")))
@@ -113,6 +116,21 @@ class Session:
         self._stack.callback(end, process)
         return process
 
+    def fork(self, module, arguments, environment):
+        """Has a module start by fork: the same as start(), for what vel_add_module() has built."""
+        process = self._fork_starter().start(module, arguments, environment)
+        self._stack.callback(end, process)
+        return process
+
+    def launcher_processes(self):
+        """vel-launcher, and what it has forked that is no module yet."""
+        group = self._fork_starter().launcher
+        return [int(one.name) for one in Path("/proc").glob("[0-9]*") if group_of(int(one.name)) == group]
+
+    def _fork_starter(self):
+        self._starter = self._starter or ForkStarter(self)
+        return self._starter
+
     def bus(self, name="bus", broker="dbus-daemon"):
         return Bus(self, name, broker)
 
@@ -126,22 +144,83 @@ def end(process):
             stream.close()
 
 
+class ForkStarter:
+    """The program that has processes start by vel-launcher, as a supervisor has."""
+
+    def __init__(self, session):
+        self.programs = session.programs
+        self.socket, other = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        with other:
+            session.start([session.programs / "fork-starter", other.fileno()], {"PATH": os.environ["PATH"]},
+                          pass_fds=[other.fileno()])
+        self.asked = []  # for processes whose answers have not been read, in their order
+        self.launcher = int(self.answer())
+
+    def answer(self):
+        text = self.socket.recv(1024).decode()
+        if not text.isdigit():
+            sys.exit(f"bench: cannot start by fork: {text or 'fork-starter has ended'}")
+        return text
+
+    def start(self, module, arguments, environment):
+        program = self.programs / module
+        texts = [f"{program}.so", program, *arguments, "", *(f"{name}={value}" for name, value in environment.items())]
+        in_read, in_write = os.pipe()
+        out_read, out_write = os.pipe()
+        request = "".join(f"{text}\0" for text in texts).encode()
+        socket.send_fds(self.socket, [request], [in_read, out_write])
+        os.close(in_read)
+        os.close(out_write)
+        self.asked.append(ForkedProcess(self, open(in_write, "w"), open(out_read)))
+        return self.asked[-1]
+
+    def pid_of(self, process):
+        """Nobody waits for one start before asking for the next: the answers come in order."""
+        while process in self.asked:
+            self.asked.pop(0).known_pid = int(self.answer())
+        return process.known_pid
+
+
+class ForkedProcess:
+    """Of subprocess.Popen, what is used here; the child of another process, so its end is that of its output."""
+
+    def __init__(self, starter, stdin, stdout):
+        self.starter, self.stdin, self.stdout = starter, stdin, stdout
+        self.has_ended = False
+
+    @property
+    def pid(self):
+        return self.starter.pid_of(self)
+
+    def poll(self):
+        return 0 if self.has_ended else None
+
+    def kill(self):
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(self.pid, signal.SIGKILL)
+
+    def wait(self):
+        if not self.has_ended:
+            self.stdout.read()
+            self.has_ended = True
+
+
 class Bus:
     """A message bus of its own; broker is "dbus-daemon" or "dbus-broker"."""
 
     def __init__(self, session, name, broker):
         self.session = session
-        socket = session.folder / f"{name}.socket"
-        self.address = f"unix:path={socket}"
+        path = session.folder / f"{name}.socket"
+        self.address = f"unix:path={path}"
         if broker == "dbus-daemon":
             configuration = session.folder / f"{name}.conf"
             configuration.write_text(BUS_CONFIGURATION.format(address=self.address))
             command = ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--print-address"]
         else:
-            command = [session.programs / "broker-launcher", socket]
+            command = [session.programs / "broker-launcher", path]
         self.process = session.start(command, {"PATH": os.environ["PATH"]})
         if not self.process.stdout.readline():
-            sys.exit(f"bench: no {broker} on {socket}")
+            sys.exit(f"bench: no {broker} on {path}")
 
     def environment(self, **more):
         """Clean: the caller's variables change what is measured (QT_NO_GLIB, QT_LOGGING_RULES, a preload)."""
@@ -180,6 +259,11 @@ class Worker:
     def ask(self, *words):
         self.put(*words)
         return json.loads(self.line())
+
+
+def group_of(pid):
+    with contextlib.suppress(ProcessLookupError):
+        return os.getpgid(pid)
 
 
 def cpu_seconds(pid):

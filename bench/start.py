@@ -7,7 +7,8 @@ import time
 
 import frame
 
-PROGRAMS = {"Vel module": "vel-idle", "Qt program": "qt-idle"}  # the second takes the same name with Qt alone
+VEL, FORKED, QT, SDBUS = "Vel module", "Vel module, by fork", "Qt program", "sd-bus program"
+PROGRAMS = {VEL: "vel-idle", FORKED: "vel-idle", QT: "qt-idle", SDBUS: "sdbus-idle"}  # the last two take the same name
 PREFIX = "org.vel.module"
 STARTS = 8  # in a round; the least disturbed of them counts, for what else the machine does only adds to a time
 WITHOUT_GLIB = {"QT_NO_GLIB": "1"}
@@ -15,15 +16,28 @@ TIME, MEMORY, CROWD, MESSAGES = "start", "idle, alone", "idle, one of ten", "wha
 
 TARGETS = [
     frame.Target(TIME, "Vel module", "Qt program", "to the name/µs", 1.25),
-    frame.Target(TIME, "Vel module", "Qt program", "to ready/µs", 1.40),
+    frame.Target(TIME, "Vel module", "Qt program", "to ready/µs", 1.20),
+    frame.Target(TIME, FORKED, QT, "to ready/µs", 0.65),
+    frame.Target(TIME, FORKED, SDBUS, "to ready/µs"),
+    frame.Target(TIME, FORKED, VEL, "to ready/µs"),
     frame.Target(MEMORY, "Vel module", "Qt program", "RSS/kB", 1.10),
     frame.Target(MEMORY, "Vel module", "Qt program", "PSS/kB", 1.10),
     frame.Target(MEMORY, "Vel module", "Qt program", "private dirty/kB", 1.10),
     frame.Target(CROWD, "Vel module", "Qt program", "PSS/kB", 1.10),
     frame.Target(CROWD, "Vel module", "Qt program", "private dirty/kB", 1.10),
+    frame.Target(CROWD, FORKED, QT, "PSS/kB", 0.70),
+    frame.Target(CROWD, FORKED, QT, "private dirty/kB", 0.50),
+]
+BY_FORK = ("Start modules by fork (`\"launch\": \"fork\"` in the supervisor's configuration): {}",
+           "one address layout for all; a new library needs a new launcher")
+ADVICE = [
+    frame.Advice(BY_FORK[0].format("time"), frame.Target(TIME, FORKED, VEL, "to ready/µs"), BY_FORK[1]),
+    frame.Advice(BY_FORK[0].format("memory"), frame.Target(CROWD, FORKED, VEL, "PSS/kB"), BY_FORK[1]),
 ]
 PLOTS = []
-NOTES = ["The memory of a lone process is its RSS, because its PSS depends on how many other programs of the machine use "
+NOTES = ["By fork: vel-launcher has loaded the libraries, and a process that it has forked becomes the module. \"Launcher and "
+         "spare\" are what that takes beside the modules, once for all of them. The other programs are executed.", "",
+         "The memory of a lone process is its RSS, because its PSS depends on how many other programs of the machine use "
          "Qt. The memory of one of ten is its PSS."]  # the run adds the table of a start's messages
 
 _numbers = itertools.count(1)
@@ -32,11 +46,14 @@ _numbers = itertools.count(1)
 class Member:
     """One started process, that reports "WORD NANOSECONDS"."""
 
-    def __init__(self, bus, program, **environment):
+    def __init__(self, bus, kind, **environment):
         self.name = f"Member{next(_numbers)}"
+        program, option, environment = PROGRAMS[kind], f"--moduleName={self.name}", bus.environment(**environment)
         self.started = time.monotonic_ns()
-        self.process = bus.session.start([bus.session.programs / program, f"--moduleName={self.name}"],
-                                         bus.environment(**environment))
+        if kind == FORKED:
+            self.process = bus.session.fork(program, [option], environment)
+        else:
+            self.process = bus.session.start([bus.session.programs / program, option], environment)
 
     def moment(self, word):
         line = self.process.stdout.readline().split()
@@ -71,10 +88,10 @@ class NameWatch:
                 return int(moment)
 
 
-def start_times(bus, watch, program, environment):
+def start_times(bus, watch, kind, environment):
     taken = {"to the name/µs": [], "to ready/µs": [], "CPU until it idles/µs": []}
     for _ in range(STARTS):
-        member = Member(bus, program, **environment)
+        member = Member(bus, kind, **environment)
         ready = member.settle()
         moments = (watch.moment(member.name) - member.started, ready - member.started)
         for figure, value in zip(taken, (*moments, frame.cpu_seconds(member.process.pid) * 1e9)):
@@ -83,22 +100,28 @@ def start_times(bus, watch, program, environment):
     return {figure: min(values) for figure, values in taken.items()}
 
 
-def idle_alone(bus, program, environment):
-    member = Member(bus, program, **environment)
+def idle_alone(bus, kind, environment):
+    member = Member(bus, kind, **environment)
     member.settle()
     taken = {"RSS/kB": frame.memory_fields(member.process.pid)["Rss"], **frame.memory_kb(member.process.pid)}
     member.end()
     return taken
 
 
-def idle_among_ten(bus, program, environment):
-    members = [Member(bus, program, **environment) for _ in range(10)]
+def idle_among_ten(bus, kind, environment):
+    members = [Member(bus, kind, **environment) for _ in range(10)]
     for member in members:
         member.settle()
     taken = [frame.memory_kb(member.process.pid) for member in members]
     for member in members:
         member.end()
     return {figure: statistics.mean(one[figure] for one in taken) for figure in taken[0]}
+
+
+def memory_of_launcher(session):
+    """What starting by fork takes beside the modules."""
+    taken = [frame.memory_kb(pid) for pid in session.launcher_processes()]
+    return {figure: sum(one[figure] for one in taken) for figure in taken[0]}
 
 
 @dataclasses.dataclass(frozen=True)
@@ -136,17 +159,17 @@ VEL_MESSAGES = [
     rule("presentationLoaded", "the lifecycle follows the presentation"),
     Message("end_of_init_NAME", "-", "-", False, "everybody learns that the module is initialised"),
 ]
-EXPECTED = {"Vel module": VEL_MESSAGES, "Qt program": QT_MESSAGES}
+EXPECTED = {VEL: VEL_MESSAGES, QT: QT_MESSAGES}
 
 
-def messages_of_start(bus, program):
+def messages_of_start(bus, kind):
     """What a process sends until it idles, as Message without a reason, in order; seen by a monitor.
 
     A call is taken to block when an answer is expected and its sender says nothing more until it has come: that may be
     one too many, never one too few. The last message, the program's question whether it has settled, does not count.
     """
     watch = bus.worker("bus-watch", "messages")
-    member = Member(bus, program)
+    member = Member(bus, kind)
     sent = []  # of the member
     number = None  # the member's on the bus
     while True:
@@ -168,7 +191,7 @@ def messages_of_start(bus, program):
 
 def account(bus, name):
     """Holds a start against what is expected of it: the differences in words, and the lines of its table."""
-    taken = messages_of_start(bus, PROGRAMS[name])
+    taken = messages_of_start(bus, name)
     expected = EXPECTED[name]
     differences = [f"{name}: not accounted for: {message}" for message in taken
                    if message not in [dataclasses.replace(one, why="") for one in expected]]
@@ -190,6 +213,11 @@ def count_messages(bus, name):
     return {"messages": len(taken), "of them blocking": sum(message.blocks for message in taken)}
 
 
+def kinds(session):
+    """The programs that can be measured here."""
+    return [name for name in PROGRAMS if name != SDBUS or session.has(PROGRAMS[SDBUS], "libsystemd")]
+
+
 def cells(session):
     bus = session.bus("start")
     watch = NameWatch(bus)
@@ -198,10 +226,14 @@ def cells(session):
     def add(work, name, take):
         listed.append(frame.Cell(work, name, take))
 
-    for name, program in PROGRAMS.items():
+    for name in kinds(session):
         for words, environment in (("", {}), (", QT_NO_GLIB", WITHOUT_GLIB)):
-            add(TIME, name + words, lambda p=program, e=environment: start_times(bus, watch, p, e))
-            add(MEMORY, name + words, lambda p=program, e=environment: idle_alone(bus, p, e))
-            add(CROWD, name + words, lambda p=program, e=environment: idle_among_ten(bus, p, e))
-        add(MESSAGES, name, lambda n=name: count_messages(bus, n))
+            if name == SDBUS and environment:
+                continue
+            add(TIME, name + words, lambda n=name, e=environment: start_times(bus, watch, n, e))
+            add(MEMORY, name + words, lambda n=name, e=environment: idle_alone(bus, n, e))
+            add(CROWD, name + words, lambda n=name, e=environment: idle_among_ten(bus, n, e))
+        if name in EXPECTED:
+            add(MESSAGES, name, lambda n=name: count_messages(bus, n))
+    add(MEMORY, "launcher and spare", lambda: memory_of_launcher(session))
     return listed

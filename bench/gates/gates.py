@@ -129,7 +129,7 @@ def typed(session):
 def started(session):
     """The messages of a start, by number and name, are those of its table."""
     bus = session.bus()
-    for name in start.PROGRAMS:
+    for name in start.EXPECTED:
         differences, taken, _ = start.account(bus, name)
         for difference in differences:
             print(difference)

@@ -1,26 +1,18 @@
 // What the Vel module and the plain Qt program have in common: they report on their output and obey their input.
 #pragma once
 
+#include "start/Say.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QSocketNotifier>
 
-#include <cstdio>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <unistd.h>
 
 namespace member {
-
-/// A word, and the moment in nanoseconds on the clock that all processes share.
-inline void say(const char* word) {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    std::printf("%s %lld\n", word, now.tv_sec * 1000000000LL + now.tv_nsec);
-    std::fflush(stdout);
-}
 
 /// Says `word` when the bus has taken what was sent so far and the event loop has done what was queued so far: a
 /// question to the bus goes behind the one, and its answer behind the other.

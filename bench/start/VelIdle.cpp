@@ -3,6 +3,7 @@
 
 #include <VelApplication>
 #include <VelModule>
+#include <VelModuleMain>
 
 class Idle : public VelModule {
     Q_OBJECT
@@ -35,7 +36,7 @@ private:
     member::Orders m_orders;
 };
 
-int main(int argc, char** argv) {
+VEL_MODULE_MAIN(argc, argv) {
     VelApplication application(argc, argv);
     Idle idle;
     return application.exec();
