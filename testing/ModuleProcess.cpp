@@ -31,6 +31,18 @@ Result ModuleProcess::bringUp(const QStringList& options) {
     return Result::failure(QStringLiteral("'%1' does not come up: it %2").arg(m_name, how) + lastLines());
 }
 
+Result ModuleProcess::waitForState(const QString& state) {
+    const TimeLimit limit;
+    for (;;) {
+        const Answer answer = m_peer.state(m_name);
+        if (answer.is({state}))
+            return Result::success();
+        if (!answer || limit.leftMs() == 0)
+            return Result::failure(QStringLiteral("expected: '%1' in the state %2 %3\nbut it:   %4")
+                                       .arg(m_name, state, limit.text(), answer.text()));
+    }
+}
+
 Result ModuleProcess::stop(int status) {
     if (const Result asked = m_peer.publish(m_name, QStringLiteral("stop_module_") + m_name); !asked)
         return asked;

@@ -32,6 +32,12 @@ public:
     /// Waits until the module has handled everything that was sent to it before, see Peer::waitForModule().
     Result waitUntilHandled() { return m_peer.waitForModule(m_name); }
 
+    /// Waits until the module is in that step of its lifecycle: "RUN", "PRESENTATION_RUNNING". It is asked again as soon
+    /// as it has answered, so nothing but the step is waited for.
+    ///
+    /// Errors:   it does not answer, or the time limit passed. The message shows the step in which it is.
+    Result waitForState(const QString& state);
+
     /// Calls a method of the module, see Peer::call().
     Answer call(const QString& method, const QVariantList& values = {}) { return m_peer.call(m_name, method, values); }
 

@@ -111,6 +111,20 @@ Result Peer::waitForModule(const QString& module) {
     return answer ? Result::success() : Result::failure(QStringLiteral("'%1' %2").arg(module, answer.text()));
 }
 
+Answer Peer::state(const QString& module) {
+    if (!bus::isReachable(module))
+        return {{}, QStringLiteral(DBUS_ERROR_INVALID_ARGS), QStringLiteral("'%1' is no module's name").arg(module)};
+    const Message question(dbus_message_new_method_call(bus::serviceName(module).toUtf8().constData(), "/vel/info",
+                                                        DBUS_INTERFACE_PROPERTIES, "GetAll"));
+    DBusMessageIter at;
+    dbus_message_iter_init_append(question.get(), &at);
+    appendValue(&at, bus::infoInterface());
+    Answer answer = answerTo(question.get());
+    if (answer)
+        answer.values = {answer.value().toMap().value(QStringLiteral("State"))};
+    return answer;
+}
+
 bool Peer::isOnBus(const QString& module) {
     const Message question = busCall(DBUS_INTERFACE_DBUS, "NameHasOwner");
     DBusMessageIter at;

@@ -62,6 +62,11 @@ public:
     /// passed the bus, too. A handshake: after init() this is when nothing earlier is under way.
     Result waitForModule(const QString& module);
 
+    /// The module's lifecycle step: "CHECK" to "EXIT", as it tells at /vel/info.
+    ///
+    /// Errors:   in the answer; a module whose library was built without VEL_MODULE_INFO does not tell.
+    Answer state(const QString& module);
+
     /// Whether a module of that name is on the bus.
     bool isOnBus(const QString& module);
 

@@ -165,6 +165,15 @@ private Q_SLOTS:
         ModuleProcess module("Peer", builtProgram("scripted-module"));
         VEL_VERIFY(module.bringUp());
         VEL_VERIFY(module.call("state").is({"RUN"}));
+#if VEL_MODULE_INFO
+        VEL_VERIFY(module.waitForState("RUN"));
+        VEL_VERIFY(m_peer.publish("Peer", "presentationLoaded"));
+        VEL_VERIFY(module.waitForState("PRESENTATION_LOADED"));
+        qputenv("VEL_TEST_SLOWNESS", "0.001");
+        const QString inAnother = module.waitForState("RUN").message();
+        qunsetenv("VEL_TEST_SLOWNESS");
+        QVERIFY2(inAnother.startsWith("expected: 'Peer' in the state RUN within "), qPrintable(inAnother));
+#endif
         VEL_VERIFY(module.freeze());
         QCOMPARE(module.processState(), 'T');
         module.resume();
