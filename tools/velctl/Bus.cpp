@@ -153,7 +153,10 @@ void Bus::take(DBusMessage* message) {
         for (const Handler& handler : m_handlers)
             handler(message);
         return;
-    case DBUS_MESSAGE_TYPE_METHOD_CALL: // somebody looks at every connection of the bus: he need not wait
+    case DBUS_MESSAGE_TYPE_METHOD_CALL:
+        if (m_answers)
+            return m_answers(message);
+        // Somebody looks at every connection of the bus: he need not wait.
         if (!dbus_message_get_no_reply(message) && dbus_connection_get_outgoing_size(m_connection.get()) < mostToSend) {
             const wire::Message refusal =
                 wire::made(dbus_message_new_error(message, DBUS_ERROR_UNKNOWN_METHOD, "velctl has no methods"));
@@ -186,6 +189,29 @@ wire::Message Bus::call(wire::Message call, const QDeadlineTimer& end) {
 void Bus::publish(DBusMessage* signal) {
     require(dbus_connection_send(m_connection.get(), signal, nullptr));
     ask("GetId");
+}
+
+void Bus::post(DBusMessage* message) {
+    constexpr long mostOnTheWay = 4 << 20;
+    require(dbus_connection_send(m_connection.get(), message, nullptr));
+    (void)waitUntil([&] { return dbus_connection_get_outgoing_size(m_connection.get()) < mostOnTheWay; },
+                    QDeadlineTimer(QDeadlineTimer::Forever));
+}
+
+void Bus::answerAs(const QString& service, Handler handler) {
+    m_answers = std::move(handler);
+    wire::Message question = callTo(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "RequestName");
+    appendText(question.get(), service);
+    const dbus_uint32_t flags = DBUS_NAME_FLAG_DO_NOT_QUEUE;
+    require(dbus_message_append_args(question.get(), DBUS_TYPE_UINT32, &flags, DBUS_TYPE_INVALID));
+    const wire::Message answer = call(std::move(question), m_limit.lastMoment());
+    dbus_uint32_t result = 0;
+    if (answer && isError(answer.get()))
+        throw Failure{Failed, QString("cannot be '%1': %2").arg(service, firstText(answer.get()))};
+    if (!answer ||
+        !dbus_message_get_args(answer.get(), nullptr, DBUS_TYPE_UINT32, &result, DBUS_TYPE_INVALID) ||
+        result != DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER)
+        throw Failure{Failed, QString("cannot be '%1': somebody else has that name").arg(service)};
 }
 
 void Bus::subscribe(const QStringList& rules, Handler handler) {

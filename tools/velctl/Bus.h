@@ -59,6 +59,13 @@ public:
     /// Sends a signal, and returns when the bus daemon has it: sending only queues, and this process may end at once.
     void publish(DBusMessage* signal);
 
+    /// Sends a message of any kind, and waits only while much is on the way already. What was posted last is with the bus
+    /// after the next question to it.
+    void post(DBusMessage* message);
+
+    /// Takes a name, and from now on calls `handler` for each call that comes. Throws a Failure when somebody has the name.
+    void answerAs(const QString& service, Handler handler);
+
     /// From now on `handler` is called for each signal that one of the rules matches, and for others: it has to look.
     /// Returns when the bus knows of the rules. A rule is what libdbus calls a match rule.
     void subscribe(const QStringList& rules, Handler handler);
@@ -94,6 +101,7 @@ private:
     std::unique_ptr<DBusConnection, Close> m_connection;
     std::map<quint32, Expected> m_calls;
     std::vector<Handler> m_handlers;
+    Handler m_answers; // to calls; null refuses them
     bool m_inputIsThere = false;
 };
 

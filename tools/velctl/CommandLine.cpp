@@ -37,6 +37,15 @@ const OptionRow options[] = {
     {"gone", "MODULE", "wait until this module has left the bus"},
     {"from", "MODULE", "only events that this module publishes"},
     {"rate", "", "tell every second how many events there were, by name"},
+    {"calls", "", "calls and answers, too"},
+    {"rotate", "SIZE", "begin a new file at that size: 64M, 1G"},
+    {"keep", "N", "keep only the newest N files"},
+    {"after", "SECONDS", "leave out what came before"},
+    {"before", "SECONDS", "leave out what came later"},
+    {"speed", "FACTOR", "so many times as fast"},
+    {"flat-out", "", "as fast as the bus takes it"},
+    {"control", "", "events that stop, reset, save or reconfigure modules, too"},
+    {"dry-run", "", "only show what would be published"},
 };
 const std::vector<const char*> everywhere = {"json", "timeout", "address", "help"};
 
@@ -175,6 +184,10 @@ Request requestOf(const QCommandLineParser& parser, const Command& command) {
     request.gone = valueOf("gone");
     request.from = valueOf("from");
     request.rate = parser.optionNames().contains("rate");
+    for (const char* name : command.options) {
+        if (parser.optionNames().contains(QLatin1String(name)))
+            request.others.insert(QLatin1String(name), valueOf(name));
+    }
     request.address = parser.isSet("address") ? parser.value("address") : defaultAddress();
     request.publisher = valueOf("as");
     if (request.publisher.isEmpty())

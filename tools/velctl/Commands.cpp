@@ -110,6 +110,28 @@ const std::vector<Command>& commands() {
          "The same for bringing saved data back.",
          "velctl restore Playlists",
          {}, 0, anyNumber, forData, runRestore},
+#ifdef VELCTL_RECORDINGS
+        {"record", "FILE [EVENT...]", "write what passes on the bus to a file",
+         "Writes every event, call and answer, or the events of those names alone, until it is interrupted or\n"
+         "the time limit has passed. The file is pcap with the link type of D-Bus, which Wireshark and Bustle\n"
+         "open; - is standard output. With --calls, calls and answers beside the chosen events. With --rotate,\n"
+         "files of that size in turn, FILE.00001 and so on, of which --keep keeps the newest. Tells at the end\n"
+         "how much there was and what is known to be missing.",
+         "velctl record trip.pcap --timeout 60",
+         {"calls", "rotate", "keep"}, 1, anyNumber, 0, runRecord},
+        {"replay", "FILE [EVENT...]", "publish the events of a recording again",
+         "Publishes the events of those names, or all, byte by byte as they were, in their rhythm. Events that\n"
+         "stop, reset, save or reconfigure modules are left out and listed, unless --control is given. With\n"
+         "--as, takes the place of a module that is missing: publishes its events and answers calls as it did.\n"
+         "--after and --before are seconds from the recording's begin.",
+         "velctl replay trip.pcap 'station_*' --speed 4",
+         {"from", "after", "before", "speed", "flat-out", "control", "dry-run", "as"}, 1, anyNumber, 0, runReplay},
+        {"stats", "FILE", "count what is in a recording",
+         "Shows each event with its number, rate and bytes, and each method with the times until its answers:\n"
+         "the middle one, that of 99 in 100, and the slowest; errors, and calls that nobody answered.",
+         "velctl stats trip.pcap",
+         {}, 1, 1, 0, runStats},
+#endif
     };
     // clang-format on
     return table;

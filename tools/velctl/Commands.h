@@ -4,6 +4,7 @@
 #include "Status.h"
 #include "TimeLimit.h"
 
+#include <QMap>
 #include <QStringList>
 
 #include <vector>
@@ -26,6 +27,7 @@ struct Request {
     QString from; ///< the publishing module; empty is any
     bool rate = false;
     QString address; ///< of the bus
+    QMap<QString, QString> others; ///< what was given of the options that one command has alone; a switch is empty
     TimeLimit limit;
 };
 
@@ -64,5 +66,8 @@ int runStart(const Request& request);
 int runRestart(const Request& request);
 int runSave(const Request& request);
 int runRestore(const Request& request);
+int runRecord(const Request& request);
+int runReplay(const Request& request);
+int runStats(const Request& request);
 
 } // namespace velctl

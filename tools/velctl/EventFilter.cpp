@@ -30,24 +30,30 @@ EventFilter::EventFilter(const QString& verb, const QStringList& names, const QS
     m_pattern.setPattern("\\A(" + forms.join('|') + ")\\z");
 }
 
-void EventFilter::subscribe(Bus& bus, std::function<void(DBusMessage*)> heard) const {
+QStringList EventFilter::rules() const {
+    if (m_names.isEmpty() || std::any_of(m_names.begin(), m_names.end(), isPattern))
+        return {wire::eventRule(QString(), m_module)};
     QStringList rules;
     for (const QString& name : m_names)
         rules += wire::eventRule(name, m_module);
-    if (m_names.isEmpty() || std::any_of(m_names.begin(), m_names.end(), isPattern))
-        rules = QStringList(wire::eventRule(QString(), m_module));
-    bus.subscribe(rules, [filter = *this, heard = std::move(heard)](DBusMessage* message) {
+    return rules;
+}
+
+void EventFilter::subscribe(Bus& bus, std::function<void(DBusMessage*)> heard) const {
+    bus.subscribe(rules(), [filter = *this, heard = std::move(heard)](DBusMessage* message) {
         if (filter.matches(message))
             heard(message);
     });
 }
 
+bool EventFilter::matches(const QString& name, const QString& path) const {
+    return (m_module.isEmpty() || path == pathOf(m_module)) &&
+           (m_names.isEmpty() || m_pattern.match(name).hasMatch());
+}
+
 bool EventFilter::matches(DBusMessage* message) const {
-    if (!wire::isEvent(message))
-        return false;
-    if (!m_module.isEmpty() && !dbus_message_has_path(message, pathOf(m_module).toUtf8().constData()))
-        return false;
-    if (!m_names.isEmpty() && !m_pattern.match(QString::fromUtf8(dbus_message_get_member(message))).hasMatch())
+    if (!wire::isEvent(message) || !matches(QString::fromUtf8(dbus_message_get_member(message)),
+                                      QString::fromUtf8(dbus_message_get_path(message))))
         return false;
     return std::all_of(m_arguments.begin(), m_arguments.end(), [message](const QPair<QString, QString>& argument) {
         DBusMessageIter value;

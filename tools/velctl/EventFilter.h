@@ -23,6 +23,12 @@ public:
     /// that the filter lets through.
     void subscribe(Bus& bus, std::function<void(DBusMessage*)> heard) const;
 
+    /// The match rules with which the bus sends what the filter lets through, and maybe more.
+    QStringList rules() const;
+
+    /// Whether it lets an event of that name and path through, whatever its arguments are.
+    bool matches(const QString& name, const QString& path) const;
+
 private:
     bool matches(DBusMessage* message) const;
 
