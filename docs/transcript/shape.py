@@ -32,7 +32,8 @@ CHANGING = [(re.compile(pattern), word) for pattern, word in [
 # Lines that come or do not, as it happens, and empty ones.
 PASSING = re.compile(
     r"\s*$"
-    r"|\[\d+\][+-]? +(Done|Exit \d+|Stopped|Terminated|Killed|Hangup)\b"  # the shell tells it when it gets to it
+    r"|(dbus-daemon\[\d+\]: )?\[\d+\][+-]? +(Done|Exit \d+|Stopped|Terminated|Killed|Hangup)\b"  # the shell tells it when it gets to it
+    r"|(dbus-daemon\[\d+\]: )?\[session .*(became a monitor\.|Monitoring connection .* closed\.)$"  # a recorder comes and goes
     r"|dbus-daemon\[\d+\]: $|.*Failed to set fd limit to")  # where an ordinary user may have fewer open files
 
 

@@ -125,7 +125,8 @@ vel_package(vel-tools
     RECOMMENDS "dbus-daemon"
     SYNOPSIS "tools for systems of Vel modules"
     DESCRIPTION "velctl lists the modules of a running system, shows and publishes their
-events, calls their methods and stops them. vel-supervisor starts the modules
+events, calls their methods and stops them; it records what passes on the bus,
+and replays it. vel-supervisor starts the modules
 that a configuration names, watches them, and saves and restores their data.")
 
 include(CPack)

@@ -18,8 +18,8 @@ namespace recording {
 namespace {
 
 constexpr std::size_t usualBuffer = 1 << 20;
-constexpr std::size_t mostAtOnce = 8 << 20; // bytes in one read(): then the caller has its turn again
-constexpr int answerMs = 25000;             // what libdbus itself takes for its own questions
+constexpr std::size_t mostAtOnce = 8 << 20;       // bytes in one read(): then the caller has its turn again
+constexpr int answerMs = 25000;                   // what libdbus itself takes for its own questions
 constexpr dbus_uint32_t questionNumber = 0x10000; // beyond those of the few that libdbus has sent before
 
 class BusError {
@@ -66,8 +66,8 @@ bool waitFor(int descriptor, short events) {
 
 bool writeAll(int descriptor, const QByteArray& bytes) {
     for (int written = 0; written < bytes.size();) {
-        const ssize_t count =
-            send(descriptor, bytes.constData() + written, static_cast<std::size_t>(bytes.size() - written), MSG_NOSIGNAL);
+        const ssize_t count = send(descriptor, bytes.constData() + written,
+                                   static_cast<std::size_t>(bytes.size() - written), MSG_NOSIGNAL);
         if (count > 0)
             written += static_cast<int>(count);
         else if (errno != EINTR && (errno != EAGAIN || !waitFor(descriptor, POLLOUT)))
@@ -113,9 +113,9 @@ Monitor::Monitor(const std::string& address, std::vector<std::string> rules) : m
     if (!rules.empty()) {
         // Names, whatever else is wanted: those that come and go, and the answers to askWhoIsThere().
         const std::string name = dbus_bus_get_unique_name(asker.get());
-        rules.insert(rules.end(), {"type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged'",
-                                   "type='method_call',sender='" + name + "'",
-                                   "type='method_return',destination='" + name + "'"});
+        rules.insert(rules.end(),
+                     {"type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged'",
+                      "type='method_call',sender='" + name + "'", "type='method_return',destination='" + name + "'"});
     }
     // A stranger may have sent something here, of which libdbus has then read a part: the rest would be no message.
     constexpr int mostAttempts = 5;

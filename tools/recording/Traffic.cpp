@@ -82,9 +82,8 @@ std::uint32_t Traffic::processOf(int participant) const {
 
 Traffic::Connection& Traffic::connectionOf(std::string_view uniqueName, Time time) {
     const bool isFull = m_connections.size() >= mostParticipants;
-    const auto [place, isNew] =
-        m_connections.try_emplace(isFull && !m_connections.count(std::string(uniqueName)) ? "(others)"
-                                                                                          : std::string(uniqueName));
+    const auto [place, isNew] = m_connections.try_emplace(
+        isFull && !m_connections.count(std::string(uniqueName)) ? "(others)" : std::string(uniqueName));
     if (isNew) {
         place->second.participant = m_participants.idOf(place->first);
         place->second.life = m_lives.size();
@@ -107,7 +106,7 @@ int Traffic::participantOf(std::string_view name) {
     if (owner != m_owners.end())
         return connectionOf(owner->second, 0).participant;
     return m_participants.count() < int(2 * mostParticipants) ? m_participants.idOf(name)
-                                                               : m_participants.idOf("(others)");
+                                                              : m_participants.idOf("(others)");
 }
 
 void Traffic::own(const std::string& name, const std::string& owner, Time time) {
@@ -222,9 +221,8 @@ Seen Traffic::take(const Header& header, std::string_view message, Time time) {
         if (!isEvent(header))
             return seen;
         seen.kind = Seen::Event;
-        seen.from = m_participants.count() < int(2 * mostParticipants)
-                        ? m_participants.idOf(moduleOfPath(header.path))
-                        : participantOf(header.sender);
+        seen.from = m_participants.count() < int(2 * mostParticipants) ? m_participants.idOf(moduleOfPath(header.path))
+                                                                       : participantOf(header.sender);
         if (m_connections.count(std::string(header.sender)))
             m_modules[seen.from] = true;
         seen.name = nameOf(header.member);
@@ -239,7 +237,13 @@ Seen Traffic::take(const Header& header, std::string_view message, Time time) {
         if (!header.wantsAnswer || m_open.size() >= mostOpen)
             return seen;
         OpenCall& call = m_open[keyOf(header.sender, header.serial)];
-        call = {time, seen.from, seen.to, seen.name, -1, std::string(header.sender), std::string(header.destination),
+        call = {time,
+                seen.from,
+                seen.to,
+                seen.name,
+                -1,
+                std::string(header.sender),
+                std::string(header.destination),
                 header.serial};
         seen.call = &call;
         return seen;
@@ -273,13 +277,14 @@ void Traffic::writeNames(const std::function<void(std::string_view message)>& to
     const char* const asker = ":0.0"; // of no connection: buses count from 1
     dbus_uint32_t serial = 0;
     const auto pair = [&](const char* method, const std::string& name, int type, const void* answer) {
-        const wire::Message question = wire::made(
-            dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, method));
+        const wire::Message question =
+            wire::made(dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, method));
         const char* const text = name.c_str();
         const wire::Message reply = wire::made(dbus_message_new(DBUS_MESSAGE_TYPE_METHOD_RETURN));
         if (!dbus_message_append_args(question.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID) ||
             !dbus_message_append_args(reply.get(), type, answer, DBUS_TYPE_INVALID) ||
-            !dbus_message_set_sender(question.get(), asker) || !dbus_message_set_sender(reply.get(), DBUS_SERVICE_DBUS) ||
+            !dbus_message_set_sender(question.get(), asker) ||
+            !dbus_message_set_sender(reply.get(), DBUS_SERVICE_DBUS) ||
             !dbus_message_set_destination(reply.get(), asker) || !dbus_message_set_reply_serial(reply.get(), ++serial))
             throw std::bad_alloc();
         dbus_message_set_serial(question.get(), serial);

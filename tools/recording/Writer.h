@@ -73,7 +73,7 @@ private:
     pcap_dumper* m_dumper = nullptr;
     std::vector<char> m_kept;
     std::uint64_t m_keptMessages = 0;
-    std::uint64_t m_size = 0; // of the file, whole packets
+    std::uint64_t m_size = 0;        // of the file, whole packets
     std::uint64_t m_ownMessages = 0; // in the file, those at its beginning not counted
     bool m_isBeginning = false;
     Counts m_counts;

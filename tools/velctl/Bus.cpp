@@ -208,8 +208,7 @@ void Bus::answerAs(const QString& service, Handler handler) {
     dbus_uint32_t result = 0;
     if (answer && isError(answer.get()))
         throw Failure{Failed, QString("cannot be '%1': %2").arg(service, firstText(answer.get()))};
-    if (!answer ||
-        !dbus_message_get_args(answer.get(), nullptr, DBUS_TYPE_UINT32, &result, DBUS_TYPE_INVALID) ||
+    if (!answer || !dbus_message_get_args(answer.get(), nullptr, DBUS_TYPE_UINT32, &result, DBUS_TYPE_INVALID) ||
         result != DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER)
         throw Failure{Failed, QString("cannot be '%1': somebody else has that name").arg(service)};
 }

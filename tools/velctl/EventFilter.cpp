@@ -47,13 +47,12 @@ void EventFilter::subscribe(Bus& bus, std::function<void(DBusMessage*)> heard) c
 }
 
 bool EventFilter::matches(const QString& name, const QString& path) const {
-    return (m_module.isEmpty() || path == pathOf(m_module)) &&
-           (m_names.isEmpty() || m_pattern.match(name).hasMatch());
+    return (m_module.isEmpty() || path == pathOf(m_module)) && (m_names.isEmpty() || m_pattern.match(name).hasMatch());
 }
 
 bool EventFilter::matches(DBusMessage* message) const {
     if (!wire::isEvent(message) || !matches(QString::fromUtf8(dbus_message_get_member(message)),
-                                      QString::fromUtf8(dbus_message_get_path(message))))
+                                            QString::fromUtf8(dbus_message_get_path(message))))
         return false;
     return std::all_of(m_arguments.begin(), m_arguments.end(), [message](const QPair<QString, QString>& argument) {
         DBusMessageIter value;

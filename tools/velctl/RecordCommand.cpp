@@ -145,7 +145,7 @@ private:
                 return;
             if (m_isWhole)
                 m_gaps.take(header);
-            else if (isEvent(header) && !m_filter.matches(textOf(header.member), textOf(header.path)))
+            else if (recording::isEvent(header) && !m_filter.matches(textOf(header.member), textOf(header.path)))
                 return;
             if (m_rotation.size > 0)
                 (void)m_traffic.take(header, message, m_time);
@@ -187,9 +187,8 @@ void tell(const Request& request, const Recording& recording) {
                                      {"unwritten", double(counts.lost)},
                                      {"reason", QString::fromStdString(counts.reason)}});
     }
-    printMessage(QString("recorded %1 messages, %2; %3")
-                     .arg(counts.messages)
-                     .arg(memoryText(qint64(counts.bytes)), lossText(recording)));
+    printMessage(
+        QString("recorded %1 messages, %2; %3").arg(counts.messages).arg(sizeText(counts.bytes), lossText(recording)));
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 
 #include "Output.h"
 
+#include <QLocale>
+
 namespace velctl {
 
 void readRecording(const Request& request, const QString& verb,
@@ -23,9 +25,8 @@ void readRecording(const Request& request, const QString& verb,
             printMessage(QString("'%1' cannot be read to its end: %2; what stands before that is used")
                              .arg(path, QString::fromStdString(reader.problem())));
         if (reader.unreadable() > 0)
-            printMessage(QString("%1 packets in '%2' are no messages; they are left out")
-                             .arg(reader.unreadable())
-                             .arg(path));
+            printMessage(
+                QString("%1 packets in '%2' are no messages; they are left out").arg(reader.unreadable()).arg(path));
     } catch (const recording::Error& error) {
         throw Failure{Failed, QString("cannot %1 '%2': %3").arg(verb, path, QString::fromUtf8(error.what()))};
     }
@@ -61,6 +62,10 @@ QString timeText(recording::Time nanoseconds) {
     if (number < millisecond)
         return text(number / microsecond, "µs");
     return number < second ? text(number / millisecond, "ms") : text(number / second, "s");
+}
+
+QString sizeText(std::uint64_t bytes) {
+    return QLocale::c().formattedDataSize(static_cast<qint64>(bytes), 1, QLocale::DataSizeSIFormat);
 }
 
 } // namespace velctl

@@ -25,4 +25,7 @@ inline QString textOf(std::string_view text) {
 /// "4.2 ms", "31 s".
 QString timeText(recording::Time nanoseconds);
 
+/// "36.5 kB", "1.2 GB".
+QString sizeText(std::uint64_t bytes);
+
 } // namespace velctl

@@ -26,10 +26,9 @@ constexpr double second = 1e9;
 
 // What modules obey. A recording of a system's end would end the system once more.
 bool isControlEvent(const QString& name) {
-    static const QStringList names = {"log_level_changed",  "mtrace_on",          "mtrace_off",
-                                      "reset_data_default", "reset_data_factory", "presentationLoaded",
-                                      "reset_default_done", "reset_factory_done", "stop_save_restore_OK",
-                                      "module_ended"};
+    static const QStringList names = {
+        "log_level_changed",  "mtrace_on",          "mtrace_off",         "reset_data_default",   "reset_data_factory",
+        "presentationLoaded", "reset_default_done", "reset_factory_done", "stop_save_restore_OK", "module_ended"};
     return name.startsWith("stop_module_") || name.startsWith("end_of_init_") || names.contains(name);
 }
 
@@ -46,7 +45,8 @@ wire::Message again(const Reader::Packet& packet) {
 // Answers to calls that a module gave, by method and arguments, in their order.
 class Answers {
 public:
-    void take(const Seen& seen, const Reader::Packet& packet, const recording::Traffic& traffic, const QString& module) {
+    void take(const Seen& seen, const Reader::Packet& packet, const recording::Traffic& traffic,
+              const QString& module) {
         if (seen.kind == Seen::Call && seen.call && traffic.participant(seen.to) == module.toStdString()) {
             seen.call->tag = static_cast<std::int64_t>(m_keys.size());
             m_keys.push_back(keyOf(packet.header.interface, packet.header.member, packet.header.signature,
@@ -78,9 +78,9 @@ public:
         recording::Header header;
         if (!readHeader({bytes.constData(), static_cast<std::size_t>(bytes.size())}, header))
             return {};
-        const auto known = m_answers.find(
-            keyOf(header.interface, header.member, header.signature,
-                  std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())).substr(header.bodyBegin)));
+        const auto known = m_answers.find(keyOf(
+            header.interface, header.member, header.signature,
+            std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())).substr(header.bodyBegin)));
         if (known == m_answers.end())
             return {wire::made(dbus_message_new_error(call, DBUS_ERROR_UNKNOWN_METHOD,
                                                       "the recording has no such call with these arguments")),
@@ -165,7 +165,7 @@ public:
             const double at = double(packet.time - begin) / second;
             if (at > m_before || m_request.limit.hasPassed())
                 return false;
-            if (at < m_after || !isEvent(packet.header))
+            if (at < m_after || !recording::isEvent(packet.header))
                 return true;
             const QString name = textOf(packet.header.member);
             if (!m_filter.matches(name, textOf(packet.header.path)))
@@ -203,7 +203,8 @@ public:
         if (m_unusable > 0)
             printMessage(QString("%1 events are not as the bus takes them; they are left out").arg(m_unusable));
         if (!leftOut.isEmpty())
-            printMessage("left out, since modules obey them: " + leftOut.join(", ") + "; --control publishes them, too");
+            printMessage("left out, since modules obey them: " + leftOut.join(", ") +
+                         "; --control publishes them, too");
     }
 
 private:
@@ -243,8 +244,9 @@ private:
             const qint64 next = m_toSend.empty() ? end : std::min(end, m_toSend.begin()->first);
             QDeadlineTimer until = m_request.limit.end();
             if (next != std::numeric_limits<qint64>::max())
-                until = std::min(until, QDeadlineTimer(std::max<qint64>((next - now + millisecond - 1) / millisecond, 0),
-                                                       Qt::PreciseTimer));
+                until =
+                    std::min(until, QDeadlineTimer(std::max<qint64>((next - now + millisecond - 1) / millisecond, 0),
+                                                   Qt::PreciseTimer));
             const std::size_t waiting = m_toSend.size();
             (void)bus.waitUntil([&] { return m_toSend.size() != waiting; }, until);
         }

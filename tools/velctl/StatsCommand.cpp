@@ -69,9 +69,7 @@ public:
         }
     }
 
-    void print(bool isJson) {
-        isJson ? printJson() : printTables();
-    }
+    void print(bool isJson) { isJson ? printJson() : printTables(); }
 
 private:
     double seconds() const { return double(std::max<Time>(m_last - m_first, 1)) / second; }
@@ -105,10 +103,10 @@ private:
         const auto time = [](Time value) { return Cell(value < 0 ? "-" : timeText(value), Colour::None, true); };
         printLine(QString("%1 messages, %2, in %3 from %4")
                       .arg(m_messages)
-                      .arg(memoryText(qint64(m_bytes)), timeText(m_last - m_first),
+                      .arg(sizeText(m_bytes), timeText(m_last - m_first),
                            QDateTime::fromMSecsSinceEpoch(m_first / 1000000).toString(Qt::ISODateWithMs)));
-        QVector<Row> rows{{head("EVENT", false), head("COUNT", true), head("PER S", true), head("BYTES", true),
-                           head("FROM", false)}};
+        QVector<Row> rows{
+            {head("EVENT", false), head("COUNT", true), head("PER S", true), head("BYTES", true), head("FROM", false)}};
         for (const auto& [name, event] : sorted(m_events, [](const EventCount& one) { return one.count; })) {
             QStringList from = namesOf(event->publishers);
             constexpr int mostShown = 5;
@@ -125,23 +123,24 @@ private:
         rows = {{head("METHOD", false), head("CALLS", true), head("HALF IN", true), head("99 % IN", true),
                  head("SLOWEST", true), head("ERRORS", true), head("UNANSWERED", true)}};
         for (const auto& [key, method] : sorted(m_methods, [](const MethodCount& one) { return one.calls; }))
-            rows.append({{methodName(key), Colour::Cyan},
-                         number(method->calls),
-                         time(method->at(0.5)),
-                         time(method->at(0.99)),
-                         time(method->at(1)),
-                         {QString::number(method->errors), method->errors ? Colour::Red : Colour::None, true},
-                         {QString::number(method->unanswered()), method->unanswered() ? Colour::Red : Colour::None,
-                          true}});
+            rows.append(
+                {{methodName(key), Colour::Cyan},
+                 number(method->calls),
+                 time(method->at(0.5)),
+                 time(method->at(0.99)),
+                 time(method->at(1)),
+                 {QString::number(method->errors), method->errors ? Colour::Red : Colour::None, true},
+                 {QString::number(method->unanswered()), method->unanswered() ? Colour::Red : Colour::None, true}});
         if (rows.size() > 1)
             printTable(rows);
     }
 
     void printJson() {
-        printLine(QJsonObject{{"messages", double(m_messages)},
-                              {"bytes", double(m_bytes)},
-                              {"seconds", double(m_last - m_first) / second},
-                              {"begin", QDateTime::fromMSecsSinceEpoch(m_first / 1000000).toString(Qt::ISODateWithMs)}});
+        printLine(
+            QJsonObject{{"messages", double(m_messages)},
+                        {"bytes", double(m_bytes)},
+                        {"seconds", double(m_last - m_first) / second},
+                        {"begin", QDateTime::fromMSecsSinceEpoch(m_first / 1000000).toString(Qt::ISODateWithMs)}});
         for (const auto& [name, event] : sorted(m_events, [](const EventCount& one) { return one.count; }))
             printLine(QJsonObject{{"event", QString::fromStdString(m_traffic.name(name))},
                                   {"count", double(event->count)},

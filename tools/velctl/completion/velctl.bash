@@ -10,7 +10,8 @@ _velctl() {
     for ((index = 1; index < COMP_CWORD; index++)); do
         word=${COMP_WORDS[index]}
         case $word in
-            --timeout | --address | --count | --facility | --as | --context | --running | --gone | --from) ((index++)) ;;
+            --timeout | --address | --count | --facility | --as | --context | --running | --gone | --from | --rotate | --keep | \
+            --after | --before | --speed) ((index++)) ;;
             -*) ;;
             *) if [[ -z $command ]]; then command=$word; else arguments+=("$word"); fi ;;
         esac
@@ -19,7 +20,7 @@ _velctl() {
     case $previous in
         --running | --gone | --as | --facility | --from)
             words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
-        --timeout | --address | --count | --context) ;;
+        --timeout | --address | --count | --context | --rotate | --keep | --after | --before | --speed) ;;
         *)
             if [[ $current == -* ]]; then
                 words='--json --timeout --address --help'
@@ -31,11 +32,13 @@ _velctl() {
                     publish) words+=' --as --context' ;;
                     wait) words+=' --running --gone --from' ;;
                     loglevel) words+=' --facility' ;;
+                    record) words+=' --calls --rotate --keep' ;;
+                    replay) words+=' --from --after --before --speed --flat-out --control --dry-run --as' ;;
                 esac
             else
                 case $command:${#arguments[@]} in
                     :0 | help:0) words='list status watch publish call wait subscribers loglevel mtrace reset stop describe
-                             start restart save restore help' ;;
+                             start restart save restore record replay stats help' ;;
                     status:0 | call:0 | stop:0 | mtrace:1)
                         words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
                     start:0 | restart:0 | save:* | restore:*)
@@ -43,7 +46,7 @@ _velctl() {
                     watch:* | publish:0 | wait:0 | subscribers:0)
                         words=$("$velctl" subscribers --names --timeout 1 2>/dev/null) ;;
                     call:1) words=$("$velctl" status "${arguments[0]}" --names --timeout 1 2>/dev/null) ;;
-                    describe:*) words=$(compgen -f -- "$current") ;;
+                    record:0 | replay:0 | stats:0 | describe:*) words=$(compgen -f -- "$current") ;;
                     loglevel:0) words='silent error warning info debug' ;;
                     mtrace:0) words='on off' ;;
                     reset:0) words='default factory' ;;
