@@ -9,6 +9,7 @@
 //     --error TEXT         it answers every call with that error
 //     --leave              it leaves the bus when it is called
 //     --flood EVENT        it publishes that event without end, once it has written "ready"
+//     --answers COUNT      it is up, answers a save that often, never freezes, and writes "asked" for each call that it gets
 //     --forge MODULE       it says that MODULE has done its reset, when one is asked for
 #include "wire/Json.h"
 
@@ -90,6 +91,8 @@ int main(int argc, char** argv) {
     dbus_bus_request_name(connection, qPrintable(service), DBUS_NAME_FLAG_DO_NOT_QUEUE, nullptr);
     dbus_bus_add_match(connection, "type='signal',member='reset_data_default'", nullptr);
     dbus_connection_flush(connection);
+    if (options.contains("--answers"))
+        send(connection, eventOf(module, "end_of_init_" + module, module, {}));
     std::puts("ready");
     std::fflush(stdout);
     if (const QString flood = valueOf(options, "--flood"); !flood.isNull()) {
@@ -102,8 +105,16 @@ int main(int argc, char** argv) {
             const QString forged = valueOf(options, "--forge");
             if (dbus_message_has_member(message.get(), "reset_data_default") && !forged.isNull())
                 send(connection, eventOf(forged, "reset_default_done", forged, {}));
+            const int answers = valueOf(options, "--answers").toInt();
+            for (int count = 0; count < answers && dbus_message_has_member(message.get(), "prepare_save_restore");
+                 ++count)
+                send(connection, eventOf(module, "stop_save_restore_OK", module, {}));
             if (dbus_message_get_type(message.get()) != DBUS_MESSAGE_TYPE_METHOD_CALL)
                 continue;
+            if (answers > 0) {
+                std::puts("asked");
+                std::fflush(stdout);
+            }
             if (options.contains("--leave") && !dbus_message_has_member(message.get(), "Introspect"))
                 return EXIT_SUCCESS;
             send(connection, answerTo(message.get(), options));

@@ -1,16 +1,54 @@
 // What a supervisor meets that was not made for it: readers that do not read, strangers, floods and signals.
 #include "SupervisorRun.h"
 
+#include <QDir>
+#include <QJsonArray>
 #include <QTest>
 
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace {
 
 const QByteArray stopped = "T";
+
+// A terminal of which somebody may say that it holds, as Ctrl-S does.
+class Terminal {
+public:
+    Terminal() : m_screen(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+        if (grantpt(m_screen) != 0 || unlockpt(m_screen) != 0)
+            qFatal("no terminal");
+        m_keyboard = open(ptsname(m_screen), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    }
+    ~Terminal() {
+        close(m_keyboard);
+        close(m_screen);
+    }
+    QString path() const { return QString::fromLocal8Bit(ptsname(m_screen)); }
+    bool hold() const { return tcflow(m_keyboard, TCOOFF) == 0; }
+    bool letGo() const { return tcflow(m_keyboard, TCOON) == 0; }
+
+    // False when it does not come.
+    bool shows(const QByteArray& text) {
+        for (char bytes[4096]; !m_shown.contains(text);) {
+            pollfd readable{m_screen, POLLIN, 0};
+            if (poll(&readable, 1, 60000) != 1)
+                return false;
+            m_shown.append(bytes, static_cast<int>(std::max<ssize_t>(read(m_screen, bytes, sizeof bytes), 0)));
+        }
+        return true;
+    }
+
+private:
+    const int m_screen;
+    int m_keyboard = -1;
+    QByteArray m_shown;
+};
 
 } // namespace
 
@@ -41,6 +79,70 @@ private Q_SLOTS:
             text.append(bytes, static_cast<int>(count));
         }
         close(log);
+        run.process().terminate();
+        QCOMPARE(run.process().waitForStatus(), 1);
+    }
+
+    void terminalThatHoldsStopsNoSave() {
+        Terminal terminal;
+        SupervisorRun run;
+        run.addKeeper("A");
+        run.setCommand("save", "true");
+        QVERIFY(run.start(terminal.path()));
+        QVERIFY(terminal.shows("'A' is up"));
+        QVERIFY(terminal.hold());
+        QCOMPARE(run.answer("save", "A"), QString("A"));
+        QVERIFY(run.answer("save", "Nobody").contains("'Nobody'"));
+        QVERIFY(run.isServing("A"));
+        QVERIFY(terminal.letGo());
+        QVERIFY(terminal.shows("Nobody"));
+        run.process().terminate();
+        QCOMPARE(run.process().waitForStatus(), 1);
+    }
+
+    // Each answer has the module probed, and a probe that is on its way is enough.
+    void floodOfAnswersIsNotAnsweredWithAFloodOfProbes() {
+        SupervisorRun run;
+        QDir(run.path("")).mkdir("data");
+        run.addModule("Flooder", {"Flooder", "--answers", "20000"},
+                      {{"command", builtProgram("hostile-peer")}, {"dataFolder", "data"}});
+        run.addKeeper("A");
+        run.setCommand("save", "true");
+        run.set("answerLimit", 5);
+        QVERIFY(run.start());
+        QVERIFY(run.waitUntilUp({"A"}));
+        QVERIFY(run.waitUntilUp({"Flooder"}));
+        const QString answer = run.answer("save", "A Flooder");
+        QVERIFY2(answer.contains("'Flooder'"), qPrintable(answer));
+        QCOMPARE(run.answer("save", "A"), QString("A"));
+        run.process().terminate();
+        QCOMPARE(run.process().waitForStatus(), 1);
+        const int probes = run.process().lines().filter("asked").size();
+        QVERIFY2(probes > 0 && probes < 1000, qPrintable(QString::number(probes)));
+    }
+
+    // A debugger that holds the guardian: nobody waits for what it does not take, nor for its end.
+    void tracedGuardianIsNotWaitedFor() {
+        SupervisorRun run;
+        run.addModule("A");
+        run.addModule("Short", {}, {{"command", "true"}, {"restart", QJsonObject{{"on", QJsonArray{}}}}});
+        QVERIFY(run.start());
+        QVERIFY(run.waitUntilUp({"A"}));
+        pid_t guardian = 0;
+        for (const pid_t child : childrenOf(static_cast<pid_t>(run.process().processId())))
+            guardian = nameOf(child) == "vel-guardian" ? child : guardian;
+        QVERIFY(guardian > 0);
+        if (ptrace(PTRACE_SEIZE, guardian, nullptr, nullptr) != 0)
+            QSKIP("this machine does not let a process trace another");
+        QCOMPARE(ptrace(PTRACE_INTERRUPT, guardian, nullptr, nullptr), 0L);
+        int status = 0;
+        QCOMPARE(waitpid(guardian, &status, __WALL), guardian);
+        QVERIFY(WIFSTOPPED(status));
+        for (int start = 0; start < 150; ++start) // more than its channel takes
+            QVERIFY(run.answer("startModule", "Short").contains("'Short'"));
+        QCOMPARE(waitpid(guardian, &status, __WALL), guardian); // until then it is the debugger's, though it is killed
+        QVERIFY(WIFSIGNALED(status));
+        QVERIFY(run.waitForLine(QString("warning: the guardian, process %1, was killed").arg(guardian)));
         run.process().terminate();
         QCOMPARE(run.process().waitForStatus(), 1);
     }

@@ -8,6 +8,7 @@
 #include <QDBusConnection>
 #include <QDBusPendingCall>
 #include <QDBusReply>
+#include <QDir>
 #include <QJsonObject>
 #include <QTemporaryDir>
 
@@ -55,7 +56,7 @@ public:
     int indexOfLine(const QString& text) const;
 
     /// The path of a file in the configuration's folder.
-    QString path(const QString& name) const { return m_folder.filePath(name); }
+    QString path(const QString& name) const { return QDir(m_folder.path()).filePath(name); }
 
     /// Makes a pipe that a module waits at, and the option that tells it so.
     QString gate(const QString& name);
