@@ -14,7 +14,7 @@ namespace vel::testing {
 /// output, too.
 ///
 /// It is killed by the destructor, and by the kernel when the thread that started it ends, however that comes about: a
-/// crash or a SIGKILL of the test included. Processes that it started in its turn are its own affair.
+/// crash or a SIGKILL of the test included. Processes that it started in its turn are not.
 ///
 /// Thread:   the one that made it, which should live as long as the process.
 class ChildProcess : public QProcess {

@@ -45,7 +45,7 @@ public:
     /// Keeps the callers of the method waiting, until release(): slow, for as long as the test wants.
     void hold(const QString& method);
 
-    /// Answers the calls that are held: by the answer that the method has now. Says first what that is, then calls this.
+    /// Answers the calls that are held with the answer that the method has now: set that first.
     void release(const QString& method);
 
     /// Leaves the bus when the method is called, without an answer, as a module that crashes in it.

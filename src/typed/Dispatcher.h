@@ -1,12 +1,12 @@
 // One subscription of the process to the events of a name, and the handlers that share it.
 //
 // How it works: Qt D-Bus delivers the signal's message to one slot. That makes a Delivery, which reads the event at most
-// once, and emits delivered(). Each handler is a connection to that signal with a context object. So the order of the
-// handlers, a context in another thread, its death at any moment, and handlers that come and go while an event is being
-// delivered are Qt's affair, which has solved them.
+// once, and emits delivered(). Each handler is a connection to that signal with a context object. So Qt's signals see to
+// the order of the handlers, to a context in another thread, to its death at any moment, and to handlers that come and go
+// while an event is being delivered.
 //
-// What must always hold: a handler's exception does not reach Qt's emission, for which it would be the end of the others
-// (and of the process where Qt has no unwind tables).
+// What must always hold: a handler's exception does not reach Qt's emission. The handlers after it would not be called, and
+// where Qt has no unwind tables the process would end.
 //
 // The slot takes the message and not the event, because only the message says who sent it.
 #pragma once

@@ -6,8 +6,8 @@
 
 namespace vel::typed {
 
-/// Calls it inside the exception net, and in no D-Bus call: what it throws must not answer one that the event or the answer
-/// came into, in a nested event loop.
+/// Calls it inside the exception net, and hides the D-Bus call that is being handled, if any: a nested event loop may have
+/// delivered the event in the middle of that call, and a VelException must not answer it.
 template <typename Callable>
 void callGuarded(QObject* context, Callable&& callable) {
     DBusContextKeeper keeper(context);

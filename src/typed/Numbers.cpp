@@ -1,4 +1,5 @@
-// A comparison each for the kinds of numbers that meet: C++ would convert first, and lose what is asked for.
+// Each pair of kinds (signed, unsigned, floating) has a comparison of its own: C++ would convert one to the other first, and
+// the loss would not be seen.
 #include "typed/Numbers.h"
 
 #include <QDBusMetaType>

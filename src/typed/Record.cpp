@@ -31,8 +31,8 @@ int startOfInnermost(const QByteArray& typeName) {
     return std::max(typeName.lastIndexOf('<'), typeName.lastIndexOf(',')) + 1;
 }
 
-// Qt keeps the type as it stands in Q_PROPERTY, and looks it up as if it stood outside of everything. Only the types of
-// enumerations of the struct itself are completed.
+// Qt keeps the type's name as it stands in Q_PROPERTY, and looks it up in the global namespace. It completes only the names
+// of the struct's own enumerations.
 int typeOfProperty(const QMetaProperty& property) {
     int id = property.userType();
     if (property.isEnumType() && id == QMetaType::Int)

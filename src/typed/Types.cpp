@@ -1,4 +1,4 @@
-// Types are found out about once, by asking Qt's type system, and kept.
+// What there is to know of a type is asked of Qt's type system once, and kept.
 #include "typed/Types.h"
 
 #include "events/VelDBusTypes.h"

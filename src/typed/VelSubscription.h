@@ -16,7 +16,7 @@ namespace vel {
 /// Thread:   any.
 class VEL_EXPORT Subscription {
 public:
-    /// A subscription that was never there.
+    /// An empty handle, which is not active.
     Subscription() = default;
 
     /// Ends it: the handler is not called again, also not with an event that has arrived and waits for the event loop of
