@@ -131,6 +131,12 @@ const std::vector<Command>& commands() {
          "the middle one, that of 99 in 100, and the slowest; errors, and calls that nobody answered.",
          "velctl stats trip.pcap",
          {}, 1, 1, 0, runStats},
+        {"trace", "FILE", "a recording as a trace for viewers",
+         "Writes a recording as JSON that Perfetto's viewer (ui.perfetto.dev) and Chrome's (chrome://tracing)\n"
+         "open: each module with the time that it was on the bus, its events, and its calls from the question\n"
+         "to the answer, with all arguments.",
+         "velctl trace trip.pcap > trip.json",
+         {}, 1, 1, 0, runTrace},
 #endif
     };
     // clang-format on

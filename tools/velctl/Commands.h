@@ -69,5 +69,6 @@ int runRestore(const Request& request);
 int runRecord(const Request& request);
 int runReplay(const Request& request);
 int runStats(const Request& request);
+int runTrace(const Request& request);
 
 } // namespace velctl

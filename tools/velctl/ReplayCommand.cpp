@@ -141,6 +141,7 @@ public:
     }
 
     void takePlace(Bus& bus) {
+        m_clock.start();
         bus.answerAs(serviceOf(m_isInPlaceOf), [this](DBusMessage* call) {
             if (dbus_message_get_no_reply(call))
                 return;
@@ -155,7 +156,8 @@ public:
 
     // Publishes what is chosen, or only shows it without a bus.
     void publish(Bus* bus) {
-        m_clock.start();
+        if (!m_clock.isValid()) // calls may have come before
+            m_clock.start();
         bool hasBegun = false;
         Time begin = 0;
         readRecording(m_request, "replay", [&](const Reader::Packet& packet) {

@@ -38,7 +38,7 @@ _velctl() {
             else
                 case $command:${#arguments[@]} in
                     :0 | help:0) words='list status watch publish call wait subscribers loglevel mtrace reset stop describe
-                             start restart save restore record replay stats help' ;;
+                             start restart save restore record replay stats trace help' ;;
                     status:0 | call:0 | stop:0 | mtrace:1)
                         words=$("$velctl" list --names --timeout 1 2>/dev/null) ;;
                     start:0 | restart:0 | save:* | restore:*)
@@ -46,7 +46,7 @@ _velctl() {
                     watch:* | publish:0 | wait:0 | subscribers:0)
                         words=$("$velctl" subscribers --names --timeout 1 2>/dev/null) ;;
                     call:1) words=$("$velctl" status "${arguments[0]}" --names --timeout 1 2>/dev/null) ;;
-                    record:0 | replay:0 | stats:0 | describe:*) words=$(compgen -f -- "$current") ;;
+                    record:0 | replay:0 | stats:0 | trace:0 | describe:*) words=$(compgen -f -- "$current") ;;
                     loglevel:0) words='silent error warning info debug' ;;
                     mtrace:0) words='on off' ;;
                     reset:0) words='default factory' ;;
