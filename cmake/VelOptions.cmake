@@ -12,6 +12,15 @@ set(VEL_VERSION_DATE "${vel_now}" CACHE STRING "Version stamp: build date and ti
 set(VEL_VERSION_RANGE "generic" CACHE STRING "Version stamp: product range")
 set(VEL_VERSION_APPMODE "release" CACHE STRING "Version stamp: application mode")
 
+set(VEL_QT 5 CACHE STRING "Qt's major version: 5 (5.15) or 6 (from 6.4 on)")
+set_property(CACHE VEL_QT PROPERTY STRINGS 5 6)
+set(vel_least_of_qt5 5.15)
+set(vel_least_of_qt6 6.4)
+if(NOT vel_least_of_qt${VEL_QT})
+    message(FATAL_ERROR "cannot build with Qt '${VEL_QT}': VEL_QT is 5 or 6")
+endif()
+set(VEL_QT_LEAST ${vel_least_of_qt${VEL_QT}})
+
 option(VEL_MODULE_INFO "Let each module tell about itself on the bus, at /vel/info" ON)
 
 option(VEL_DEBIAN_PACKAGES "Let cpack make Debian packages; the preset packages sets all that belongs to it" OFF)

@@ -17,6 +17,9 @@ ChildProcess::ChildProcess(QObject* parent) : QProcess(parent), m_parent(getpid(
     setProcessChannelMode(QProcess::MergedChannels);
     setProcessEnvironment(QProcessEnvironment::systemEnvironment());
     connect(this, &QProcess::readyReadStandardOutput, this, &ChildProcess::readLines);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    setChildProcessModifier([this] { dieWithParent(); });
+#endif
 }
 
 ChildProcess::~ChildProcess() {
@@ -111,7 +114,7 @@ char ChildProcess::processState() const {
     return text.mid(text.lastIndexOf(')') + 2, 1).at(0);
 }
 
-void ChildProcess::setupChildProcess() {
+void ChildProcess::dieWithParent() const {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != m_parent) // it died before the line above
         _exit(127);

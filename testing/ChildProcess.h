@@ -61,12 +61,17 @@ Q_SIGNALS:
     void lineRead(const QString& line);
 
 protected:
-    void setupChildProcess() override;
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    void setupChildProcess() override {
+        dieWithParent();
+    }
+#endif
 
     /// "its last lines:" and these, for a message; empty when there are none.
     QString lastLines() const;
 
 private:
+    void dieWithParent() const;
     void readLines();
 
     const pid_t m_parent;

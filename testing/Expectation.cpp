@@ -32,24 +32,22 @@ QString elementsOf(const QVariantList& list) {
 // QVariant calls the number 40 and the text "40" equal: a test must not. What travels has no other containers than
 // these, so a list of ints is compared as the list that arrives.
 bool areEqual(const QVariant& one, const QVariant& other) {
-    if (one.userType() == QMetaType::QVariantList || one.userType() == QMetaType::QVariantMap) {
-        if (!other.canConvert(one.userType()))
-            return false;
-    } else if (one.userType() != other.userType()) {
-        return false;
-    }
     if (one.userType() == QMetaType::QVariantList) {
+        if (!other.canConvert<QVariantList>())
+            return false;
         const QVariantList ours = one.toList();
         const QVariantList theirs = other.toList();
         return std::equal(ours.begin(), ours.end(), theirs.begin(), theirs.end(), areEqual);
     }
     if (one.userType() == QMetaType::QVariantMap) {
+        if (!other.canConvert<QVariantMap>())
+            return false;
         const QVariantMap ours = one.toMap();
         const QVariantMap theirs = other.toMap();
         return ours.keys() == theirs.keys() &&
                std::equal(ours.begin(), ours.end(), theirs.begin(), theirs.end(), areEqual);
     }
-    return one == other;
+    return one.userType() == other.userType() && one == other;
 }
 
 } // namespace

@@ -5,10 +5,10 @@
 #include "events/VelEvent.h"
 #include "events/WireSize.h"
 #include "log/SafeText.h"
+#include "platform/QtMetaTypes.h"
 
 #include <QAssociativeIterable>
 #include <QDBusArgument>
-#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusSignature>
 #include <QDBusUnixFileDescriptor>
@@ -101,7 +101,7 @@ bool Inspection::passes(const QVariant& value, int level) {
         return value.value<QDBusUnixFileDescriptor>().isValid();
     if (type == qMetaTypeId<QDBusArgument>())
         return passesReceived(value.value<QDBusArgument>(), level);
-    const char* const signature = QDBusMetaType::typeToSignature(type);
+    const char* const signature = vel::metatypes::signatureOf(type);
     return signature && (*signature != 'a' || passesRegistered(value, signature, level));
 }
 
@@ -297,7 +297,7 @@ private:
             m_reason = QStringLiteral("is nested more than %1 levels deep").arg(deepestNesting);
         else if (!value.isValid())
             m_reason = QStringLiteral("has no value");
-        else if (isReceived || QDBusMetaType::typeToSignature(value.userType()))
+        else if (isReceived || vel::metatypes::signatureOf(value.userType()))
             m_reason = QStringLiteral("is an empty or invalid %1").arg(type);
         else
             m_reason = QStringLiteral("is of type '%1', which has no D-Bus form").arg(type);

@@ -15,8 +15,8 @@
 
 #include "events/ArgumentType.h"
 #include "events/OutgoingEvent.h"
+#include "platform/QtMetaTypes.h"
 
-#include <QDBusMetaType>
 #include <QDBusVariant>
 
 namespace {
@@ -111,5 +111,5 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, VelEvent& event) 
 int registerCoreDBusTypes() {
     qRegisterMetaType<VelEvent>("VelEvent");
     qDBusRegisterMetaType<vel::OutgoingEvent>();
-    return qDBusRegisterMetaType<VelEvent>();
+    return vel::metatypes::idOf(qDBusRegisterMetaType<VelEvent>());
 }

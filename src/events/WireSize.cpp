@@ -5,10 +5,10 @@
 #include "events/WireSize.h"
 
 #include "events/VelEvent.h"
+#include "platform/QtMetaTypes.h"
 
 #include <QAssociativeIterable>
 #include <QDBusArgument>
-#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusSignature>
 #include <QDBusVariant>
@@ -62,7 +62,7 @@ int alignmentOf(char type) {
 QByteArray signatureOf(const QVariant& value) {
     if (value.userType() == qMetaTypeId<QDBusArgument>())
         return value.value<QDBusArgument>().currentSignature().toLatin1();
-    return QByteArray(QDBusMetaType::typeToSignature(value.userType()));
+    return QByteArray(vel::metatypes::signatureOf(value.userType()));
 }
 
 } // namespace
@@ -171,7 +171,7 @@ void WireSize::addValue(const QVariant& value) {
         const auto event = value.value<VelEvent>();
         return addEvent(event.getEvtName(), event.getContext(), event.getArgTypes(), event.getArguments());
     }
-    const char* const signature = QDBusMetaType::typeToSignature(type);
+    const char* const signature = vel::metatypes::signatureOf(type);
     if (!signature || addContainer(value, signature))
         return;
     if (const int size = fixedSize(*signature))

@@ -8,9 +8,9 @@
 #include "errors/ThrownText.h"
 #include "log/GuardedLog.h"
 #include "log/SafeText.h"
+#include "platform/QtMetaTypes.h"
 
 #include <QDBusConnection>
-#include <QDBusMetaType>
 #include <QMetaMethod>
 #include <QObject>
 #include <QStringList>
@@ -54,8 +54,8 @@ QString reasonInParameters(const QMetaMethod& slot) {
     for (const QByteArray& type : slot.parameterTypes()) {
         if (type.endsWith('&'))
             return QStringLiteral("parameter type '%1' is no value").arg(QLatin1String(type));
-        const int number = QMetaType::type(type);
-        if (number == QMetaType::UnknownType || !QDBusMetaType::typeToSignature(number))
+        const int number = vel::metatypes::idOf(type);
+        if (number == QMetaType::UnknownType || !vel::metatypes::signatureOf(number))
             return QStringLiteral("parameter type '%1' has no D-Bus form; a slot takes a VelEvent or nothing")
                 .arg(QLatin1String(type));
     }

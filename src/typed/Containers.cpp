@@ -1,11 +1,10 @@
-// Lists are walked by Qt's own iteration for metatypes, maps by functions that FieldTypes has made, structs by their record.
+// Lists are walked by Qt's own access to containers, maps by functions that FieldTypes has made, structs by their record.
 #include "typed/Containers.h"
 
 #include "log/SafeText.h"
+#include "typed/ListAccess.h"
 #include "typed/Record.h"
 #include "typed/Values.h"
-
-using QtMetaTypePrivate::QSequentialIterableImpl;
 
 namespace vel::typed {
 
@@ -18,23 +17,16 @@ void putInFront(Mismatch& mismatch, const QString& place) {
 } // namespace
 
 bool listToBus(const Type& type, const void* value, QVariant& sent, Mismatch& mismatch) {
-    QSequentialIterableImpl access;
-    QMetaType::convert(value, type.id, &access, qMetaTypeId<QSequentialIterableImpl>());
     const Type& element = typeOf(type.element);
     QVariantList list;
-    access.moveToBegin();
-    QSequentialIterableImpl end = access;
-    end.moveToEnd();
-    bool isWhole = true;
-    for (; isWhole && !access.equal(end); access.advance(1)) {
+    const bool isWhole = forEachElement(type.id, value, [&](const void* entry) {
         QVariant sentElement;
-        isWhole = toBus(element, access.getCurrent().data, sentElement, mismatch);
-        if (!isWhole)
+        const bool isSent = toBus(element, entry, sentElement, mismatch);
+        if (!isSent)
             putInFront(mismatch, QStringLiteral("[%1]").arg(list.size()));
         list << sentElement;
-    }
-    access.destroyIter();
-    end.destroyIter();
+        return isSent;
+    });
     sent = list;
     return isWhole;
 }
@@ -49,15 +41,13 @@ bool listFromBus(const Type& type, const QVariant& received, void* value, Mismat
         return isNo(type, received, mismatch);
     }
     const Type& element = typeOf(type.element);
-    QSequentialIterableImpl access;
-    QMetaType::convert(value, type.id, &access, qMetaTypeId<QSequentialIterableImpl>());
     for (int index = 0; index < list.size(); ++index) {
         Holder made(element);
         if (!fromBus(element, list.at(index), made.data(), mismatch)) {
             putInFront(mismatch, QStringLiteral("[%1]").arg(index));
             return false;
         }
-        access.append(made.data());
+        appendElement(type.id, value, made.data());
     }
     return true;
 }

@@ -4,9 +4,8 @@
 #include "bus/BusNames.h"
 #include "events/VelDBusTypes.h"
 #include "log/GuardedLog.h"
+#include "platform/QtMetaTypes.h"
 #include "typed/Record.h"
-
-#include <QDBusMetaType>
 
 #include <algorithm>
 
@@ -32,7 +31,7 @@ const VelEvent* Delivery::readEvent() const {
         return m_event.get();
     m_isRead = true;
     const QDBusArgument argument = m_signal.arguments().value(0).value<QDBusArgument>();
-    static const QLatin1String form(QDBusMetaType::typeToSignature(qMetaTypeId<VelEvent>()));
+    static const QLatin1String form(metatypes::signatureOf(qMetaTypeId<VelEvent>()));
     if (m_signal.arguments().isEmpty() || m_signal.arguments().at(0).userType() != qMetaTypeId<QDBusArgument>() ||
         argument.currentSignature() != form) {
         logError([&] {

@@ -17,7 +17,7 @@ int numberOf(const Type& type, const void* value) {
 }
 
 int numberOf(const Type& type, const void* value) {
-    switch (QMetaType::sizeOf(type.id)) {
+    switch (QMetaType(type.id).sizeOf()) {
     case sizeof(qint8):
         return numberOf<qint8>(type, value);
     case sizeof(qint16):
@@ -30,7 +30,7 @@ int numberOf(const Type& type, const void* value) {
 }
 
 void storeKey(const Type& type, int number, void* value) {
-    switch (QMetaType::sizeOf(type.id)) {
+    switch (QMetaType(type.id).sizeOf()) {
     case sizeof(qint8):
         *static_cast<qint8*>(value) = qint8(number);
         break;

@@ -2,7 +2,7 @@
 // the loss would not be seen.
 #include "typed/Numbers.h"
 
-#include <QDBusMetaType>
+#include "platform/QtMetaTypes.h"
 
 #include <cmath>
 #include <cstring>
@@ -94,7 +94,7 @@ bool isNumber(int type) {
         break;
     }
     constexpr auto numbers = "ynqiuxtd";
-    const char* const form = type < QMetaType::User ? QDBusMetaType::typeToSignature(type) : nullptr;
+    const char* const form = type < QMetaType::User ? metatypes::signatureOf(type) : nullptr;
     return form && qstrlen(form) == 1 && std::strchr(numbers, *form);
 }
 
@@ -129,7 +129,7 @@ QVariant numberToBus(int type, const void* value) {
     case QMetaType::Float:
         return double(*static_cast<const float*>(value));
     default:
-        return QVariant(type, value);
+        return metatypes::makeValue(type, value);
     }
 }
 

@@ -1,6 +1,7 @@
 // Fields by Qt's property access, which for a struct is one switch: no QObject, no event, no lock.
 #include "typed/Record.h"
 
+#include "platform/QtMetaTypes.h"
 #include "typed/Form.h"
 #include "typed/Values.h"
 
@@ -27,8 +28,8 @@ void writeField(const Record::Field& field, void* gadget, const void* value) {
 }
 
 // Where in the text the name is that a scope may be missing from: "Mode" in "QVector<Mode>".
-int startOfInnermost(const QByteArray& typeName) {
-    return std::max(typeName.lastIndexOf('<'), typeName.lastIndexOf(',')) + 1;
+qsizetype startOfInnermost(const QByteArray& typeName) {
+    return std::max<qsizetype>(typeName.lastIndexOf('<'), typeName.lastIndexOf(',')) + 1;
 }
 
 // Qt keeps the type's name as it stands in Q_PROPERTY, and looks it up in the global namespace. It completes only the names
@@ -40,8 +41,8 @@ int typeOfProperty(const QMetaProperty& property) {
     const QByteArray name = property.typeName();
     QByteArray scope = property.enclosingMetaObject()->className();
     while (id == QMetaType::UnknownType && !scope.isEmpty()) {
-        id = QMetaType::type(QByteArray(name).insert(startOfInnermost(name), scope + "::"));
-        scope.truncate(std::max(scope.lastIndexOf("::"), 0));
+        id = metatypes::idOf(QByteArray(name).insert(int(startOfInnermost(name)), scope + "::"));
+        scope.truncate(std::max<qsizetype>(scope.lastIndexOf("::"), 0));
     }
     return id;
 }

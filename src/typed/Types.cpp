@@ -2,24 +2,23 @@
 #include "typed/Types.h"
 
 #include "events/VelDBusTypes.h"
+#include "platform/QtMetaTypes.h"
+#include "typed/ListAccess.h"
 #include "typed/Numbers.h"
 
-#include <QDBusMetaType>
 #include <QMutex>
 
 #include <map>
 #include <memory>
 #include <vector>
 
-using QtMetaTypePrivate::QSequentialIterableImpl;
-
 namespace vel::typed {
 
 namespace {
 
 QMetaEnum enumerationOf(int type) {
-    const QMetaObject* scope = QMetaType::metaObjectForType(type);
-    const QByteArray name = QMetaType::typeName(type);
+    const QMetaObject* scope = QMetaType(type).metaObject();
+    const QByteArray name = QMetaType(type).name();
     return scope ? scope->enumerator(scope->indexOfEnumerator(name.mid(name.lastIndexOf(':') + 1))) : QMetaEnum();
 }
 
@@ -38,21 +37,9 @@ Type::Kind kindOf(int type, const Type& known) {
         return Type::Enumeration;
     if (known.gadget)
         return Type::Gadget;
-    if (type != QMetaType::UnknownType && QDBusMetaType::typeToSignature(type))
+    if (type != QMetaType::UnknownType && metatypes::signatureOf(type))
         return Type::Plain;
     return known.element ? Type::ListOf : Type::Unknown;
-}
-
-// Of a list that Qt can look into and append to: QList, QVector, QSet, std::vector of a known type.
-int elementOf(int type) {
-    QVariant list(type, nullptr);
-    QSequentialIterableImpl access;
-    const int accessType = qMetaTypeId<QSequentialIterableImpl>();
-    if (!list.isValid() || !QMetaType::hasRegisteredConverterFunction(type, accessType) ||
-        !QMetaType::convert(list.constData(), type, &access, accessType) ||
-        !(access.containerCapabilities() & QtMetaTypePrivate::ContainerIsAppendable))
-        return QMetaType::UnknownType;
-    return access._metaType_id;
 }
 
 Type makeType(int id) {
@@ -61,11 +48,11 @@ Type makeType(int id) {
     if (flags & QMetaType::IsEnumeration)
         type.keys = enumerationOf(id);
     if (flags & QMetaType::IsGadget)
-        type.gadget = QMetaType::metaObjectForType(id);
-    type.element = elementOf(id);
+        type.gadget = QMetaType(id).metaObject();
+    type.element = elementOfList(id);
     type.kind = kindOf(id, type);
     type.isSentAsItIs = type.kind == Type::Plain || type.kind == Type::List || type.kind == Type::Map ||
-                        (type.kind == Type::Number && QDBusMetaType::typeToSignature(id));
+                        (type.kind == Type::Number && metatypes::signatureOf(id));
     return type;
 }
 
@@ -91,7 +78,7 @@ public:
             return; // may be in use
         if (known)
             m_replaced.push_back(std::move(known));
-        type.isSentAsItIs = QDBusMetaType::typeToSignature(type.id);
+        type.isSentAsItIs = metatypes::signatureOf(type.id);
         if (type.isSentAsItIs)
             type.kind = Type::Plain;
         known = std::make_unique<Type>(std::move(type));
@@ -115,8 +102,8 @@ Types& types() {
 QString Type::name() const {
     if (keys.isValid())
         return QStringLiteral("%1::%2").arg(QLatin1String(keys.scope()), QLatin1String(keys.name()));
-    const char* name = QMetaType::typeName(id);
-    return name ? QString::fromLatin1(name) : QStringLiteral("an unknown type");
+    const QByteArray name = QMetaType(id).name();
+    return name.isEmpty() ? QStringLiteral("an unknown type") : QString::fromLatin1(name);
 }
 
 void registerMap(int type, const MapAccess& access) {

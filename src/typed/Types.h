@@ -1,6 +1,7 @@
 // What the typed layer knows of Qt's metatypes: of which kind they are, and what they are made of.
 #pragma once
 
+#include "platform/QtMetaTypes.h"
 #include "typed/VelFieldTypes.h"
 
 #include <QMetaEnum>
@@ -47,7 +48,7 @@ const Type& typeOf(int id);
 class Holder {
 public:
     explicit Holder(const Type& type)
-        : m_isAny(type.kind == Type::Any), m_value(m_isAny ? QVariant() : QVariant(type.id, nullptr)) {}
+        : m_isAny(type.kind == Type::Any), m_value(m_isAny ? QVariant() : metatypes::makeValue(type.id)) {}
 
     /// Where the value lies.
     void* data() { return m_isAny ? &m_value : m_value.data(); }

@@ -33,8 +33,8 @@ bool textsFromBus(const QVariant& received, QStringList& texts) {
 
 bool plainFromBus(const Type& type, const QVariant& received, void* value, Mismatch& mismatch) {
     if (received.userType() == type.id) {
-        QMetaType::destruct(type.id, value);
-        QMetaType::construct(type.id, value, received.constData());
+        QMetaType(type.id).destruct(value);
+        QMetaType(type.id).construct(value, received.constData());
         return true;
     }
     if (received.userType() == qMetaTypeId<QDBusVariant>())
@@ -42,8 +42,8 @@ bool plainFromBus(const Type& type, const QVariant& received, void* value, Misma
     // An array or a structure, which Qt has not read yet. Its reader trusts the form, so that is compared first.
     if (received.userType() == qMetaTypeId<QDBusArgument>()) {
         const QDBusArgument argument = received.value<QDBusArgument>();
-        if (argument.currentSignature() == QLatin1String(QDBusMetaType::typeToSignature(type.id)))
-            return QDBusMetaType::demarshall(argument, type.id, value);
+        if (argument.currentSignature() == QLatin1String(metatypes::signatureOf(type.id)))
+            return QDBusMetaType::demarshall(argument, metatypes::Handle(type.id), value);
     }
     if (type.map.insert)
         return mapFromBus(type, unwrapped(received), value, mismatch);
@@ -75,7 +75,7 @@ bool textFromBus(const Type& type, const QVariant& received, void* value, Mismat
 
 bool toBus(const Type& type, const void* value, QVariant& sent, Mismatch& mismatch) {
     if (type.isSentAsItIs) {
-        sent = QVariant(type.id, value);
+        sent = metatypes::makeValue(type.id, value);
         return true;
     }
     switch (type.kind) {

@@ -19,8 +19,12 @@ struct QMetaTypeId<std::optional<T>> {
     enum { Defined = QMetaTypeId2<T>::Defined };
     static int qt_metatype_id() {
         static const int id = qRegisterNormalizedMetaType<std::optional<T>>(
-            QByteArray("std::optional<") + QMetaType::typeName(qMetaTypeId<T>()) + '>',
-            reinterpret_cast<std::optional<T>*>(quintptr(-1))); // not null: the name is given
+            QByteArray("std::optional<") + QMetaType(qMetaTypeId<T>()).name() + '>'
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+            ,
+            reinterpret_cast<std::optional<T>*>(quintptr(-1)) // not null: the name is given
+#endif
+        );
         return id;
     }
 };

@@ -37,9 +37,8 @@ QStringList CatchingApplication::caught;
 
 // Runs the loop until nothing is left to do; all events here are posted by this thread.
 void runLoop() {
-    do
-        QCoreApplication::processEvents();
-    while (QAbstractEventDispatcher::instance()->hasPendingEvents());
+    while (QAbstractEventDispatcher::instance()->processEvents(QEventLoop::AllEvents)) {
+    }
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 

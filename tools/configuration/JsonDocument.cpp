@@ -120,9 +120,9 @@ private:
 };
 
 JsonDocument::JsonDocument(const QByteArray& text) {
-    const int zero = text.indexOf('\0'); // for the parser it would be the end
+    const auto zero = text.indexOf('\0'); // for the parser it would be the end
     if (zero >= 0) {
-        m_mistakes.append({1 + text.left(zero).count('\n'), "is no JSON: there is a zero byte in it"});
+        m_mistakes.append({1 + int(text.left(zero).count('\n')), "is no JSON: there is a zero byte in it"});
         return;
     }
     const int start = text.startsWith("\xEF\xBB\xBF") ? 3 : 0; // a byte-order mark

@@ -92,7 +92,7 @@ private:
 
     // The folder around an absolute path; empty around "/".
     static QString parentOf(const QString& path) {
-        return path == "/" ? QString() : path.left(std::max(1, path.lastIndexOf('/')));
+        return path == "/" ? QString() : path.left(std::max<qsizetype>(1, path.lastIndexOf('/')));
     }
 
     void checkWaiting(int index) {

@@ -207,7 +207,7 @@ void printTable(const QVector<Row>& rows) {
         for (const Cell& cell : row) {
             safe += wire::printable(cell.text);
             int& width = widths[safe.size() - 1];
-            width = std::max(width, safe.last().size());
+            width = std::max<int>(width, safe.last().size());
         }
         texts += safe;
     }
