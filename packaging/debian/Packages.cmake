@@ -129,4 +129,15 @@ events, calls their methods and stops them; it records what passes on the bus,
 and replays it. vel-supervisor starts the modules
 that a configuration names, watches them, and saves and restores their data.")
 
+if(TARGET vel-bridge)
+    vel_package(vel-bridge
+        COMPONENTS bridge
+        SECTION utils
+        RECOMMENDS "dbus-daemon"
+        SYNOPSIS "joins the message buses of machines by an MQTT broker"
+        DESCRIPTION "vel-bridge puts modules of other machines on this machine's message bus as
+if they ran here, and carries events between them. What was accepted is kept
+until each machine that takes it has it.")
+endif()
+
 include(CPack)

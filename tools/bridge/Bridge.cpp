@@ -63,7 +63,8 @@ bool Bridge::init() {
     connect(&m_mqtt, &Mqtt::connected, this, &Bridge::brokerIsThere);
     connect(&m_mqtt, &Mqtt::disconnected, this, &Bridge::brokerIsGone);
     connect(&m_mqtt, &Mqtt::came, this, &Bridge::take);
-    m_mqtt.open();
+    // The bus has taken the subscriptions when it answers what was asked after them: who is connected hears everything.
+    m_bus.ask("GetId", {}, [this](DBusMessage*) { m_mqtt.open(); });
     return true;
 }
 

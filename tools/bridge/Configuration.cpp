@@ -175,8 +175,8 @@ private:
     void readControl(const QJsonValue& value) {
         if (value.isUndefined() || !m_reader.isObject("control", value, {"out", "in"}))
             return;
-        m_configuration.controlOut = selectionIn("control.out", value.toObject()["out"]);
-        m_configuration.controlIn = selectionIn("control.in", value.toObject()["in"]);
+        m_configuration.controlOut = selectionIn("control.out", value.toObject().value("out"));
+        m_configuration.controlIn = selectionIn("control.in", value.toObject().value("in"));
     }
 
     void readStore(const QJsonValue& value) {

@@ -45,7 +45,7 @@ void EventsOut::takeSignal(DBusMessage* signal) {
     const QString name = QString::fromUtf8(dbus_message_get_member(signal));
     const Configuration& configuration = m_link.configuration;
     if (!(isControlEvent(name) ? configuration.controlOut : configuration.exportedEvents).has(module, name) ||
-        !vel::bus::isReachable(module))
+        !vel::bus::isReachable(module) || module == "Bridge") // each machine has one of that name
         return;
     const QByteArray payload = eventPayload(signal);
     QString reason = whyNotToSend(signal);
@@ -83,8 +83,8 @@ void EventsOut::send() {
                               {"publisher", m_link.store.publisher()},
                               {"number", QByteArray::number(event->number)},
                               {"first", QByteArray::number(m_outbox.first())}};
-        QString reason;
-        const int packet = m_link.mqtt.publish(message, &reason);
+        QString refusal;
+        const int packet = m_link.mqtt.publish(message, &refusal);
         if (packet >= 0) {
             m_outbox.sent(packet);
             if (m_timed < 0) {
@@ -93,10 +93,10 @@ void EventsOut::send() {
             }
             continue;
         }
-        if (!m_link.mqtt.isConnected())
+        if (refusal.isEmpty())
             return;
         if (m_refusal.first())
-            logError(QString("cannot send '%1': %2; it is dropped").arg(message.topic, reason));
+            logError(QString("cannot send '%1': %2; it is dropped").arg(message.topic, refusal));
         m_outbox.refuse();
     }
     QTimer::singleShot(0, this, &EventsOut::send);

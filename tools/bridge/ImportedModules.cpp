@@ -198,9 +198,9 @@ void ImportedModules::forward(ImportedModule* module, DBusMessage* call) {
         message.responseTopic = Topic{Topic::Answer, module->machine(), m_link.machine(), {}}.text().toUtf8();
         message.correlation = m_correlationPrefix + QByteArray::number(++m_lastCall);
     }
-    QString reason;
-    if (m_link.mqtt.publish(message, &reason) < 0)
-        return refuse(bus, call, failed, object + reason);
+    QString refusal;
+    if (m_link.mqtt.publish(message, &refusal) < 0)
+        return refuse(bus, call, failed, object + (refusal.isEmpty() ? "the broker is not reached" : refusal));
     ++m_sent;
     if (message.correlation.isEmpty())
         return;

@@ -95,12 +95,15 @@ long LocalBus::waiting() const {
     return dbus_connection_get_outgoing_size(m_connection.get());
 }
 
+// Sending writes, too: what waited may be gone after it.
 void LocalBus::watchWriting() {
+    const bool wasWaiting = m_writable->isEnabled();
     m_writable->setEnabled(!hasSentAll());
+    if (wasWaiting && !m_writable->isEnabled())
+        Q_EMIT sentAll();
 }
 
 void LocalBus::turn() {
-    const bool wasWaiting = m_writable->isEnabled();
     dbus_connection_read_write(m_connection.get(), 0);
     for (int count = 0; count < messagesPerTurn; ++count) {
         const wire::Message message(dbus_connection_pop_message(m_connection.get()));
@@ -110,8 +113,6 @@ void LocalBus::turn() {
     }
     Q_EMIT tookSome();
     watchWriting();
-    if (wasWaiting && hasSentAll())
-        Q_EMIT sentAll();
     if (dbus_connection_get_dispatch_status(m_connection.get()) == DBUS_DISPATCH_DATA_REMAINS)
         QTimer::singleShot(0, this, &LocalBus::turn);
     if (!dbus_connection_get_is_connected(m_connection.get()) && m_readable->isEnabled()) {

@@ -247,20 +247,26 @@ void Mqtt::end(const QString& reason) {
     Q_EMIT disconnected(why);
 }
 
-int Mqtt::publish(const MqttMessage& message, QString* reason) {
+int Mqtt::publish(const MqttMessage& message, QString* refusal) {
+    if (!m_isConnected)
+        return -1;
     int number = -1;
-    int result = MOSQ_ERR_NO_CONN;
-    if (m_isConnected) {
-        const Properties properties = propertiesOf(message);
-        result =
-            mosquitto_publish_v5(m_mosquitto.get(), &number, message.topic.toUtf8().constData(), message.payload.size(),
-                                 message.payload.constData(), message.qos, message.isRetained, properties.get());
+    const Properties properties = propertiesOf(message);
+    const int result =
+        mosquitto_publish_v5(m_mosquitto.get(), &number, message.topic.toUtf8().constData(), message.payload.size(),
+                             message.payload.constData(), message.qos, message.isRetained, properties.get());
+    if (result == MOSQ_ERR_SUCCESS) {
         watchWriting();
-    }
-    if (result == MOSQ_ERR_SUCCESS)
         return number;
-    if (reason)
-        *reason = textOf(result);
+    }
+    if (result == MOSQ_ERR_OVERSIZE_PACKET || result == MOSQ_ERR_PAYLOAD_SIZE || result == MOSQ_ERR_INVAL ||
+        result == MOSQ_ERR_MALFORMED_UTF8) {
+        if (refusal)
+            *refusal = textOf(result);
+        return -1;
+    }
+    // The connection is broken. libmosquitto may be on the stack, and the caller is in the middle of something.
+    QTimer::singleShot(0, m_readable.get(), [this, why = textOf(result)] { end(why); });
     return -1;
 }
 

@@ -51,8 +51,9 @@ public:
 
     bool isConnected() const { return m_isConnected; }
 
-    /// Hands a message to the connection: its number, for acknowledged(); -1 when it cannot be sent, with the reason.
-    int publish(const MqttMessage& message, QString* reason = nullptr);
+    /// Hands a message to the connection: its number, for acknowledged(). -1 when there is no connection, or it has just
+    /// broken; or, with the reason in `refusal`, when this message can never be sent.
+    int publish(const MqttMessage& message, QString* refusal = nullptr);
 
     void subscribe(const QString& filter, int qos);
 

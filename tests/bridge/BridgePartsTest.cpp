@@ -1,0 +1,133 @@
+// What the bridge decides without a broker.
+#include "Configuration.h"
+#include "Inbox.h"
+#include "Outbox.h"
+#include "Topics.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+class BridgePartsTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void topicsAreTakenApartOrNotAtAll();
+    void answersStayBelowTheOwnName();
+    void everyMistakeIsToldWithItsLine();
+    void anEventIsTakenOnceAndInOrder();
+    void theQueueGoesBackToWhatAReceiverLacks();
+};
+
+void BridgePartsTest::topicsAreTakenApartOrNotAtAll() {
+    for (const QString text : {"vel/1/front/state", "vel/1/a-b/module/Media", "vel/1/front/event/Media/played",
+                               "vel/1/front/call/Media/play", "vel/1/front/answer/rear", "vel/1/front/received/rear"})
+        QCOMPARE(Topic::parse(text).text(), text);
+    for (const QString text : {"", "vel/1/", "vel/2/front/state", "vel/1/front/state/x", "vel/1//state",
+                               "vel/1/+/state", "vel/1/front/event/Media", "vel/1/front/event/Me.dia/x",
+                               "vel/1/front/event/Media/a-b", "vel/1/front/call/1Media/x", "vel/1/front/answer/a b"})
+        QCOMPARE(Topic::parse(text).kind, Topic::None);
+}
+
+void BridgePartsTest::answersStayBelowTheOwnName() {
+    QVERIFY(isAnswerTopic("vel/1/rear/answer/front", "rear"));
+    QVERIFY(isAnswerTopic("vel/1/rear/answer/phone/7", "rear"));
+    for (const QString topic : {"vel/1/front/answer/rear", "vel/1/rear/event/A/b", "vel/1/rear/answer/",
+                                "vel/1/rear/answer/+", "vel/1/rear/answer/a/b/c/d/e"})
+        QVERIFY(!isAnswerTopic(topic, "rear"));
+}
+
+void BridgePartsTest::everyMistakeIsToldWithItsLine() {
+    QTemporaryDir folder;
+    QFile file(folder.filePath("c.json"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(R"({"machine": "fr/ont",
+"broker": {"host": "example.org",
+           "passwordFile": "nowhere"},
+"export": {"modules": ["A-B", "Bridge"], "events": ["a-b"]},
+"import": {"rear": {"modules": ["Media"], "evens": []},
+           "third": {"modules": ["Media"]}},
+"store": "no/where",
+"limits": {"queueEvents": 1}, "more": 1})");
+    file.close();
+    QStringList mistakes;
+    Configuration::read(file.fileName(), mistakes);
+    const QStringList expected = {":1: machine: must be letters",
+                                  ":2: broker: 'example.org' is another machine",
+                                  ":3: broker.passwordFile: there is",
+                                  ":3: broker.passwordFile: a password needs",
+                                  ":4: export.modules: 'A-B' cannot",
+                                  ":4: export.modules: the bridge itself",
+                                  ":4: export.events: 'a-b' is",
+                                  ":5: import.rear.evens: unknown key",
+                                  ":6: import.third.modules: 'Media' is imported from 'rear'",
+                                  ":7: store: cannot be",
+                                  ":8: limits.queueEvents: must be",
+                                  ":8: more: unknown key"};
+    for (const QString& one : expected)
+        QVERIFY2(!mistakes.filter(one).isEmpty(), qPrintable(one + " is not in:\n" + mistakes.join('\n')));
+    QCOMPARE(mistakes.size(), expected.size());
+}
+
+void BridgePartsTest::anEventIsTakenOnceAndInOrder() {
+    Inbox inbox;
+    QCOMPARE(inbox.decide("p", 7, 1), Inbox::Take); // the first that is heard of
+    inbox.take("p", 7);
+    QCOMPARE(inbox.decide("p", 7, 1), Inbox::Duplicate);
+    QCOMPARE(inbox.decide("p", 9, 1), Inbox::Gap);
+    QCOMPARE(inbox.decide("p", 8, 1), Inbox::Take);
+    QCOMPARE(inbox.decide("p", 12, 12), Inbox::Take); // those between are gone
+    inbox.take("p", 12);
+    QCOMPARE(inbox.missed(), 4);
+    QCOMPARE(inbox.decide("q", 1, 1), Inbox::Take); // its store is a new one
+    QCOMPARE(inbox.decide("", 0, 0), Inbox::Take);  // it does not count
+}
+
+void BridgePartsTest::theQueueGoesBackToWhatAReceiverLacks() {
+    QTemporaryDir folder;
+    QString reason;
+    const QByteArray publisher = [&] {
+        Store store;
+        if (!store.open(folder.filePath("store"), reason))
+            return QByteArray();
+        Outbox outbox(store, {5, 1000, 1000});
+        for (int n = 1; n <= 7; ++n)
+            outbox.accept("t", QByteArray::number(n));
+        outbox.commit();
+        return store.publisher();
+    }();
+    Store store;
+    QVERIFY2(store.open(folder.filePath("store"), reason), qPrintable(reason));
+    QCOMPARE(store.publisher(), publisher);
+    Store second;
+    QVERIFY(!second.open(folder.filePath("store"), reason)); // one bridge has it
+    Outbox outbox(store, {5, 1000, 1000});
+    QCOMPARE(outbox.count(), 5);
+    QCOMPARE(outbox.first(), quint64(3));
+    const auto sendAll = [&] {
+        QList<quint64> sent;
+        while (const QueuedEvent* event = outbox.next(0)) {
+            sent += event->number;
+            outbox.sent(static_cast<int>(event->number));
+        }
+        return sent;
+    };
+    outbox.receiverHas("rear", {publisher, 2}, "x", 0);
+    outbox.receiverIs("rear", true, 0);
+    QCOMPARE(sendAll(), (QList<quint64>{3, 4, 5, 6, 7}));
+    for (int packet = 3; packet <= 7; ++packet)
+        outbox.acknowledged(packet);
+    QCOMPARE(outbox.count(), 5); // the broker has them: that is not enough
+    outbox.receiverHas("rear", {publisher, 4}, "x", 0);
+    QCOMPARE(outbox.count(), 3);
+    outbox.receiverHas("rear", {publisher, 5}, "y", 0); // one was lost on the way
+    QCOMPARE(sendAll(), (QList<quint64>{6, 7}));
+    outbox.receiverIs("rear", false, 0);
+    outbox.acknowledged(6);
+    outbox.acknowledged(7);
+    QCOMPARE(outbox.count(), 2);
+    outbox.lookAtReceivers(1001); // away for too long
+    QCOMPARE(outbox.count(), 0);
+}
+
+QTEST_GUILESS_MAIN(BridgePartsTest)
+#include "BridgePartsTest.moc"
