@@ -169,9 +169,11 @@ bool VelDBusInterface::callWithCallback(const QString& method, const QList<QVari
     } catch (const QString& text) { // the same slot, whose own call to another module has failed
         ErrorSlot::callLater(receiver, errorMethod, QDBusMessage::createError(QDBusError::Failed, text));
     }
-    if (!queued)
-        logRefusal(*this, method,
-                   connection().isConnected() ? lastError().message() : QStringLiteral("there is no bus"));
+    if (!queued) {
+        // A proxy to an impossible name has a connection of its own, which leads nowhere.
+        const bool hasNoBus = !connection().isConnected() && bus::isValidObjectPath(path());
+        logRefusal(*this, method, hasNoBus ? QStringLiteral("there is no bus") : lastError().message());
+    }
     return queued;
 }
 

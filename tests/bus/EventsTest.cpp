@@ -15,6 +15,12 @@ const QString topic = "topic";
 const char* const heardSlot = SLOT(heard(VelEvent));
 constexpr int mostBytes = 64 * 1024 * 1024 - 16;
 
+class Answering : public QObject {
+    Q_OBJECT
+public Q_SLOTS:
+    void answer(QString& text) { text = "no slot of an event has an answer"; }
+};
+
 } // namespace
 
 class EventsTest : public QObject {
@@ -213,6 +219,9 @@ private Q_SLOTS:
         QVERIFY(!m_module.subscribeEvent(topic, &plain, SLOT(heardPlainly(VelEvent))));
         QVERIFY(recordedLines().last().contains("has no Q_OBJECT, so that of its slots only those of 'EventListener' "
                                                 "are known; it will not be called"));
+        Answering answering;
+        QVERIFY(!m_module.subscribeEvent(topic, &answering, SLOT(answer(QString&))));
+        QVERIFY(recordedLines().last().contains("parameter type 'QString&' is no value; it will not be called"));
         QVERIFY(!m_module.subscribeEvent(topic, nullptr, heardSlot));
         QVERIFY(recordedLines().last().contains("'null::heard(VelEvent)' to 'topic': the receiver is null"));
         QVERIFY(!m_module.unsubscribeEvent(topic, m_listener.get(), heardSlot));

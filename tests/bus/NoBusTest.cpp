@@ -37,7 +37,8 @@ private Q_SLOTS:
         module.setVariable("XDG_RUNTIME_DIR", QString()); // where a bus would be looked for next
         module.setVariable("DISPLAY", QString());
         module.setVariable("VEL_TEST_LOG", "1");
-        QVERIFY(module.run(bustest::program("scripted-module"), {"--check=false", "--run=exit"}));
+        QVERIFY(module.run(bustest::program("scripted-module"),
+                           {"--deaf", "--check=false", "--init=useBus", "--run=exit"}));
         QCOMPARE(module.waitForStatus(), 1);
         const QString address = busAddress.isEmpty() ? QString("not set") : QString("'%1'").arg(busAddress);
         const QStringList lines = module.lines().filter("LOG error: cannot put module 'Scripted' on the bus: ");
@@ -45,6 +46,13 @@ private Q_SLOTS:
         QVERIFY2(lines.first().endsWith("(DBUS_SESSION_BUS_ADDRESS is " + address +
                                         "); it runs, but hears nobody and is heard by nobody"),
                  qPrintable(lines.first()));
+        const QStringList refused = module.lines().filter("there is no bus");
+        QCOMPARE(
+            refused,
+            (QStringList{"LOG error: cannot publish 'topic': there is no bus; neither it nor any later event is sent",
+                         "LOG error: cannot subscribe 'ScriptedModule::stopWebclientEvent(VelEvent)' to 'topic': "
+                         "there is no bus; it will not be called",
+                         "LOG error: cannot call 'Scripted.state': there is no bus; nothing was sent"}));
         const QStringList hooks = module.lines().filter("hook ");
         QCOMPARE(hooks, (QStringList{"hook check", "hook deploy", "hook init", "hook run", "hook stop"}));
     }

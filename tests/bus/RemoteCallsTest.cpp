@@ -289,6 +289,13 @@ private Q_SLOTS:
         QCOMPARE(m_module.answers, qtRefuses ? QStringList{"error " + thrown} : QStringList());
     }
 
+    void callToAnImpossibleNameIsTold() {
+        VelDBusInterface impossible("A-B", QDBusConnection::sessionBus(), nullptr);
+        QVERIFY(!impossible.callWithCallback(echo, hello, &m_module, SLOT(answered(QString)), nullptr));
+        QCOMPARE(recordedLines(),
+                 QStringList{"error: cannot call 'A-B.echo': Invalid object path: /A-B; nothing was sent"});
+    }
+
     void severalArgumentsAreOneMessage() {
         const auto process = startPeer();
         QVERIFY(process);

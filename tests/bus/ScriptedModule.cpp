@@ -2,6 +2,7 @@
 // supervisor.
 //
 //     --HOOK=false|QString|std|int|VelException|exit|coreLimit    what the hook of that name does
+//     --HOOK=useBus     it publishes twice, subscribes, and calls itself with a callback
 //     --HOOK=hold       it waits, with the event loop, for a byte in the pipe that --gate names
 //     --HOOK=loop       the same, while an event loop of its own goes on
 //     --stdin=exit      asks for its own stop when its standard input ends
@@ -87,6 +88,8 @@ private:
             exit();
         if (action == "coreLimit")
             sayCoreLimit();
+        if (action == "useBus")
+            useBus();
         if (action == "hold")
             waitAtGate();
         if (action == "loop")
@@ -94,6 +97,14 @@ private:
         if (action == "wait")
             waitForInput();
         return action != "false";
+    }
+
+    void useBus() {
+        notifyEvent("topic");
+        notifyEvent("topic");
+        subscribeEvent("topic", this, SLOT(stopWebclientEvent(VelEvent)));
+        VelDBusInterface self("Scripted", m_connection, nullptr);
+        self.callWithCallback("state", {}, this, SLOT(stopWebclientEvent(VelEvent)), nullptr);
     }
 
     void waitAtGate() {
