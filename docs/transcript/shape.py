@@ -32,14 +32,18 @@ CHANGING = [(re.compile(pattern), word) for pattern, word in [
 # Lines that come or do not, as it happens, and empty ones.
 PASSING = re.compile(
     r"\s*$"
-    r"|(dbus-daemon\[\d+\]: )?\[\d+\][+-]? +(Done|Exit \d+|Stopped|Terminated|Killed|Hangup)\b"  # the shell tells it when it gets to it
-    r"|(dbus-daemon\[\d+\]: )?\[session .*(became a monitor\.|Monitoring connection .* closed\.)$"  # a recorder comes and goes
-    r"|dbus-daemon\[\d+\]: $|.*Failed to set fd limit to")  # where an ordinary user may have fewer open files
+    r"|\[\d+\][+-]? +(Done|Exit \d+|Stopped|Terminated|Killed|Hangup)\b"  # the shell tells it when it gets to it
+    r"|\[session .*(became a monitor\.|Monitoring connection .* closed\.)$"  # the bus, when a recorder comes and goes
+    r"|.*Failed to set fd limit to")  # where an ordinary user may have fewer open files
+
+# The bus writes the beginning of a line apart from its rest: another line may come between them.
+BUS = re.compile(r"^dbus-daemon\[\d+\]: ")
 
 
 def shape(lines):
     shapes = []
     for line in lines:
+        line = BUS.sub("", line)
         if PASSING.match(line):
             continue
         for pattern, word in CHANGING:
