@@ -34,6 +34,8 @@ namespace vel {
 
 class ModuleInfo : public QObject {
     Q_OBJECT
+    // Qt's Get, unlike its GetAll, asks the class for its interface, not the registration of the object.
+    Q_CLASSINFO("D-Bus Interface", VEL_BUS_PREFIX ".ModuleInfo")
     Q_PROPERTY(QString State READ state)
     Q_PROPERTY(int PendingStatus READ pendingStatus)
     Q_PROPERTY(QString LastError READ lastErrorText)

@@ -64,6 +64,9 @@ private Q_SLOTS:
         QCOMPARE(own.count("access=\"read\""), 7);
         QVERIFY2(!own.contains("<method") && !own.contains("<signal"), qPrintable(own));
         QVERIFY(!described("/Scripted").contains("ModuleInfo"));
+        const QDBusMessage one =
+            ask("/vel/info", "org.freedesktop.DBus.Properties", "Get", {"org.vel.module.ModuleInfo", "PendingStatus"});
+        QCOMPARE(one.arguments().value(0).value<QDBusVariant>().variant(), QVariant(1));
         const QDBusMessage refused =
             ask("/vel/info", "org.freedesktop.DBus.Properties", "Set",
                 {"org.vel.module.ModuleInfo", "State", QVariant::fromValue(QDBusVariant("STOP"))});
