@@ -81,7 +81,6 @@ private Q_SLOTS:
     void aNameOfThisMachineIsNotTaken();
     void eventsCrossOnceAndNotBack();
     void controlEventsCrossOnlyWhenNamed();
-    void theQueueKeepsTheNewest();
     void nothingIsLostOrDoubledWhateverIsKilled();
     void whoLiesOrWritesNonsenseIsNotHeard();
     void aCertificateMustBeGood();
@@ -218,31 +217,6 @@ void BridgeTest::controlEventsCrossOnlyWhenNamed() {
         VEL_VERIFY(pair.front.peer().publish("velctl", event));
     VEL_VERIFY(heard.next(published("log_level_changed")));
     VEL_VERIFY(heard.next(published("end")));
-}
-
-void BridgeTest::theQueueKeepsTheNewest() {
-    Pair pair;
-    QJsonObject front = frontLinks;
-    front["limits"] = QJsonObject{{"queueEvents", 20}};
-    VEL_VERIFY(pair.start(front));
-    pair.broker.kill();
-    QVERIFY(pair.front.waitForStatus([](const QVariantMap& status) { return !status.value("Connected").toBool(); }));
-    for (int n = 1; n <= 50; ++n)
-        VEL_VERIFY(pair.front.peer().publish("Radio", "tick", {{"n", n}}));
-    QVERIFY(pair.front.waitForStatus([](const QVariantMap& status) {
-        return status.value("Queued").toLongLong() == 20 && status.value("Dropped").toLongLong() == 30;
-    }));
-    QCOMPARE(pair.front.lines().filter("oldest are dropped").size(), 1);
-    VEL_VERIFY(pair.front.stop()); // the queue outlives the bridge
-    VEL_VERIFY(pair.front.startBridge(pair.broker.port(), front));
-    pair.rear.use();
-    Recorder heard({published("tick")});
-    VEL_VERIFY(pair.broker.start());
-    for (int n = 31; n <= 50; ++n)
-        VEL_VERIFY(heard.next(published("tick").with("n", n)));
-    QVERIFY(
-        pair.front.waitForStatus([](const QVariantMap& status) { return status.value("Queued").toLongLong() == 0; }));
-    QVERIFY(pair.rear.status().value("Missed").toLongLong() <= 30);
 }
 
 // What goes on while the sending bridge is dead is not accepted: that is the one gap that may be. A receiving bridge can
