@@ -17,5 +17,5 @@ function(vel_add_module name)
         LIBRARY_OUTPUT_DIRECTORY $<TARGET_FILE_DIR:${name}>
         LINKER_LANGUAGE CXX
         AUTOMOC OFF)
-    target_link_libraries(${name}_object PRIVATE $<TARGET_PROPERTY:${name},LINK_LIBRARIES>)
+    target_link_libraries(${name}_object PRIVATE $<GENEX_EVAL:$<TARGET_PROPERTY:${name},LINK_LIBRARIES>>)
 endfunction()
