@@ -6,6 +6,7 @@
 #include "testing/BuiltProgram.h"
 
 #include <QCoreApplication>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 
 namespace bustest {
@@ -45,6 +46,11 @@ void settle(const QDBusConnection& connection) {
     waitForBus(connection);
     waitForBus(QDBusConnection::sessionBus()); // its answer comes after whatever was routed here before
     QCoreApplication::processEvents();
+}
+
+pid_t processOf(const QString& moduleName) {
+    const uint process = QDBusConnection::sessionBus().interface()->servicePid(vel::bus::serviceName(moduleName));
+    return static_cast<pid_t>(process);
 }
 
 QString program(const QString& name) {

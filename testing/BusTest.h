@@ -36,6 +36,9 @@ QDBusMessage call(const QDBusConnection& connection, const QString& moduleName, 
 /// routed to this process has been delivered.
 void settle(const QDBusConnection& connection);
 
+/// The process that has the module's name on the bus; 0 when none has.
+pid_t processOf(const QString& moduleName);
+
 /// What starts that program of this build.
 QString program(const QString& name);
 

@@ -187,7 +187,7 @@ private Q_SLOTS:
         QVERIFY(frozen.run(bustest::program("scripted-module")));
         QVERIFY(frozen.waitForLine("hook run"));
         QCOMPARE(vel::call<QString>(m_radio, "Scripted", "echo", "text"), "text");
-        ::kill(pid_t(frozen.processId()), SIGSTOP);
+        ::kill(bustest::processOf("Scripted"), SIGSTOP);
         QTRY_COMPARE_WITH_TIMEOUT(frozen.processState(), 'T', 60000);
         QElapsedTimer elapsed;
         elapsed.start();
