@@ -5,9 +5,13 @@
 
 #include <QHash>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -197,18 +201,29 @@ private Q_SLOTS:
     void signalLeadsToTheNormalEnd() {
         QVERIFY(start({"--signals=stop"}, 3));
         QVERIFY(m_process->waitForLine("hook run"));
+        VelDBusInterface(name, m_other, nullptr).call("state", {}); // answered when run() has returned
         m_process->terminate();
         QCOMPARE(m_process->waitForStatus(), 1);
         QVERIFY(m_process->lines().contains("hook stop"));
 
-        // While init() waits the event loop does not run: the signal is remembered, and run() comes before stop().
-        init();
-        QVERIFY(start({"--signals=stop", "--init=wait", "--run=false"}, 3));
-        QVERIFY(m_process->waitForLine("hook init"));
-        m_process->terminate();
-        m_process->write("\n");
-        QCOMPARE(m_process->waitForStatus(), 4);
-        QCOMPARE(m_process->lines().filter("hook "), (QStringList{"hook check", "hook init", "hook run", "hook stop"}));
+        // A signal before RUN is remembered, and run() comes before stop(): whether init() waits without an event loop, or
+        // with a loop of its own, in which the signal is told while there is no transition for it.
+        const QTemporaryDir folder;
+        const QByteArray gate = QFile::encodeName(folder.filePath("gate"));
+        QCOMPARE(mkfifo(gate.constData(), 0600), 0);
+        for (const char* wait : {"--init=wait", "--init=loop"}) {
+            const int opener = open(gate.constData(), O_RDWR | O_CLOEXEC); // a fresh pipe each time
+            init();
+            QVERIFY(start({"--signals=stop", wait, "--run=false", "--gate=" + QFile::decodeName(gate)}, 3));
+            QVERIFY(m_process->waitForLine("hook init"));
+            m_process->terminate();
+            m_process->write("\n");
+            QCOMPARE(write(opener, "\n", 1), ssize_t(1));
+            QCOMPARE(m_process->waitForStatus(), 4);
+            QCOMPARE(m_process->lines().filter("hook "),
+                     (QStringList{"hook check", "hook init", "hook run", "hook stop"}));
+            close(opener);
+        }
     }
 
     void secondSignalEndsAtOnce() {
