@@ -81,6 +81,7 @@ private Q_SLOTS:
     void aNameOfThisMachineIsNotTaken();
     void eventsCrossOnceAndNotBack();
     void controlEventsCrossOnlyWhenNamed();
+    void theQueueKeepsTheNewest();
     void nothingIsLostOrDoubledWhateverIsKilled();
     void whoLiesOrWritesNonsenseIsNotHeard();
     void aCertificateMustBeGood();
@@ -217,6 +218,37 @@ void BridgeTest::controlEventsCrossOnlyWhenNamed() {
         VEL_VERIFY(pair.front.peer().publish("velctl", event));
     VEL_VERIFY(heard.next(published("log_level_changed")));
     VEL_VERIFY(heard.next(published("end")));
+}
+
+// The broker keeps nothing on disk, and the receiver comes back last, without a single event of the sender so far.
+void BridgeTest::theQueueKeepsTheNewest() {
+    Pair pair;
+    QJsonObject front = frontLinks;
+    front["limits"] = QJsonObject{{"queueEvents", 20}};
+    VEL_VERIFY(pair.start(front));
+    pair.broker.kill();
+    pair.rear.kill();
+    QVERIFY(pair.front.waitForStatus([](const QVariantMap& status) { return !isConnected(status); }));
+    for (int n = 1; n <= 50; ++n)
+        VEL_VERIFY(pair.front.peer().publish("Radio", "tick", {{"n", n}}));
+    QVERIFY(pair.front.waitForStatus([](const QVariantMap& status) {
+        return status.value("Queued").toLongLong() == 20 && status.value("Dropped").toLongLong() == 30;
+    }));
+    QCOMPARE(pair.front.lines().filter("oldest are dropped").size(), 1);
+    VEL_VERIFY(pair.front.stop()); // the queue outlives the bridge
+    VEL_VERIFY(pair.broker.start());
+    VEL_VERIFY(pair.front.startBridge(pair.broker.port(), front));
+    QVERIFY(pair.front.waitForStatus([](const QVariantMap& status) {
+        return status.value("Sent").toLongLong() >= 20 && status.value("RoundTrip").toDouble() > 0;
+    }));
+    QCOMPARE(pair.front.status().value("Queued").toLongLong(), 20); // the broker has given them to nobody
+    pair.rear.use();
+    Recorder heard({published("tick")});
+    VEL_VERIFY(pair.rear.startBridge(pair.broker.port(), rearLinks));
+    for (int n = 31; n <= 50; ++n)
+        QVERIFY2(heard.next(published("tick").with("n", n)), qPrintable(pair.texts()));
+    QVERIFY(
+        pair.front.waitForStatus([](const QVariantMap& status) { return status.value("Queued").toLongLong() == 0; }));
 }
 
 // What goes on while the sending bridge is dead is not accepted: that is the one gap that may be. A receiving bridge can

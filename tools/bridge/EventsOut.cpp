@@ -29,6 +29,8 @@ EventsOut::EventsOut(Link& link)
     connect(&m_link.mqtt, &Mqtt::acknowledged, this, &EventsOut::acknowledged);
     auto* const look = new QTimer(this);
     connect(look, &QTimer::timeout, this, [this] {
+        if (!m_link.mqtt.isConnected())
+            return;
         m_outbox.lookAtReceivers(m_link.clock.elapsed());
         m_outbox.commit();
         send();
@@ -119,6 +121,7 @@ void EventsOut::acknowledged(int packet, const QString& refusal) {
 }
 
 void EventsOut::connected() {
+    m_outbox.connected(m_link.clock.elapsed());
     m_link.mqtt.subscribe(Topic{Topic::Received, "+", m_link.machine(), {}}.text(), 1);
     for (const QString& receiver : m_outbox.receivers())
         m_link.mqtt.subscribe(Topic{Topic::State, receiver, {}, {}}.text(), 1);
@@ -127,9 +130,7 @@ void EventsOut::connected() {
 
 void EventsOut::disconnected() {
     m_timed = -1;
-    m_outbox.disconnected();
-    for (const QString& receiver : m_outbox.receivers())
-        m_outbox.receiverIs(receiver, false, m_link.clock.elapsed());
+    m_outbox.disconnected(m_link.clock.elapsed());
 }
 
 void EventsOut::take(const Topic& topic, const MqttMessage& message) {

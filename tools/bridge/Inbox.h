@@ -14,12 +14,13 @@ public:
     explicit Inbox(const Mark& mark = {}) : m_mark(mark) {}
 
     /// What becomes of an event with that number of that publisher, whose oldest that can still be sent is `first`.
+    /// Of a publisher that nothing was taken of, it begins with that oldest: it may have been waiting for this machine.
     /// Without a publisher, from a client that does not count, every event is the next one.
     Decision decide(const QByteArray& publisher, quint64 number, quint64 first) const {
-        const bool isNew = publisher.isEmpty() || publisher != m_mark.publisher;
-        if (isNew || number == m_mark.number + 1)
+        const bool isKnown = publisher == m_mark.publisher;
+        if (publisher.isEmpty() || (isKnown && number == m_mark.number + 1))
             return Take;
-        if (number <= m_mark.number)
+        if (isKnown && number <= m_mark.number)
             return Duplicate;
         return number == first ? Take : Gap;
     }

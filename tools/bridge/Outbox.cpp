@@ -3,6 +3,7 @@
 
 #include "Log.h"
 
+#include <QDateTime>
 #include <QStringList>
 
 #include <algorithm>
@@ -22,6 +23,15 @@ Outbox::Outbox(Store& store, const Limits& limits)
     : m_store(store), m_limits(limits), m_queue(store.events()), m_next(first()), m_acknowledged(m_next - 1) {
     for (const QueuedEvent& event : m_queue)
         m_bytes += event.payload.size();
+    // A clock that was set in between must not make a receiver away for long: a tenth of the patience is always left.
+    const qint64 longestAway = m_limits.awayMs - m_limits.awayMs / 10;
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    for (const KnownReceiver& known : store.receivers()) {
+        Receiver& receiver = m_receivers[known.machine];
+        receiver.has = std::min(known.number, m_store.lastNumber());
+        if (known.awaySince != 0)
+            receiver.awaySince = -qBound(qint64(0), now - known.awaySince, longestAway);
+    }
 }
 
 void Outbox::accept(const QByteArray& topic, const QByteArray& payload) {
@@ -85,7 +95,16 @@ void Outbox::acknowledged(int packet) {
     release();
 }
 
-void Outbox::disconnected() {
+void Outbox::connected(qint64 nowMs) {
+    for (Receiver& receiver : m_receivers)
+        receiver.awaySince += nowMs - m_disconnectedAt;
+}
+
+void Outbox::disconnected(qint64 nowMs) {
+    m_disconnectedAt = nowMs;
+    for (const QString& machine : m_receivers.keys())
+        receiverIs(machine, false, nowMs);
+    m_store.commit();
     m_underWay.clear();
     goBackTo(m_acknowledged + 1);
 }
@@ -98,42 +117,57 @@ void Outbox::receiverHas(const QString& machine, const Mark& mark, const QByteAr
     if (!m_receivers.contains(machine) && m_receivers.size() >= mostReceivers)
         return;
     const bool isOurs = mark.publisher == m_store.publisher();
+    // It begins with the oldest that there is when it has none of this store: see Inbox.
+    const quint64 number = isOurs ? std::min(mark.number, m_store.lastNumber()) : first() - 1;
+    const bool isNew = !m_receivers.contains(machine);
     Receiver& receiver = m_receivers[machine];
-    const quint64 number = isOurs ? std::min(mark.number, m_store.lastNumber()) : m_next - 1; // a new one: from here on
-    if (again != receiver.again) {
-        receiver.again = again;
-        receiver.has = number;
-        receiver.progressAt = nowMs;
-        receiver.patienceMs = firstPatienceMs;
-        if (isOurs)
-            goBackTo(number + 1);
-    } else if (number > receiver.has && isOurs) {
-        receiver.has = number;
-        receiver.progressAt = nowMs;
-        receiver.patienceMs = firstPatienceMs;
-    }
+    if (isNew)
+        receiver.awaySince = nowMs; // until its state comes
+    const bool isAgain = isNew || again != receiver.again;
+    if (!isAgain && (!isOurs || number <= receiver.has))
+        return;
+    receiver.again = again;
+    receiver.has = number;
+    receiver.progressAt = nowMs;
+    receiver.patienceMs = firstPatienceMs;
+    save(machine, receiver, nowMs);
+    if (isAgain)
+        goBackTo(number + 1);
     release();
+}
+
+void Outbox::save(const QString& machine, const Receiver& receiver, qint64 nowMs) {
+    const qint64 awaySince = QDateTime::currentMSecsSinceEpoch() - (nowMs - receiver.awaySince);
+    m_store.setReceiver({machine, receiver.has, receiver.isOnline ? 0 : awaySince});
 }
 
 void Outbox::receiverIs(const QString& machine, bool isOnline, qint64 nowMs) {
     const auto receiver = m_receivers.find(machine);
     if (receiver == m_receivers.end())
         return;
-    receiver->isOnline = isOnline;
     receiver->isWaitedFor = receiver->isWaitedFor || isOnline;
-    receiver->awaySince = nowMs;
     receiver->progressAt = nowMs;
+    if (receiver->isOnline == isOnline)
+        return;
+    receiver->isOnline = isOnline;
+    receiver->awaySince = nowMs;
+    save(machine, *receiver, nowMs);
 }
 
 void Outbox::forget(const QString& machine) {
-    m_receivers.remove(machine);
+    if (m_receivers.remove(machine) > 0)
+        m_store.removeReceiver(machine);
     release();
 }
 
 void Outbox::lookAtReceivers(qint64 nowMs) {
-    for (Receiver& receiver : m_receivers) {
+    for (auto one = m_receivers.begin(); one != m_receivers.end(); ++one) {
+        Receiver& receiver = *one;
         if (!receiver.isOnline) {
-            receiver.isWaitedFor = receiver.isWaitedFor && nowMs - receiver.awaySince < m_limits.awayMs;
+            if (!receiver.isWaitedFor || nowMs - receiver.awaySince < m_limits.awayMs)
+                continue;
+            receiver.isWaitedFor = false;
+            m_store.removeReceiver(one.key()); // it is saved again when it is back
         } else if (receiver.has < m_acknowledged && nowMs - receiver.progressAt > receiver.patienceMs) {
             receiver.progressAt = nowMs;
             receiver.patienceMs = std::min(std::max(2 * receiver.patienceMs, firstPatienceMs), longestPatienceMs);

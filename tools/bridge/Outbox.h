@@ -5,6 +5,9 @@
 // is killed cost nothing, then: a receiver says how far it has come whenever it begins, and when one number is missing, and
 // the events behind that are sent again. Who has them already drops them by their number.
 //
+// The receivers stand in the store, too: a broker that keeps nothing on disk cannot tell a bridge that begins who they are,
+// and takes what is sent to nobody. A machine that is new gets what still waits for others, and all that follows.
+//
 // How much may be under way is limited, so that a broker's queue for one receiver (1,000 messages in Mosquitto) is enough.
 #pragma once
 
@@ -38,7 +41,10 @@ public:
     void refuse();
 
     void acknowledged(int packet);
-    void disconnected();
+
+    /// While the broker is away, no receiver is counted as away.
+    void connected(qint64 nowMs);
+    void disconnected(qint64 nowMs);
 
     /// What a receiver has: `again` differs from the last time when it wants what is behind that once more.
     void receiverHas(const QString& machine, const Mark& mark, const QByteArray& again, qint64 nowMs);
@@ -64,10 +70,11 @@ private:
         bool isOnline = false;
         bool isWaitedFor = true;
         qint64 progressAt = 0;
-        qint64 awaySince = 0;
+        qint64 awaySince = 0; // while it is not online
         qint64 patienceMs = 0;
     };
 
+    void save(const QString& machine, const Receiver& receiver, qint64 nowMs);
     void goBackTo(quint64 number);
     void release();
     void dropFirst();
@@ -79,6 +86,7 @@ private:
     quint64 m_acknowledged;          // all up to this one, by the broker
     QMap<int, quint64> m_underWay;   // by packet
     QMap<QString, Receiver> m_receivers;
+    qint64 m_disconnectedAt = 0;
     qint64 m_bytes = 0;
     qint64 m_accepted = 0;
     qint64 m_sent = 0;

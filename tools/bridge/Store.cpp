@@ -15,6 +15,8 @@ const char schema[] = "CREATE TABLE IF NOT EXISTS self (publisher BLOB NOT NULL,
                       "CREATE TABLE IF NOT EXISTS queue (number INTEGER PRIMARY KEY, topic BLOB NOT NULL, payload BLOB "
                       "NOT NULL);"
                       "CREATE TABLE IF NOT EXISTS marks (machine BLOB PRIMARY KEY, publisher BLOB NOT NULL, number "
+                      "INTEGER NOT NULL) WITHOUT ROWID;"
+                      "CREATE TABLE IF NOT EXISTS receivers (machine BLOB PRIMARY KEY, number INTEGER NOT NULL, away "
                       "INTEGER NOT NULL) WITHOUT ROWID;";
 
 void bind(sqlite3_stmt* statement, int place, const QByteArray& bytes) {
@@ -64,10 +66,13 @@ bool Store::open(const QString& fileName, QString& reason) {
         m_append = prepare("INSERT INTO queue VALUES (?, ?, ?)");
         m_remove = prepare("DELETE FROM queue WHERE number <= ?");
         m_setMark = prepare("REPLACE INTO marks VALUES (?, ?, ?)");
+        m_setReceiver = prepare("REPLACE INTO receivers VALUES (?, ?, ?)");
+        m_removeReceiver = prepare("DELETE FROM receivers WHERE machine = ?");
         m_begin = prepare("BEGIN");
         m_commit = prepare("COMMIT");
     }
-    if (!m_isWritable || !m_append || !m_remove || !m_setMark || !m_begin || !m_commit) {
+    if (!m_isWritable || !m_append || !m_remove || !m_setMark || !m_setReceiver || !m_removeReceiver || !m_begin ||
+        !m_commit) {
         reason = database ? QString::fromUtf8(sqlite3_errmsg(database)) : QString("there is no memory");
         return false;
     }
@@ -128,6 +133,33 @@ void Store::setMark(const QByteArray& machine, const Mark& mark) {
     bind(m_setMark.get(), 2, mark.publisher);
     bind(m_setMark.get(), 3, mark.number);
     write(m_setMark.get());
+}
+
+void Store::setReceiver(const KnownReceiver& receiver) {
+    if (!m_isWritable)
+        return;
+    const QByteArray machine = receiver.machine.toUtf8();
+    bind(m_setReceiver.get(), 1, machine);
+    bind(m_setReceiver.get(), 2, receiver.number);
+    bind(m_setReceiver.get(), 3, static_cast<quint64>(receiver.awaySince));
+    write(m_setReceiver.get());
+}
+
+void Store::removeReceiver(const QString& machine) {
+    if (!m_isWritable)
+        return;
+    const QByteArray name = machine.toUtf8();
+    bind(m_removeReceiver.get(), 1, name);
+    write(m_removeReceiver.get());
+}
+
+std::vector<KnownReceiver> Store::receivers() {
+    std::vector<KnownReceiver> receivers;
+    const Statement all = prepare("SELECT machine, number, away FROM receivers");
+    while (all && sqlite3_step(all.get()) == SQLITE_ROW)
+        receivers.push_back({QString::fromUtf8(bytesAt(all.get(), 0)), numberAt(all.get(), 1),
+                             static_cast<qint64>(numberAt(all.get(), 2))});
+    return receivers;
 }
 
 void Store::commit() {

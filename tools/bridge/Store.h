@@ -27,6 +27,13 @@ struct Mark {
     quint64 number = 0;
 };
 
+/// A machine that takes this one's events.
+struct KnownReceiver {
+    QString machine;
+    quint64 number = 0;   ///< it has them up to this one
+    qint64 awaySince = 0; ///< milliseconds since the epoch; 0: it was there
+};
+
 /// Errors: when the file can no longer be written, one error line says so and the bridge goes on without it.
 class Store {
 public:
@@ -49,8 +56,11 @@ public:
     void append(const QueuedEvent& event);
     void removeUpTo(quint64 number);
     void setMark(const QByteArray& machine, const Mark& mark);
+    void setReceiver(const KnownReceiver& receiver);
+    void removeReceiver(const QString& machine);
     void commit();
 
+    std::vector<KnownReceiver> receivers();
     Mark mark(const QByteArray& machine);
 
     bool isWritable() const { return m_isWritable; }
@@ -74,6 +84,8 @@ private:
     Statement m_append;
     Statement m_remove;
     Statement m_setMark;
+    Statement m_setReceiver;
+    Statement m_removeReceiver;
     Statement m_begin;
     Statement m_commit;
     QByteArray m_publisher;
