@@ -4,6 +4,10 @@
 // mark, not the byte in the pipe, tells which signal came: a pipe can be full. A signalfd was rejected: it needs the
 // signals blocked, and every program started from here would inherit that.
 //
+// A listener may run an event loop, as a stop that waits for processes does. While others are still to be told, there is
+// a byte in the pipe, so that such a loop goes on with them. Posted events would not do: Qt's event loop on GLib sleeps in
+// a nested loop although older ones wait.
+//
 // What must always hold: the second signal that asks for the end works without the event loop, since a hook may hang.
 // So the handler itself counts them.
 #include "module/VelUnixSignals.h"
@@ -18,6 +22,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <deque>
 #include <fcntl.h>
 #include <unistd.h>
 #include <vector>
@@ -32,14 +37,18 @@ std::atomic<bool> asksForTheEnd[NSIG];
 std::atomic<bool> endWasAskedFor{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler uses it");
 
+void wakeTheLoop() {
+    const char byte = 0;
+    [[maybe_unused]] const ssize_t written = write(wakeUp[1], &byte, sizeof byte);
+}
+
 void handle(int number) {
     const int errnoBefore = errno;
     if (getpid() != owner || (asksForTheEnd[number] && endWasAskedFor.exchange(true))) {
         std::signal(number, SIG_DFL);
         raise(number); // delivered when this handler returns
     } else if (!isPending[number].exchange(true)) {
-        const char byte = 0;
-        [[maybe_unused]] const ssize_t written = write(wakeUp[1], &byte, sizeof byte);
+        wakeTheLoop();
     }
     errno = errnoBefore;
 }
@@ -75,6 +84,12 @@ private:
         std::function<void(int)> heard;
     };
 
+    struct Call {
+        int number;
+        QPointer<QObject> context;
+        std::function<void(int)> heard;
+    };
+
     SignalPipe() {
         if (pipe2(wakeUp, O_CLOEXEC | O_NONBLOCK) != 0)
             qFatal("cannot open a pipe for signals: %s; the process ends", qPrintable(qt_error_string()));
@@ -84,26 +99,33 @@ private:
     }
 
     void read() {
+        // First: a signal that comes from here on writes a new byte.
         char bytes[NSIG];
-        while (::read(wakeUp[0], bytes, sizeof bytes) >
-               0) { // first: a signal that comes from here on writes a new byte
+        while (::read(wakeUp[0], bytes, sizeof bytes) > 0) {
         }
         for (int number = 1; number < NSIG; ++number) {
             if (isPending[number].exchange(false))
-                tell(number);
+                note(number);
+        }
+        while (!m_untold.empty()) {
+            const Call call = m_untold.front();
+            m_untold.pop_front();
+            if (!m_untold.empty())
+                wakeTheLoop();
+            if (call.context)
+                call.heard(call.number);
         }
     }
 
-    void tell(int number) {
-        // By index: a listener may add others.
-        for (std::size_t index = 0; index < m_listeners.size(); ++index) {
-            const Listener listener = m_listeners[index];
-            if (listener.context && std::count(listener.numbers.cbegin(), listener.numbers.cend(), number))
-                listener.heard(number);
+    void note(int number) {
+        for (const Listener& listener : m_listeners) {
+            if (std::count(listener.numbers.cbegin(), listener.numbers.cend(), number))
+                m_untold.push_back({number, listener.context, listener.heard});
         }
     }
 
     std::vector<Listener> m_listeners;
+    std::deque<Call> m_untold;
 };
 
 } // namespace
