@@ -140,4 +140,11 @@ if they ran here, and carries events between them. What was accepted is kept
 until each machine that takes it has it.")
 endif()
 
+# What the packages are made of.
+set(vel_packaged vel velctl vel-supervisor vel-launcher veltesting)
+if(TARGET vel-bridge)
+    list(APPEND vel_packaged vel-bridge)
+endif()
+add_custom_target(packaged DEPENDS ${vel_packaged})
+
 include(CPack)
