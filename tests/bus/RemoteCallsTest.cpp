@@ -10,6 +10,7 @@
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusArgument>
+#include <QDBusConnectionInterface>
 #include <QDBusError>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -333,7 +334,10 @@ private:
         auto process = std::make_unique<ChildProcess>();
         if (!process->run(bustest::program("scripted-module")) || !process->waitForLine("hook run"))
             return nullptr;
-        // The event loop tells the proxy that its module is back.
+        // The event loop tells the proxy that its module is back. It may not yet have told that the one before is gone: an
+        // answer of the bus comes after both, and then the loop has them.
+        QDBusConnection::sessionBus().interface()->isServiceRegistered("org.vel.module.ScriptedService");
+        QCoreApplication::processEvents();
         if (VelDBusInterface* proxy = m_module.proxy(peer))
             return QTest::qWaitFor([proxy] { return proxy->isValid(); }, 60000) ? std::move(process) : nullptr;
         return process;
