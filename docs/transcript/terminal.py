@@ -54,6 +54,13 @@ class Stuck(Exception):
         self.why, self.lines = why, lines
 
 
+def own_the_terminal():
+    """In the shell's process: it owns the terminal, and its keys work also where who started the page ignores them."""
+    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    signal.signal(signal.SIGQUIT, signal.SIG_DFL)
+
+
 class Terminal:
     def __init__(self, desk):
         self.desk, self.buffer, self.status, self.is_busy, self.wants_more = desk, b"", 0, True, False
@@ -62,7 +69,7 @@ class Terminal:
         fcntl.ioctl(self.master, termios.TIOCSWINSZ, WINDOW)
         self.shell = subprocess.Popen(["bash"], cwd=desk.tree, env=desk.environment, start_new_session=True,
                                       stdin=slave, stdout=slave, stderr=slave,
-                                      preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+                                      preexec_fn=own_the_terminal)
         os.close(slave)
 
     def read(self):
