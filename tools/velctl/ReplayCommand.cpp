@@ -26,9 +26,10 @@ constexpr double second = 1e9;
 
 // What modules obey. A recording of a system's end would end the system once more.
 bool isControlEvent(const QString& name) {
-    static const QStringList names = {
-        "log_level_changed",  "mtrace_on",          "mtrace_off",         "reset_data_default",   "reset_data_factory",
-        "presentationLoaded", "reset_default_done", "reset_factory_done", "stop_save_restore_OK", "module_ended"};
+    static const QStringList names = {"log_level_changed",    "mtrace_on",          "mtrace_off",
+                                      "reset_data_default",   "reset_data_factory", "presentationLoaded",
+                                      "reset_default_done",   "reset_factory_done", "prepare_save_restore",
+                                      "stop_save_restore_OK", "restore_done",       "module_ended"};
     return name.startsWith("stop_module_") || name.startsWith("end_of_init_") || names.contains(name);
 }
 
