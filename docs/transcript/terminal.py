@@ -61,6 +61,13 @@ def own_the_terminal():
     signal.signal(signal.SIGQUIT, signal.SIG_DFL)
 
 
+def command_line(process):
+    """Empty when there is no such process any more."""
+    with contextlib.suppress(OSError):
+        return Path("/proc", str(process), "cmdline").read_bytes()
+    return b""
+
+
 class Terminal:
     def __init__(self, desk):
         self.desk, self.buffer, self.status, self.is_busy, self.wants_more = desk, b"", 0, True, False
@@ -100,9 +107,14 @@ class Terminal:
 
     def interrupt(self):
         """Presses Ctrl-C, once the command runs: before that the terminal would throw its line away."""
-        self.desk.wait_patiently(lambda: not self.is_busy or os.tcgetpgrp(self.master) != self.shell_group)
+        self.desk.wait_patiently(lambda: not self.is_busy or self._runs_a_program())
         os.write(self.master, b"\x03")
         self.is_busy = True
+
+    def _runs_a_program(self):
+        """The shell's child owns the terminal before it is another program, and a Ctrl-C in between is lost."""
+        group = os.tcgetpgrp(self.master)
+        return group != self.shell_group and command_line(group) != command_line(self.shell_group)
 
     def lines(self):
         """What was printed and not taken yet."""

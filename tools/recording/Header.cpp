@@ -155,7 +155,8 @@ bool readHeader(std::string_view message, Header& header) {
     const bool swapped = isSwapped(bytes[0]);
     const std::size_t end = fixedHeaderSize + numberAt(bytes + 12, swapped);
     header = Header();
-    header.type = bytes[1] > char(Type::Signal) || bytes[1] < 0 ? Type::Invalid : Type(bytes[1]);
+    const auto type = static_cast<unsigned char>(bytes[1]);
+    header.type = type > static_cast<unsigned char>(Type::Signal) ? Type::Invalid : Type(type);
     header.wantsAnswer = header.type == Type::Call && (bytes[2] & noReplyExpected) == 0;
     header.serial = numberAt(bytes + 8, swapped);
     header.size = message.size();
