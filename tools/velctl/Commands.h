@@ -26,7 +26,7 @@ struct Request {
     QString gone;
     QString from; ///< the publishing module; empty is any
     bool rate = false;
-    QString address; ///< of the bus
+    QString address;               ///< of the bus
     QMap<QString, QString> others; ///< what was given of the options that one command has alone; a switch is empty
     TimeLimit limit;
 };
