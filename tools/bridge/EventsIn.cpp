@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr int tellMs = 20;          // how long what was received waits to be told
-constexpr quint64 tellEvents = 100; // or so many of it
-constexpr qint64 askAgainMs = 1000;
+constexpr int tellMs = 20;               // how long what was received waits to be told
+constexpr quint64 tellEvents = 100;      // or so many of it
+constexpr qint64 longestPauseMs = 60000; // between two questions for what is missing
 constexpr long mostWaiting = 256 * 1024; // bytes that the bus has not taken: then the broker keeps the rest
 
 QByteArray newId() {
@@ -66,13 +66,14 @@ void EventsIn::take(const Topic& topic, const MqttMessage& message) {
         return refuse(source, message.topic, QString("it claims to be of '%1'").arg(QString::fromUtf8(claimed)));
     const QByteArray publisher = message.properties.value("publisher");
     const quint64 number = message.properties.value("number").toULongLong();
-    switch (source.inbox.decide(publisher, number, message.properties.value("first").toULongLong())) {
+    switch (source.inbox.decide(publisher, number, message.properties.value("after").toULongLong())) {
     case Inbox::Duplicate:
         ++m_duplicates;
         return;
     case Inbox::Gap:
-        if (m_link.clock.elapsed() - source.askedAt > askAgainMs) {
+        if (m_link.clock.elapsed() - source.askedAt > source.pauseMs) {
             source.askedAt = m_link.clock.elapsed();
+            source.pauseMs = std::min(2 * source.pauseMs, longestPauseMs);
             source.again = newId();
             tell(topic.machine, source);
         }
@@ -83,6 +84,7 @@ void EventsIn::take(const Topic& topic, const MqttMessage& message) {
     publish(topic.machine, topic, message);
     source.inbox.take(publisher, number);
     source.askedAt = 0; // the next gap is a new one
+    source.pauseMs = firstPauseMs;
     m_unwritten += topic.machine;
     if (m_link.bus.hasSentAll())
         note();

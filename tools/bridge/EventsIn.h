@@ -21,11 +21,14 @@ public:
     qint64 missed() const;
 
 private:
+    static constexpr qint64 firstPauseMs = 1000;
+
     struct Source {
         Inbox inbox;
         Rate rate{1};
         QByteArray again;   ///< changed when events are wanted once more
         qint64 askedAt = 0; ///< for them
+        qint64 pauseMs = firstPauseMs;
         Once refusal;
         quint64 toldNumber = 0; ///< the number that the source was told last
     };

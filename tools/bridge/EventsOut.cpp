@@ -84,7 +84,7 @@ void EventsOut::send() {
         message.properties = {{"machine", m_link.machine().toUtf8()},
                               {"publisher", m_link.store.publisher()},
                               {"number", QByteArray::number(event->number)},
-                              {"first", QByteArray::number(m_outbox.first())}};
+                              {"after", QByteArray::number(m_outbox.before(event->number))}};
         QString refusal;
         const int packet = m_link.mqtt.publish(message, &refusal);
         if (packet >= 0) {
@@ -112,10 +112,13 @@ void EventsOut::acknowledged(int packet, const QString& refusal) {
     if (!refusal.isEmpty()) {
         ++m_refused;
         if (m_brokersRefusal.first())
-            logError(QString("the broker refuses what is sent to it: %1; may this machine write below 'vel/1/%2/'?")
-                         .arg(refusal, m_link.machine()));
+            logError(
+                QString(
+                    "the broker refuses an event: %1; it is dropped, as others of this kind; may this machine write "
+                    "below 'vel/1/%2/'?")
+                    .arg(refusal, m_link.machine()));
     }
-    m_outbox.acknowledged(packet);
+    m_outbox.acknowledged(packet, !refusal.isEmpty());
     m_hasNew = true; // what was released is written with what comes next
     send();
 }

@@ -13,16 +13,17 @@ public:
 
     explicit Inbox(const Mark& mark = {}) : m_mark(mark) {}
 
-    /// What becomes of an event with that number of that publisher, whose oldest that can still be sent is `first`.
-    /// Of a publisher that nothing was taken of, it begins with that oldest: it may have been waiting for this machine.
-    /// Without a publisher, from a client that does not count, every event is the next one.
-    Decision decide(const QByteArray& publisher, quint64 number, quint64 first) const {
-        const bool isKnown = publisher == m_mark.publisher;
-        if (publisher.isEmpty() || (isKnown && number == m_mark.number + 1))
+    /// What becomes of an event with that number of that publisher, which follows the one with the number `after`; 0 when
+    /// nothing before it can still be sent. Of a publisher that nothing was taken of, it begins with that oldest: it may
+    /// have been waiting for this machine. Without a publisher, from a client that does not count, every event is the next
+    /// one.
+    Decision decide(const QByteArray& publisher, quint64 number, quint64 after) const {
+        if (publisher.isEmpty())
             return Take;
-        if (isKnown && number <= m_mark.number)
+        const quint64 taken = publisher == m_mark.publisher ? m_mark.number : 0;
+        if (number <= taken)
             return Duplicate;
-        return number == first ? Take : Gap;
+        return after <= taken ? Take : Gap;
     }
 
     /// It was taken.

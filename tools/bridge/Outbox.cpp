@@ -7,6 +7,7 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -55,21 +56,31 @@ void Outbox::accept(const QByteArray& topic, const QByteArray& payload) {
 }
 
 void Outbox::dropFirst() {
+    m_dropped += m_queue.front().isRefused ? 0 : 1;
     m_bytes -= m_queue.front().payload.size();
     m_queue.pop_front();
-    ++m_dropped;
     m_next = std::max(m_next, first());
     m_acknowledged = std::max(m_acknowledged, first() - 1);
 }
 
-const QueuedEvent* Outbox::next(qint64 nowMs) const {
+const QueuedEvent* Outbox::next(qint64 nowMs) {
+    while (m_next <= m_store.lastNumber() && at(m_next).isRefused)
+        ++m_next;
     if (m_next > m_store.lastNumber() || m_underWay.size() >= mostUnacknowledged)
         return nullptr;
     for (const Receiver& receiver : m_receivers) {
         if (receiver.isOnline && nowMs - receiver.progressAt < stuckMs && m_next > receiver.has + mostUnconfirmed)
             return nullptr;
     }
-    return &m_queue[m_next - first()];
+    return &at(m_next);
+}
+
+quint64 Outbox::before(quint64 number) const {
+    for (quint64 one = number - 1; one >= first(); --one) {
+        if (!m_queue[one - first()].isRefused)
+            return one;
+    }
+    return 0;
 }
 
 void Outbox::sent(int packet) {
@@ -77,20 +88,31 @@ void Outbox::sent(int packet) {
     ++m_sent;
 }
 
-void Outbox::refuse() {
+// Its number stays: those of the others do not change.
+void Outbox::drop(QueuedEvent& event) {
     ++m_dropped;
+    m_bytes -= event.payload.size();
+    event.payload.clear();
+    event.isRefused = true;
+}
+
+void Outbox::refuse() {
+    drop(at(m_next));
     ++m_next;
     if (m_underWay.isEmpty())
         m_acknowledged = std::max(m_acknowledged, m_next - 1);
     release();
 }
 
-void Outbox::acknowledged(int packet) {
-    if (m_underWay.remove(packet) == 0)
+void Outbox::acknowledged(int packet, bool isRefused) {
+    const quint64 number = m_underWay.take(packet);
+    if (number == 0)
         return; // no event
+    if (isRefused && number >= first() && !at(number).isRefused)
+        drop(at(number));
     quint64 upTo = m_next - 1;
-    for (const quint64 number : qAsConst(m_underWay))
-        upTo = std::min(upTo, number - 1);
+    for (const quint64 other : qAsConst(m_underWay))
+        upTo = std::min(upTo, other - 1);
     m_acknowledged = std::max(m_acknowledged, upTo);
     release();
 }
@@ -114,8 +136,15 @@ void Outbox::goBackTo(quint64 number) {
 }
 
 void Outbox::receiverHas(const QString& machine, const Mark& mark, const QByteArray& again, qint64 nowMs) {
-    if (!m_receivers.contains(machine) && m_receivers.size() >= mostReceivers)
+    if (!m_receivers.contains(machine) && m_receivers.size() >= mostReceivers) {
+        if (!std::exchange(m_isCrowded, true))
+            logError(
+                QString("cannot wait for '%1': there are %2 machines already that take events; it gets what is sent "
+                        "while it is there, as others after it")
+                    .arg(machine)
+                    .arg(mostReceivers));
         return;
+    }
     const bool isOurs = mark.publisher == m_store.publisher();
     // It begins with the oldest that there is when it has none of this store: see Inbox.
     const quint64 number = isOurs ? std::min(mark.number, m_store.lastNumber()) : first() - 1;
@@ -183,13 +212,14 @@ void Outbox::release() {
         if (receiver.isWaitedFor)
             upTo = std::min(upTo, receiver.has);
     }
-    if (m_queue.empty() || m_queue.front().number > upTo)
-        return;
-    while (!m_queue.empty() && m_queue.front().number <= upTo) {
+    const quint64 oldest = first();
+    while (!m_queue.empty() && (m_queue.front().number <= upTo || m_queue.front().isRefused)) {
         m_bytes -= m_queue.front().payload.size();
         m_queue.pop_front();
     }
-    m_store.removeUpTo(upTo);
+    if (first() == oldest)
+        return;
+    m_store.removeUpTo(first() - 1);
     m_next = std::max(m_next, first());
     if (count() < m_limits.events / 2)
         m_isFull = false;

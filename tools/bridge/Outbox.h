@@ -32,15 +32,19 @@ public:
     void commit() { m_store.commit(); }
 
     /// What is to be sent now; null when there is nothing, or enough is under way.
-    const QueuedEvent* next(qint64 nowMs) const;
+    const QueuedEvent* next(qint64 nowMs);
+
+    /// The number of the event before that one; 0 when none before it can still be sent.
+    quint64 before(quint64 number) const;
 
     /// It was sent, under that number of the connection.
     void sent(int packet);
 
-    /// It cannot be sent at all, and is dropped.
+    /// What is to be sent now cannot be sent at all, and is dropped.
     void refuse();
 
-    void acknowledged(int packet);
+    /// The broker has it; or it wants it never, and it is dropped.
+    void acknowledged(int packet, bool isRefused = false);
 
     /// While the broker is away, no receiver is counted as away.
     void connected(qint64 nowMs);
@@ -54,7 +58,7 @@ public:
     /// Sends again what an online receiver has not said to have for long; and waits no longer for who is away for long.
     void lookAtReceivers(qint64 nowMs);
 
-    /// The oldest number that can still be sent.
+    /// The oldest number in the queue.
     quint64 first() const { return m_queue.empty() ? m_store.lastNumber() + 1 : m_queue.front().number; }
     qint64 count() const { return static_cast<qint64>(m_queue.size()); }
     qint64 bytes() const { return m_bytes; }
@@ -75,6 +79,8 @@ private:
     };
 
     void save(const QString& machine, const Receiver& receiver, qint64 nowMs);
+    QueuedEvent& at(quint64 number) { return m_queue[number - first()]; }
+    void drop(QueuedEvent& event);
     void goBackTo(quint64 number);
     void release();
     void dropFirst();
@@ -92,4 +98,5 @@ private:
     qint64 m_sent = 0;
     qint64 m_dropped = 0;
     bool m_isFull = false;
+    bool m_isCrowded = false;
 };

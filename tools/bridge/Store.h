@@ -19,6 +19,7 @@ struct QueuedEvent {
     quint64 number = 0;
     QByteArray topic;
     QByteArray payload;
+    bool isRefused = false; ///< by the broker, for good
 };
 
 /// How far the events of one publisher, a machine's store, were taken.
