@@ -25,7 +25,18 @@ Cell stateOf(const ModuleReport& report) {
     return {report.stateText(), report.stateColour()};
 }
 
+// Where a module runs that a bridge has put on this bus; empty for one of this machine.
+QString machineOf(const ModuleReport& report) {
+    return report.info.value("Machine").toString();
+}
+
+Cell placeOf(const ModuleReport& report) {
+    return {machineOf(report).isEmpty() ? QString() : "on " + machineOf(report), Colour::Grey};
+}
+
 Row rowOf(const ModuleReport& report) {
+    if (!machineOf(report).isEmpty()) // the process here is the bridge's
+        return {{report.module}, {"-", Colour::None, true}, stateOf(report), {""}, {""}};
     return {{report.module},
             {QString::number(report.process.pid), Colour::None, true},
             stateOf(report),
@@ -39,6 +50,8 @@ void listAll(const Request& request, const QList<ModuleReport>& reports, const Q
     QMap<QString, QJsonObject> objects;
     for (const ModuleReport& report : reports) {
         rows.insert(report.module, rowOf(report));
+        if (!supervised.contains(report.module) && !machineOf(report).isEmpty())
+            rows[report.module] += Row{{""}, placeOf(report)};
         objects.insert(report.module, report.toJson());
     }
     for (auto module = supervised.cbegin(); module != supervised.cend(); ++module) {
@@ -96,9 +109,12 @@ int runList(const Request& request) {
         if (request.json) {
             QJsonObject json = report.toJson();
             json.remove("info"); // that is for --all
+            if (!machineOf(report).isEmpty())
+                json.insert("machine", machineOf(report));
             printLine(json);
         }
-        table += rowOf(report) + Row{{report.process.program, Colour::Grey}};
+        table += rowOf(report) +
+                 (machineOf(report).isEmpty() ? Row{{report.process.program, Colour::Grey}} : Row{placeOf(report)});
     }
     if (!request.json)
         printTable(table);
