@@ -13,7 +13,7 @@ namespace {
 
 // Looks at the library, not at the processor: the exception index table of 32-bit ARM, or the frame tables elsewhere.
 int hasUnwindTables(dl_phdr_info* info, size_t, void* found) {
-    if (!std::strstr(info->dlpi_name, "libQt5DBus"))
+    if (!std::strstr(info->dlpi_name, "libQt" QT_STRINGIFY(QT_VERSION_MAJOR) "DBus"))
         return 0;
     for (int header = 0; header < info->dlpi_phnum; ++header) {
 #ifdef PT_ARM_EXIDX
@@ -40,7 +40,7 @@ struct Need {
 };
 
 const Need throwThroughQtDBus{exceptionsCrossQtDBus,
-                              "libQt5DBus was built without unwind tables: no exception can cross it"};
+                              "QtDBus was built without unwind tables: no exception can cross it"};
 
 struct Row {
     const char* test; // CLASS::FUNCTION, or CLASS::FUNCTION(ROW)

@@ -27,7 +27,7 @@ const QLatin1String eventSignature("(ssia{ss}a{sv})");
 
 void vel::writeEvent(QDBusArgument& argument, const EventParts& event) {
     argument.beginStructure();
-    argument << event.name << event.context << event.arguments.size();
+    argument << event.name << event.context << int(event.arguments.size());
 
     argument.beginMap(QMetaType::QString, QMetaType::QString);
     const auto writeType = [&argument](const QString& name, const QString& type) {

@@ -13,6 +13,8 @@ namespace vel::typed {
 namespace {
 
 QMetaSequence sequenceOf(int type, const void* list) {
+    if (type == QMetaType::QString || type == QMetaType::QByteArray) // for Qt 6 these are lists of characters
+        return QMetaSequence();
     QSequentialIterable iterable(QMetaSequence(), nullptr);
     const bool isList =
         list && QMetaType::convert(QMetaType(type), list, QMetaType::fromType<QSequentialIterable>(), &iterable);

@@ -32,6 +32,8 @@ QDBusPendingCall QDBusAbstractInterface::asyncCallWithArgumentList(const QString
     using Function = QDBusPendingCall (*)(QDBusAbstractInterface*, const QString&, const QList<QVariant>&);
     static const auto ofQt = reinterpret_cast<Function>(
         dlsym(RTLD_NEXT, "_ZN22QDBusAbstractInterface25asyncCallWithArgumentListERK7QStringRK5QListI8QVariantE"));
+    if (!ofQt)
+        qFatal("this Qt has no QDBusAbstractInterface::asyncCallWithArgumentList() by the name that this test knows");
     QDBusPendingCall pending = ofQt(this, method, arguments);
     if (answersAwaited >= 0) {
         pending.waitForFinished();
@@ -239,9 +241,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("reason"); // in the line of this library
         QTest::addColumn<QString>("thrown");
         const QVariant unregistered = QVariant::fromValue(Unregistered());
-        const QString hasNoForm = "is of type 'Unregistered', which has no D-Bus form";
-        const QString unregisteredType = "Marshalling failed: Unregistered type Unregistered passed in arguments";
-        const QString invalid = "Marshalling failed: Variant containing QVariant::Invalid passed in arguments";
+        const QString type = unregistered.typeName(); // Qt 6 names the namespace too
+        const QString hasNoForm = "is of type '" + type + "', which has no D-Bus form";
+        const QString unregisteredType = "Marshalling failed: Unregistered type " + type + " passed in arguments";
+        const QString invalid = QT_VERSION_MAJOR == 5
+                                    ? "Marshalling failed: Variant containing QVariant::Invalid passed in arguments"
+                                    : "Marshalling failed: Invalid QVariant passed in arguments";
         QTest::newRow("unregistered") << unregistered << "'argument 1' " + hasNoForm << unregisteredType;
         QTest::newRow("invalid") << QVariant() << "'argument 1' has no value" << invalid;
         QTest::newRow("object path") << QVariant::fromValue(QDBusObjectPath())

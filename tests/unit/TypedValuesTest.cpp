@@ -211,7 +211,7 @@ private Q_SLOTS:
         refused("no such side", "sides", 4, "number 4, wanted Everything::Sides");
 
         taken("texts in an array of variants", "names", QVariantList{"c"}, QStringList{"c"});
-        refused("a number among texts", "names", QVariantList{"c", 1}, "an array, wanted QStringList");
+        refused("a number among texts", "names", QVariantList{"c", 1}, "wanted QString");
         refused("an element", "modes", QVariantList{"Day", "Dusk"}, "[1]' is text 'Dusk', wanted Everything::Mode");
         refused("no array", "stations", 1, "number 1, wanted QList<Station>");
         refused("a field in a list", "stations", QVariantList{asArguments({"a", 1}), QVariantMap{{"name", "b"}}},

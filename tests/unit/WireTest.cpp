@@ -179,7 +179,7 @@ void WireTest::wrongJsonIsRefused_data() {
     row(R"({"type":"y","value":256})", "256 is no value of type byte");
     row(R"({"type":"i","value":0.5})", "0.5 is no value of type int");
     row(R"({"type":"i","value":"1"})", "\"1\" is no value of type int");
-    row(R"({"type":"x","value":1e19})", "10000000000000000000 is no value of type int64");
+    row(R"({"type":"x","value":1e300})", "1e+300 is no value of type int64");
     row(R"({"type":"t","value":-1})", "-1 is no value of type uint64");
     row(R"({"type":"b","value":1})", "1 is no value of type bool");
     row(R"({"type":"d","value":"nan:0"})", "\"nan:0\" is no value of type double");
