@@ -3,7 +3,7 @@
 #
 # Components: runtime (libvel), logging and statemachine (the stand-ins), development, testing, tools, doc.
 
-set(vel_headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/vel)
+set(vel_headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/vel${VEL_SUFFIX})
 install(FILES ${VEL_FORWARDING_HEADERS} DESTINATION ${vel_headers_dir} COMPONENT development)
 # With their folders, because the headers include each other by them.
 foreach(header IN LISTS VEL_PUBLIC_HEADERS VEL_SUPPORTING_HEADERS)
@@ -12,16 +12,16 @@ foreach(header IN LISTS VEL_PUBLIC_HEADERS VEL_SUPPORTING_HEADERS)
 endforeach()
 
 include(CMakePackageConfigHelpers)
-set(vel_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Vel)
-configure_package_config_file(cmake/VelConfig.cmake.in ${PROJECT_BINARY_DIR}/installed/VelConfig.cmake
+set(vel_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${VEL_PACKAGE})
+configure_package_config_file(cmake/VelConfig.cmake.in ${PROJECT_BINARY_DIR}/installed/${VEL_PACKAGE}Config.cmake
     INSTALL_DESTINATION ${vel_package_dir}
     PATH_VARS CMAKE_INSTALL_LIBDIR
     NO_CHECK_REQUIRED_COMPONENTS_MACRO)
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/installed/VelConfigVersion.cmake
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/installed/${VEL_PACKAGE}ConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 install(FILES
-    ${PROJECT_BINARY_DIR}/installed/VelConfig.cmake
-    ${PROJECT_BINARY_DIR}/installed/VelConfigVersion.cmake
+    ${PROJECT_BINARY_DIR}/installed/${VEL_PACKAGE}Config.cmake
+    ${PROJECT_BINARY_DIR}/installed/${VEL_PACKAGE}ConfigVersion.cmake
     cmake/VelAddModule.cmake
     DESTINATION ${vel_package_dir} COMPONENT development)
 install(EXPORT VelTargets NAMESPACE Vel:: DESTINATION ${vel_package_dir} COMPONENT development)
@@ -33,8 +33,8 @@ file(RELATIVE_PATH vel_prefix_from_pc ${vel_pkgconfig_dir} ${CMAKE_INSTALL_PREFI
 string(REGEX REPLACE "/$" "" vel_prefix_from_pc ${vel_prefix_from_pc})
 file(RELATIVE_PATH vel_libdir_from_prefix ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
 file(RELATIVE_PATH vel_includedir_from_prefix ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
-configure_file(cmake/vel.pc.in ${PROJECT_BINARY_DIR}/installed/vel.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/installed/vel.pc
+configure_file(cmake/vel.pc.in ${PROJECT_BINARY_DIR}/installed/vel${VEL_SUFFIX}.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/installed/vel${VEL_SUFFIX}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # In the folders of the source tree, so that the pages' links to each other work.

@@ -20,6 +20,13 @@ if(NOT vel_least_of_qt${VEL_QT})
     message(FATAL_ERROR "cannot build with Qt '${VEL_QT}': VEL_QT is 5 or 6")
 endif()
 set(VEL_QT_LEAST ${vel_least_of_qt${VEL_QT}})
+# What is built with Qt 6 has names of its own, so that a machine can hold both.
+set(VEL_PACKAGE Vel)
+set(VEL_SUFFIX "")
+if(VEL_QT EQUAL 6)
+    set(VEL_PACKAGE VelQt6)
+    set(VEL_SUFFIX -qt6)
+endif()
 
 option(VEL_MODULE_INFO "Let each module tell about itself on the bus, at /vel/info" ON)
 

@@ -15,7 +15,7 @@ endfunction()
 #     vel_add_module_test(NAME
 #         SOURCES FILE...        the program, which has a main()
 #         [MODULE TARGET]        the module under test: its program is VEL_MODULE_PROGRAM in the sources, a text
-#         [LINK LIBRARY...]      a framework and what else it needs: Qt5::Test, GTest::gtest
+#         [LINK LIBRARY...]      a framework and what else it needs: Qt::Test, GTest::gtest
 #         [TIMEOUT SECONDS])     300 unless said, times VEL_TEST_SLOWNESS: above the waits for what never comes, which
 #                                tell more
 #

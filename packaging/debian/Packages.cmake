@@ -60,57 +60,69 @@ endfunction()
 file(WRITE ${CPACK_VEL_SHLIBS}/debian/control "")
 file(WRITE ${CPACK_VEL_SHLIBS}/debian/shlibs.local "")
 
-vel_package(libvel1
+# Packages of a build with Qt 6 have names of their own; programs and documents are those of the build with Qt 5.
+set(version ${CPACK_DEBIAN_PACKAGE_VERSION})
+set(qt "Qt ${VEL_QT}")
+vel_package(libvel1${VEL_SUFFIX}
     COMPONENTS runtime
     SECTION libs
-    SHLIBS "libvel 1 libvel1 (>= ${PROJECT_VERSION})"
+    SHLIBS "libvel${VEL_SUFFIX} 1 libvel1${VEL_SUFFIX} (>= ${PROJECT_VERSION})"
     DEPENDS "procps" # the program kill: a module freezes itself with it
     SYNOPSIS "library for systems of cooperating processes on D-Bus"
     DESCRIPTION "Vel gives each process of a system a name on the D-Bus session bus, one
 lifecycle, named events, calls to other processes, and a part in saves and
 resets.
 .
-This package contains the library that such processes run with.")
+This package contains the library that such processes run with, for ${qt}.")
 
 # Unversioned, so that a platform's own package can provide it.
-vel_package(libvellogging1
+vel_package(libvellogging1${VEL_SUFFIX}
     COMPONENTS logging
     SECTION libs
-    SHLIBS "libvellogging 1 libvellogging1"
+    SHLIBS "libvellogging${VEL_SUFFIX} 1 libvellogging1${VEL_SUFFIX}"
     SYNOPSIS "logging library for Vel modules"
     DESCRIPTION "Vel leaves logging to the platform. This library has the interface that Vel
 expects of it, and writes the lines with Qt's own message logging.
 .
 A platform that has such a library installs its own package instead, which
-provides libvellogging1.")
+provides libvellogging1${VEL_SUFFIX}.")
 
-vel_package(libautomatonzeta1
+vel_package(libautomatonzeta1${VEL_SUFFIX}
     COMPONENTS statemachine
     SECTION libs
-    SHLIBS "libautomatonzeta 1 libautomatonzeta1"
+    SHLIBS "libautomatonzeta${VEL_SUFFIX} 1 libautomatonzeta1${VEL_SUFFIX}"
     SYNOPSIS "state-machine library for Vel modules"
     DESCRIPTION "Vel leaves state machines to the platform. This library has the interface
 that Vel expects of it, on top of Qt's own state machine.
 .
 A platform that has such a library installs its own package instead, which
-provides libautomatonzeta1.")
+provides libautomatonzeta1${VEL_SUFFIX}.")
 
-vel_package(libvel-dev
-    COMPONENTS development doc
+if(VEL_QT EQUAL 6)
+    set(qt_development "qt6-base-dev (>= ${VEL_QT_LEAST})")
+    set(documents "")
+    set(contents "headers, packages for CMake and pkg-config. Documents are in libvel-dev.")
+else()
+    set(qt_development "qtbase5-dev (>= ${VEL_QT_LEAST})")
+    set(documents doc)
+    set(contents "headers, packages for CMake and pkg-config, and documents.")
+endif()
+vel_package(libvel${VEL_SUFFIX}-dev
+    COMPONENTS development ${documents}
     SECTION libdevel
-    DEPENDS "libvel1 (= ${CPACK_DEBIAN_PACKAGE_VERSION}), libvellogging1, libautomatonzeta1, qtbase5-dev (>= 5.15)"
+    DEPENDS "libvel1${VEL_SUFFIX} (= ${version}), libvellogging1${VEL_SUFFIX}, libautomatonzeta1${VEL_SUFFIX}, ${qt_development}"
     SYNOPSIS "library for systems of cooperating processes on D-Bus (development)"
     DESCRIPTION "Vel gives each process of a system a name on the D-Bus session bus, one
 lifecycle, named events, calls to other processes, and a part in saves and
 resets.
 .
-This package contains what is needed to write such processes: headers,
-packages for CMake and pkg-config, and documents.")
+This package contains what is needed to write such processes with ${qt}:
+${contents}")
 
-vel_package(libvel-testing-dev
+vel_package(libvel${VEL_SUFFIX}-testing-dev
     COMPONENTS testing
     SECTION libdevel
-    DEPENDS "libvel-dev (= ${CPACK_DEBIAN_PACKAGE_VERSION}), libdbus-1-dev, dbus-daemon"
+    DEPENDS "libvel${VEL_SUFFIX}-dev (= ${version}), libdbus-1-dev, dbus-daemon"
     SYNOPSIS "library for tests of Vel modules"
     DESCRIPTION "Vel gives each process of a system a name on the D-Bus session bus, one
 lifecycle, named events, calls to other processes, and a part in saves and
@@ -118,6 +130,12 @@ resets.
 .
 This package contains what a test of such a process stands on: a bus of its
 own, fake modules, and a record of what passes on the bus.")
+
+if(VEL_QT EQUAL 6)
+    add_custom_target(packaged DEPENDS vel veltesting)
+    include(CPack)
+    return()
+endif()
 
 vel_package(vel-tools
     COMPONENTS tools

@@ -110,7 +110,7 @@ int main(int argc, char** argv) {
         sigaddset(&handedOn, number);
     sigprocmask(SIG_BLOCK, &handedOn, &before);
     launch::LauncherProcess launcher({VEL_LAUNCHER,
-                                      {VEL_RECORDING_LIBRARY, "libvel.so.1"}, // the log lines are recorded
+                                      {VEL_RECORDING_LIBRARY, VEL_LIBRARY}, // the log lines are recorded
                                       [&before] { sigprocmask(SIG_SETMASK, &before, nullptr); }});
     if (!launch::becomeSubreaper() || !launcher.start() || launcher.send(requestFor(argv + 1)) != 0)
         fail(std::strerror(errno));

@@ -77,7 +77,7 @@ bool SupervisorRun::start(const QString& log) {
         return false;
     if (qgetenv("VEL_TEST_LAUNCH") == "fork") { // the same test, with modules that are not executed
         m_root["launch"] = "fork";
-        m_root["launcher"] = QJsonObject{{"libraries", QJsonArray{VEL_RECORDING_LIBRARY, "libvel.so.1"}}};
+        m_root["launcher"] = QJsonObject{{"libraries", QJsonArray{VEL_RECORDING_LIBRARY, VEL_LIBRARY}}};
     }
     file.write(QJsonDocument(m_root).toJson());
     file.close();

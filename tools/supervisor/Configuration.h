@@ -52,7 +52,7 @@ struct Configuration {
     QVector<ModuleConfiguration> modules;
     CommandConfiguration save; ///< for both the folders follow
     CommandConfiguration restore;
-    QStringList launcherLibraries = {"libvel.so.1"}; ///< what forked modules find loaded
+    QStringList launcherLibraries = {VEL_LIBRARY}; ///< what forked modules find loaded
     int answerLimitMs = 10000;                       ///< for a module to be ready for a save or a restore
 
     /// Reads a configuration file and everything that can be known to be wrong in it: each mistake is one text of the form
