@@ -15,7 +15,6 @@
 
 #include <QDBusConnectionInterface>
 #include <QDBusError>
-#include <QDBusPendingCall>
 #include <QThread>
 
 namespace vel {
@@ -60,16 +59,12 @@ QDBusMessage messageOf(const Question& question) {
 
 // Qt delivers a call to a name of this very process inside the call itself: the slot's exceptions come out here.
 template <typename Send>
-auto sentAsIfRemote(Send&& send) {
+QDBusMessage sentAsIfRemote(Send&& send) {
     try {
         return send();
     } catch (VelException* thrown) {
         const std::unique_ptr<VelException> exception(thrown);
-        const QDBusMessage error = QDBusMessage::createError(failed, exception->m_message);
-        if constexpr (std::is_same_v<decltype(send()), QDBusMessage>)
-            return error;
-        else
-            return QDBusPendingCall::fromCompletedCall(error);
+        return QDBusMessage::createError(failed, exception->m_message);
     }
 }
 
@@ -137,24 +132,41 @@ void readAnswer(const Question& question, const QDBusMessage& answer, const QLis
     }
 }
 
-PendingAnswer::PendingAnswer(VelModule& module, const QDBusPendingCall& call) : QObject(&module), m_watcher(call) {
-    connect(&m_watcher, &QDBusPendingCallWatcher::finished, this, [this] {
-        deleteLater();
-        Q_EMIT arrived(m_watcher.reply());
+PendingAnswer::PendingAnswer(VelModule& module) : QObject(&module) {}
+
+void PendingAnswer::send(const QDBusMessage& message, int milliseconds) {
+    const auto takeLater = [this](const QDBusMessage& answer) {
+        QMetaObject::invokeMethod(
+            this, [this, answer] { take(answer); }, Qt::QueuedConnection);
+    };
+    if (message.type() == QDBusMessage::ErrorMessage)
+        return takeLater(message);
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    const QDBusMessage thrown = sentAsIfRemote([&] {
+        const bool isSent = bus.callWithCallback(message, this, SLOT(take(QDBusMessage)),
+                                                 SLOT(takeError(QDBusError, QDBusMessage)), milliseconds);
+        return isSent ? QDBusMessage() : QDBusMessage::createError(bus.lastError());
     });
+    if (thrown.type() == QDBusMessage::ErrorMessage)
+        takeLater(thrown);
+}
+
+void PendingAnswer::take(const QDBusMessage& answer) {
+    deleteLater();
+    Q_EMIT arrived(answer);
+}
+
+void PendingAnswer::takeError(const QDBusError& error, const QDBusMessage& /*sent*/) {
+    take(QDBusMessage::createError(error));
 }
 
 PendingAnswer* send(VelModule& module, const Question& question) {
     if (QThread::currentThread() != module.thread())
         throw errorOf(question, failed, QStringLiteral("this is not the module's thread"));
     const DBusContextKeeper keeper(&module);
-    const QDBusMessage message = messageOf(question);
-    const bool isError = message.type() == QDBusMessage::ErrorMessage;
-    return new PendingAnswer(module, sentAsIfRemote([&]() -> QDBusPendingCall {
-                                 return isError
-                                            ? QDBusPendingCall::fromCompletedCall(message)
-                                            : QDBusConnection::sessionBus().asyncCall(message, question.milliseconds);
-                             }));
+    auto* pending = new PendingAnswer(module);
+    pending->send(messageOf(question), question.milliseconds);
+    return pending;
 }
 
 void whenAnswered(PendingAnswer* pending, QObject* context, std::function<void(const QDBusMessage&)> continuation) {

@@ -228,6 +228,16 @@ private Q_SLOTS:
                               "error: cannot call 'Tuner.fail': the aerial is down (org.example.NoAerial)"}));
     }
 
+    // Some of these answers are there before ask() returns.
+    void answersOfAModuleComeInTheirOrder() {
+        constexpr int count = 2000;
+        QList<int> came;
+        for (int asked = 0; asked < count; ++asked)
+            vel::ask<int>(m_radio, "Tuner", "strength").then(this, [&came, asked](int) { came << asked; });
+        QTRY_COMPARE_WITH_TIMEOUT(came.size(), count, 60000);
+        QVERIFY(std::is_sorted(came.begin(), came.end()));
+    }
+
     void othersThreadsMayWaitButNotAsk() {
         int strength = 0;
         bool isRefused = false;
