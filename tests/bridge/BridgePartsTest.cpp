@@ -8,6 +8,9 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+#include <sys/resource.h>
+
 class BridgePartsTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
@@ -18,6 +21,7 @@ private Q_SLOTS:
     void theQueueGoesBackToWhatAReceiverLacks();
     void receiversOutliveTheBridge();
     void whatIsRefusedHoldsUpNothing();
+    void aFullDiskIsToldAndTheQueueGoesOn();
 };
 
 void BridgePartsTest::topicsAreTakenApartOrNotAtAll() {
@@ -215,6 +219,36 @@ void BridgePartsTest::whatIsRefusedHoldsUpNothing() {
     outbox.receiverHas("rear", {store.publisher(), 5}, "y", 0);
     QCOMPARE(outbox.count(), 0);
     QCOMPARE(outbox.bytes(), 0);
+}
+
+// As a disk is full for this process: its files cannot grow.
+void BridgePartsTest::aFullDiskIsToldAndTheQueueGoesOn() {
+    QTemporaryDir folder;
+    Store store;
+    QString reason;
+    QVERIFY2(store.open(folder.filePath("store"), reason), qPrintable(reason));
+    Outbox outbox(store, {100, 10000000, 1000});
+    rlimit before{};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit full = before;
+    full.rlim_cur = 300 * 1024;
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &full), 0);
+    for (int n = 1; n <= 50; ++n) {
+        outbox.accept("t", QByteArray(20000, 'x'));
+        outbox.commit();
+    }
+    const bool wasWritable = store.isWritable();
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, handler);
+    QVERIFY(!wasWritable);
+    QCOMPARE(outbox.count(), 50);
+    for (int packet = 1; packet <= 50; ++packet) {
+        QVERIFY(outbox.next(0) && outbox.next(0)->number == quint64(packet));
+        outbox.sent(packet);
+        outbox.acknowledged(packet);
+    }
+    QCOMPARE(outbox.count(), 0);
 }
 
 QTEST_GUILESS_MAIN(BridgePartsTest)

@@ -4,9 +4,21 @@
 #include "testing/BuiltProgram.h"
 
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 using namespace vel::testing;
+
+Scratch::Scratch() {
+    qputenv("TMPDIR", m_folder.path().toLocal8Bit());
+    m_keeper.start("sh", {"-c", R"(cat >/dev/null; rm -rf "$0")", m_folder.path()}); // its input ends with this process
+    m_keeper.waitForStarted();
+}
+
+Scratch::~Scratch() {
+    m_keeper.closeWriteChannel();
+    m_keeper.waitForFinished();
+}
 
 Broker::Broker(const QString& lines) : m_lines(lines) {
     QTcpServer free; // nobody is given its port soon again
@@ -109,4 +121,54 @@ bool Machine::waitForStatus(const std::function<bool(const QVariantMap&)>& isTru
             return true;
     }
     return false;
+}
+
+const QJsonObject frontLinks{
+    {"export", QJsonObject{{"modules", QJsonArray{"Tuner"}}, {"events", QJsonArray{"*"}}}},
+    {"import", QJsonObject{{"rear", QJsonObject{{"modules", QJsonArray{"Media"}}, {"events", QJsonArray{"*"}}}}}}};
+const QJsonObject rearLinks{
+    {"export", QJsonObject{{"modules", QJsonArray{"Media"}}, {"events", QJsonArray{"*"}}}},
+    {"import", QJsonObject{{"front", QJsonObject{{"modules", QJsonArray{"Tuner"}}, {"events", QJsonArray{"*"}}}}}}};
+
+bool isConnected(const QVariantMap& status) {
+    return status.value("Connected").toBool();
+}
+
+bool isJoined(const QVariantMap& status) {
+    return !status.value("Machines").toStringList().isEmpty() && !status.value("Receivers").toStringList().isEmpty();
+}
+
+bool isThere(Machine& machine, const QString& module, bool isExpected) {
+    return machine.waitForStatus([&](const QVariantMap& status) {
+        return status.value("Modules").toStringList().join(',').startsWith(module + ' ') == isExpected;
+    });
+}
+
+QString Pair::texts() {
+    QString text;
+    for (Machine* machine : {&front, &rear}) {
+        const QVariantMap status = machine->status();
+        text += machine->name() + ": " + machine->lines().join('\n') + '\n';
+        for (auto one = status.begin(); one != status.end(); ++one)
+            text += one.key() + ' ' + one.value().toString() + one.value().toStringList().join(' ') + ", ";
+    }
+    return text;
+}
+
+Result Pair::start(const QJsonObject& frontMore, const QJsonObject& rearMore) {
+    if (const Result started = broker.start(); !started)
+        return started;
+    if (const Result started = front.startBridge(broker.port(), frontMore); !started)
+        return started;
+    if (const Result started = rear.startBridge(broker.port(), rearMore); !started)
+        return started;
+    return front.waitForStatus(isJoined) && rear.waitForStatus(isJoined)
+               ? Result::success()
+               : Result::failure("the machines do not meet:\n" + front.lines().join('\n') + '\n' +
+                                 rear.lines().join('\n'));
+}
+
+int wantedTimes(const char* variable, int otherwise) {
+    const int wanted = qEnvironmentVariableIntValue(variable);
+    return wanted > 0 ? wanted : otherwise;
 }

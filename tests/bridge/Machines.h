@@ -8,6 +8,19 @@
 #include <QJsonObject>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
+
+/// The folder in which all others of a test are. It goes with the test, however that ends: one that is killed leaves nothing
+/// behind.
+class Scratch {
+public:
+    Scratch();
+    ~Scratch();
+
+private:
+    QTemporaryDir m_folder;
+    QProcess m_keeper;
+};
 
 /// A Mosquitto of its own, on a free port of this machine.
 class Broker {
@@ -50,6 +63,7 @@ public:
     vel::testing::Result startBridge(int port, const QJsonObject& more);
     void kill();
     vel::testing::Result stop();
+    qint64 busProcess() const { return m_bus.processId(); }
 
     /// Waits until a condition on the bridge's status holds.
     bool waitForStatus(const std::function<bool(const QVariantMap&)>& isTrue);
@@ -67,3 +81,30 @@ private:
     std::unique_ptr<vel::testing::Peer> m_peer;
     std::unique_ptr<vel::testing::ChildProcess> m_bridge;
 };
+
+/// What front and rear export and import: Tuner runs on front, Media on rear, and all events cross.
+extern const QJsonObject frontLinks;
+extern const QJsonObject rearLinks;
+
+bool isConnected(const QVariantMap& status);
+
+/// Another machine is there, and takes events of this one.
+bool isJoined(const QVariantMap& status);
+
+/// Waits until an imported module is, or is not, on the bus.
+bool isThere(Machine& machine, const QString& module, bool isExpected = true);
+
+/// Two machines that know each other.
+struct Pair {
+    Broker broker;
+    Machine front{"front"};
+    Machine rear{"rear"};
+
+    vel::testing::Result start(const QJsonObject& frontMore = frontLinks, const QJsonObject& rearMore = rearLinks);
+
+    /// Both by their log and status, for a message.
+    QString texts();
+};
+
+/// How often something is done: so often, or as the variable says.
+int wantedTimes(const char* variable, int otherwise);

@@ -99,6 +99,17 @@ QString textOf(int result) {
     return result < 0 ? QString::fromLocal8Bit(std::strerror(-result)) : QString(mosquitto_strerror(result));
 }
 
+// What an attempt to connect came to, in its thread.
+struct Outcome {
+    int result = MOSQ_ERR_SUCCESS;
+    QString error; // of libmosquitto's log
+
+    static void onLog(mosquitto*, void* self, int level, const char* text) {
+        if (level == MOSQ_LOG_ERR)
+            static_cast<Outcome*>(self)->error = QString::fromUtf8(text);
+    }
+};
+
 const char* orNull(const QByteArray& text) {
     return text.isEmpty() ? nullptr : text.constData();
 }
@@ -146,7 +157,7 @@ void Mqtt::close() {
 void Mqtt::connectNow() {
     m_lastError.clear();
     m_reason.clear();
-    m_mosquitto.reset(mosquitto_new(m_client.constData(), false, this), mosquitto_destroy);
+    m_mosquitto.reset(mosquitto_new(m_client.constData(), false, nullptr), mosquitto_destroy);
     mosquitto* const client = m_mosquitto.get();
     if (!client)
         throw std::bad_alloc();
@@ -170,21 +181,26 @@ void Mqtt::connectNow() {
 
     // With properties libmosquitto connects only in a way that waits, and it looks names up at once: in a thread, then,
     // which keeps its client until both are over. The callbacks are for the event loop: they are set when it has ended.
-    const auto outcome = std::make_shared<int>(MOSQ_ERR_SUCCESS);
+    const auto outcome = std::make_shared<Outcome>();
+    mosquitto_user_data_set(client, outcome.get());
+    mosquitto_log_callback_set(client, Outcome::onLog);
     QThread* const connecting = QThread::create([held = m_mosquitto, host = m_broker.host.toUtf8(),
                                                  port = m_broker.port, session = m_sessionSeconds, outcome] {
         Properties list;
         add(list, [session](mosquitto_property** to) {
             return mosquitto_property_add_int32(to, MQTT_PROP_SESSION_EXPIRY_INTERVAL, static_cast<uint32_t>(session));
         });
-        *outcome = mosquitto_connect_bind_v5(held.get(), host.constData(), port, keepAliveSeconds, nullptr, list.get());
-        if (*outcome == MOSQ_ERR_ERRNO)
-            *outcome = -errno;
+        int& status = outcome->result;
+        status = mosquitto_connect_bind_v5(held.get(), host.constData(), port, keepAliveSeconds, nullptr, list.get());
+        if (status == MOSQ_ERR_ERRNO)
+            status = -errno;
     });
     connect(connecting, &QThread::finished, connecting, &QObject::deleteLater);
     connect(connecting, &QThread::finished, this, [this, client, outcome] {
-        if (client == m_mosquitto.get() && m_attempt.isActive())
-            watch(*outcome);
+        if (client != m_mosquitto.get() || !m_attempt.isActive())
+            return;
+        m_lastError = outcome->error;
+        watch(outcome->result);
     });
     m_attempt.start(attemptMs);
     connecting->start();
@@ -192,6 +208,7 @@ void Mqtt::connectNow() {
 
 void Mqtt::watch(int result) {
     mosquitto* const client = m_mosquitto.get();
+    mosquitto_user_data_set(client, this);
     mosquitto_connect_v5_callback_set(client, onConnect);
     mosquitto_disconnect_v5_callback_set(client, onDisconnect);
     mosquitto_message_v5_callback_set(client, onMessage);
@@ -235,10 +252,12 @@ void Mqtt::end(const QString& reason) {
         if (*notifier)
             (*notifier)->setEnabled(false), notifier->release()->deleteLater();
     }
-    m_isConnected = false;
     QString why = m_reason.isEmpty() ? reason : m_reason;
     if (!m_lastError.isEmpty())
         why += " (" + m_lastError + ')';
+    else if (m_broker.hasTls && !m_isConnected && reason == textOf(-EPROTO))
+        why += " (a broker that does not accept this machine's certificate ends the connection in this way)";
+    m_isConnected = false;
     if (!m_isClosed) {
         // Many machines that lost one broker come back one after the other.
         m_again.start(m_pauseMs / 2 + static_cast<int>(QRandomGenerator::global()->bounded(m_pauseMs)) / 2);
