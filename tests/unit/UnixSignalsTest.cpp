@@ -77,13 +77,15 @@ private Q_SLOTS:
     }
 
     void aForkedProcessEndsByItsSignal() {
+#ifdef __SANITIZE_THREAD__
+        QSKIP("ThreadSanitizer calls no handler in a process forked from one with several threads");
+#endif
         int heard = 0;
         QObject context;
         velOnSignals({SIGUSR2}, &context, [&](int) { ++heard; });
         const pid_t child = fork();
         if (child == 0) {
             raise(SIGUSR2);
-            pause(); // a sanitizer may hold the signal back for a while
             _exit(0);
         }
         int status = 0;
